@@ -1,0 +1,13 @@
+#include "platform/Crc16.h"
+
+#include <boost/crc.hpp>
+
+namespace QENFx::Common::Convertor {
+
+std::uint16_t CRC16::crc16(const std::uint8_t* data, std::size_t length) {
+    boost::crc_16_type crc;
+    crc.process_bytes(data, length);
+    return crc.checksum();
+}
+
+}  // namespace QENFx::Common::Convertor

@@ -1,0 +1,72 @@
+#include "upgrade/Device.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <sstream>
+#include <system_error>
+
+#include "files/Files.h"
+
+namespace Host {
+
+namespace {
+
+constexpr std::size_t kMaxFileSize = 1024 * 1024;
+
+}  // namespace
+
+Device::Device(const std::vector<std::string>& call) {
+    const char* named = std::getenv("ZEL_DEVICE_DIR");
+    directory_ = std::filesystem::absolute(named != nullptr && *named != '\0' ? named : "/data/device");
+    std::filesystem::create_directories(directory_);
+
+    std::string line;
+    for (const std::string& word : call) {
+        line.append(line.empty() ? "" : " ").append(word);
+    }
+    std::replace_if(
+        line.begin(), line.end(), [](unsigned char c) { return c < ' '; }, '?');
+    line += '\n';
+    const FileDescriptor log(::open(Path("calls.log").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
+    // One write, so that the lines of several threads do not mix.
+    if (!log || ::write(log.get(), line.data(), line.size()) != static_cast<ssize_t>(line.size())) {
+        throw std::system_error(errno, std::generic_category(), Path("calls.log"));
+    }
+}
+
+std::optional<std::string> Device::Value(const char* file, std::string_view name) const {
+    for (const std::string& line : Lines(file)) {
+        if (line.size() > name.size() && line.starts_with(name) && line[name.size()] == '=') {
+            return line.substr(name.size() + 1);
+        }
+    }
+    return std::nullopt;
+}
+
+bool Device::HasLine(const char* file, std::string_view line) const {
+    const std::vector<std::string> lines = Lines(file);
+    return std::find(lines.begin(), lines.end(), line) != lines.end();
+}
+
+void Device::Replace(const char* file, std::string_view content) const {
+    const DirectoryLock lock(directory_);
+    ReplaceFile(lock, Path(file), content);
+}
+
+std::vector<std::string> Device::Lines(const char* file) const {
+    std::vector<std::string> lines;
+    if (!std::filesystem::exists(Path(file))) {
+        return lines;
+    }
+    std::istringstream content(ReadWholeFile(Path(file), kMaxFileSize));
+    for (std::string line; std::getline(content, line);) {
+        line.erase(line.find_last_not_of(" \t\r") + 1);
+        lines.push_back(std::move(line));
+    }
+    return lines;
+}
+
+}  // namespace Host

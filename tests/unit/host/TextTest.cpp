@@ -1,0 +1,44 @@
+#include "platform/Text.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/Crc16.h"
+
+using QENFx::Common::String;
+using QENFx::Common::Version;
+
+namespace {
+
+// Faults: fields compared as text or from the wrong end, a broken text that gets a version above the installed one.
+TEST(VersionTest, ComparesFieldsAndReadsAnythingElseAsNone) {
+    EXPECT_EQ(Version("1.2.3.4").getVersion(), "1.02.03.0004");
+    EXPECT_EQ(Version("0001.10.100.123456789").getVersion(), "1.10.100.123456789");
+    EXPECT_LT(Version("1.9.0.0"), Version("1.10.0.0"));
+    EXPECT_LT(Version("1.9.9.9999"), Version("2.0.0.0"));
+    EXPECT_LE(Version("1.02.03.0004"), Version("1.2.3.4"));
+    for (const char* text : {"", "1.2.3", "1.2.3.4.5", "1.2.3.", ".1.2.3", "1..2.3", "1.2.3.-4", "+1.2.3.4", " 1.2.3.4",
+                             "1.2.3.4 ", "1.2.3.4'", "1.2.3.1234567890", "a.b.c.d", "1,2,3,4"}) {
+        EXPECT_EQ(Version(text), Version()) << text;
+    }
+    EXPECT_EQ(Version(std::string_view("1.2.3.4\0", 8)), Version());
+    EXPECT_EQ(Version().getVersion(), "0.00.00.0000");
+}
+
+// Faults: a buffer of fixed size, the text destroyed before it is used as an argument.
+TEST(StringTest, FormatsAnyLength) {
+    String text(std::string(5000, 'a'));
+    text.Format("<%s|%d>", text.c_str(), 7);
+    EXPECT_EQ(text.str(), "<" + std::string(5000, 'a') + "|7>");
+    text.Format("%s", "");
+    EXPECT_EQ(text.str(), "");
+}
+
+// Fault: another polynomial, bit order or start value.
+TEST(Crc16Test, CheckValue) {
+    const std::string text = "123456789";
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
+    EXPECT_EQ(QENFx::Common::Convertor::CRC16::crc16(bytes, text.size()), 0xBB3D);
+    EXPECT_EQ(QENFx::Common::Convertor::CRC16::crc16(nullptr, 0), 0);
+}
+
+}  // namespace
