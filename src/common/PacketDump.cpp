@@ -1,0 +1,28 @@
+#include "common/PacketDump.h"
+
+#include <algorithm>
+#include <cstddef>
+
+void DumpPacket(QENFx::Log::FileLog* log, std::span<const std::uint8_t> packet) {
+    constexpr std::size_t kRowBytes = 24;
+    constexpr char kDigits[] = "0123456789ABCDEF";
+
+    while (!packet.empty()) {
+        const auto row = packet.first(std::min(packet.size(), kRowBytes));
+        packet = packet.subspan(row.size());
+
+        char text[78];  // 24 bytes of three characters, five group gaps, the terminator
+        std::size_t length = 0;
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            text[length++] = kDigits[row[i] >> 4];
+            text[length++] = kDigits[row[i] & 0x0F];
+            text[length++] = ' ';
+            const std::size_t done = i + 1;
+            if (done % 4 == 0 && done != kRowBytes) {
+                text[length++] = ' ';
+            }
+        }
+        text[length] = '\0';
+        log->WriteInfo("%s", text);
+    }
+}

@@ -1,0 +1,191 @@
+#include "config/CConfigMgr.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <mutex>
+
+#include "common/Constants.h"
+#include "common/ProcessEnd.h"
+#include "common/Shell.h"
+
+using QENFx::Config::ConfigurationException;
+using QENFx::Config::ConfigurationManager;
+using QENFx::Data::Properties::FileProperty;
+
+namespace {
+
+constexpr char kComment[] = "ZELRmUp Configuration File";
+
+struct Setting {
+    int index;
+    const char* key;
+    const char* defaultValue;  // null: never written by this program
+};
+
+constexpr Setting kSettings[] = {
+    {kZELRMTCPPort, "ZELRMTCPPort", "9034"},
+    {kZELRMUDPPort, "ZELRMUDPPort", "9035"},
+    {kPCIPAddress, "PCIPAddress", kNoPCAddress},
+    {kPCTCPPort, "PCTCPPort", "9034"},
+    {kPCUDPPort, "PCUDPPort", "9036"},
+    {kPCSWName, "PCSWName", ""},
+    {kPCPeerID, "PCPeerID", "0"},
+    {kIPChanged, "IPChanged", "0"},
+    {kBootPartitions, "BootPartitions", "11"},
+    {kUpdateImages, "UpdateImages", "0"},
+    {kUpdateURL, "UpdateURL", ZELRM_UPDATE_HOST},
+    {kAdminPW, "AdminPW", nullptr},
+    {kReferenceRangeDisable, "ReferenceRangeDisable", nullptr},
+};
+
+const Setting* FindSetting(int index) {
+    const auto* found = std::ranges::find(kSettings, index, &Setting::index);
+    return found == std::end(kSettings) ? nullptr : found;
+}
+
+/// An index that names no setting reads as the empty key, which no file holds.
+const char* KeyOf(int index) {
+    const Setting* setting = FindSetting(index);
+    return setting == nullptr ? "" : setting->key;
+}
+
+const char* FileOf(int index) {
+    if (index < 12) {
+        return kOwnConfigFile;
+    }
+    return index < 14 ? kSystemConfigFile : kApplicationConfigFile;
+}
+
+bool ParsePort(const char* text, std::uint16_t& number) {
+    const char* end = text + strlen(text);
+    const auto [rest, error] = std::from_chars(text, end, number);
+    return error == std::errc() && rest == end && rest != text;
+}
+
+}  // namespace
+
+CInstance<CConfigMgr> CConfigMgr::instance_;
+
+CConfigMgr* CConfigMgr::GetInstance() {
+    return instance_.Get([] { return std::make_unique<CConfigMgr>(); });
+}
+
+void CConfigMgr::DestroyInstance() {
+    instance_.Destroy();
+}
+
+CConfigMgr::CConfigMgr()
+    : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)),
+      writeMutex_(log_, "[CConfigMgr::CConfigMgr]", "[CConfigMgr::~CConfigMgr]") {}
+
+std::unique_ptr<FileProperty> CConfigMgr::Open(const char* path) {
+    return std::unique_ptr<FileProperty>(ConfigurationManager::GetManager()->Open(path, QENFx::Config::kOpenReadWrite));
+}
+
+std::string CConfigMgr::GetContents(int index) const {
+    static constexpr char kTag[] = "[CConfigMgr::GetContents]";
+    try {
+        return Open(FileOf(index))->getValue(KeyOf(index));
+    } catch (ConfigurationException* thrown) {
+        const std::unique_ptr<ConfigurationException> exception(thrown);
+        log_->WriteError("%s Exception: %s", kTag, exception->GetMessage());
+        return {};
+    }
+}
+
+std::uint16_t CConfigMgr::GetNumber(int index) const {
+    std::uint16_t number = 0;
+    if (ParsePort(GetContents(index).c_str(), number)) {
+        return number;
+    }
+    const Setting* setting = FindSetting(index);
+    if (setting != nullptr && setting->defaultValue != nullptr) {
+        ParsePort(setting->defaultValue, number);
+    }
+    return number;
+}
+
+char CConfigMgr::GetFirstChar(int index) const {
+    return GetContents(index).c_str()[0];
+}
+
+void CConfigMgr::SetContents(int index, const std::string& value) {
+    static constexpr char kTag[] = "[CConfigMgr::SetContents]";
+    try {
+        const auto file = Open(FileOf(index));
+        file->setValue(KeyOf(index), value.c_str());
+        const std::lock_guard lock(writeMutex_);
+        file->Update();
+    } catch (ConfigurationException* thrown) {
+        const std::unique_ptr<ConfigurationException> exception(thrown);
+        log_->WriteError("%s Exception: %s", kTag, exception->GetMessage());
+    }
+}
+
+void CConfigMgr::SetContents(int index, const char* value) {
+    SetContents(index, std::string(value));
+}
+
+void CConfigMgr::SetContents(int index, char value) {
+    SetContents(index, std::string(1, value));
+}
+
+void CConfigMgr::SetContents(int index, int value) {
+    SetContents(index, std::to_string(value));
+}
+
+void CConfigMgr::CheckConfigFile(const char* path) {
+    static constexpr char kTag[] = "[CConfigMgr::CheckConfigFile]";
+    try {
+        if (access(path, F_OK) == 0) {
+            // The update server is the product's own: a start puts it back, whatever was tried on the device.
+            const auto file = Open(path);
+            file->setValue(KeyOf(kUpdateURL), FindSetting(kUpdateURL)->defaultValue);
+            file->Update();
+            if (strcmp(file->getValue("Comment"), kComment) != 0) {
+                RunShell((std::string("rm -f ") + path).c_str());
+            }
+        }
+        if (access(path, F_OK) != 0) {
+            log_->WriteError("%s Cannot find config file(%s), Make now", kTag, path);
+            MakeConfigFile(path);
+            log_->WriteInfo("%s Configuration file initialized", kTag);
+        }
+        log_->WriteInfo("%s Check config file(%s) OK", kTag, path);
+    } catch (ConfigurationException* thrown) {
+        const std::unique_ptr<ConfigurationException> exception(thrown);
+        log_->WriteError("%s Exception: %s", kTag, exception->GetMessage());
+        Abandon(path);
+    } catch (const std::exception& exception) {
+        log_->WriteError("%s Exception: %s", kTag, exception.what());
+        log_->WriteError("%s File system has some problem", kTag);
+        Abandon(path);
+    }
+}
+
+void CConfigMgr::MakeConfigFile(const char* path) {
+    std::ofstream(path, std::ios::trunc) << "Comment=" << kComment << ";\n";
+    const auto file = Open(path);
+    for (const Setting& setting : kSettings) {
+        if (setting.defaultValue != nullptr) {
+            file->setValue(setting.key, setting.defaultValue);
+        }
+    }
+    file->Update();
+}
+
+void CConfigMgr::Abandon(const char* path) {
+    static constexpr char kTag[] = "[CConfigMgr::CheckConfigFile]";
+    printf("ZELRmUp Shutdown\n");
+    if (remove(path) != 0) {
+        log_->WriteError("%s %s remove fail: %s", kTag, path, strerror(errno));
+    }
+    EndProcess();
+}
