@@ -1,0 +1,142 @@
+#include "db/CRmDao.h"
+
+#include "common/Constants.h"
+
+using QENFx::Common::String;
+using QENFx::Config::ConfigurationException;
+using QENFx::Config::ConfigurationManager;
+using QENFx::DB::DBException;
+using QENFx::DB::Sqlite;
+
+namespace {
+
+constexpr char kDatabaseConfigFile[] = "/data/config/config_webbase.cfg";
+constexpr unsigned kTimeoutMicroseconds = 200000;
+
+std::string FirstText(QENFx::Data::Collection::Table& table, const char* column) {
+    table.Reset();
+    table.MoveNext();
+    const QENFx::Data::Collection::Row* row = table.getCurrent();
+    return row == nullptr ? "" : row->getString(column);
+}
+
+}  // namespace
+
+CRmDao::CRmDao() : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)) {
+    static constexpr char kTag[] = "[CRmDao::CRmDao]";
+    try {
+        config_.reset(ConfigurationManager::GetManager()->Open(kDatabaseConfigFile, QENFx::Config::kOpenReadOnly));
+        auto database = std::make_unique<Sqlite>();
+        database->Open(config_->getValue("ConnectionString"), QENFx::DB::kOpenReadWrite);
+        database_ = std::move(database);
+    } catch (ConfigurationException* thrown) {
+        const std::unique_ptr<ConfigurationException> exception(thrown);
+        log_->WriteError("%s Exception: %s", kTag, exception->GetMessage());
+    } catch (DBException* thrown) {
+        const std::unique_ptr<DBException> exception(thrown);
+        log_->WriteError("%s Can't open the DB: %s", kTag, exception->GetMessage());
+    }
+}
+
+CRmDao::~CRmDao() {
+    static constexpr char kTag[] = "[CRmDao::~CRmDao]";
+    if (database_ == nullptr) {
+        return;
+    }
+    try {
+        database_->Close();
+    } catch (DBException* thrown) {
+        const std::unique_ptr<DBException> exception(thrown);
+        log_->WriteError("%s Can't close the DB: %s", kTag, exception->GetMessage());
+    }
+}
+
+int CRmDao::SetUpdateHistory(const std::string& module, const std::string& completeTime, const std::string& elapsedTime,
+                             const std::string& oldVersion, const std::string& newVersion, const std::string& method) {
+    String statement;
+    statement.Format(
+        "INSERT INTO Tb_Update_History (ModuleName, UpdateCompleteTime, ElapsedTime, OldVersion, NewVersion, Method) "
+        "VALUES ('%s', '%s', '%s', '%s', '%s', '%s');",
+        module.c_str(), completeTime.c_str(), elapsedTime.c_str(), oldVersion.c_str(), newVersion.c_str(),
+        method.c_str());
+    return Execute("[CRmDao::SetUpdateHistory]", statement);
+}
+
+int CRmDao::SetSyncResult(const std::string& condition) {
+    return Execute("[CRmDao::SetSyncResult]", "UPDATE Tb_Result_Summary SET PCSync = 1 WHERE " + condition);
+}
+
+int CRmDao::SetSyncCtrlResult(const std::string& condition) {
+    return Execute("[CRmDao::SetSyncCtrlResult]", "UPDATE Tb_Ctrl_Summary SET PCSync = 1 WHERE " + condition);
+}
+
+CRmDao::Table CRmDao::GetResultSummary(const std::string& condition) {
+    static constexpr char kTag[] = "[CRmDao::GetResultSummary]";
+    Table table = Select(kTag, "SELECT * FROM Tb_Result_Summary WHERE " + condition);
+    if (table != nullptr) {
+        log_->WriteInfo("%s Select complete", kTag);
+    }
+    return table;
+}
+
+CRmDao::Table CRmDao::GetResultData(const std::string& condition) {
+    return Select("[CRmDao::GetResultData]", "SELECT * FROM Tb_Result_Data WHERE " + condition);
+}
+
+CRmDao::Table CRmDao::GetControlSummary(const std::string& condition) {
+    return Select("[CRmDao::GetControlSummary]", "SELECT * FROM Tb_Ctrl_Summary WHERE " + condition);
+}
+
+CRmDao::Table CRmDao::GetControlData(const std::string& condition) {
+    return Select("[CRmDao::GetControlData]", "SELECT * FROM Tb_Ctrl_Data WHERE " + condition);
+}
+
+std::string CRmDao::GetClassFromSpeciesID(const std::string& speciesId) {
+    const Table table =
+        Select("[CRmDao::GetClassFromSpeciesID]",
+               "SELECT Class FROM Tb_Species_Feature WHERE SpeciesID = '" + speciesId + "' GROUP BY Class;");
+    return table == nullptr ? "" : FirstText(*table, "Class");
+}
+
+std::string CRmDao::GetAdminPassword() {
+    static constexpr char kTag[] = "[CRmDao::GetAdminPassword]";
+    try {
+        const Table table(Query("SELECT Password FROM Tb_Operator_List WHERE OperatorID = 'admin'"));
+        return FirstText(*table, "Password");
+    } catch (DBException* thrown) {
+        const std::unique_ptr<DBException> exception(thrown);
+        log_->WriteError("%s get table error", kTag);
+        return {};
+    }
+}
+
+int CRmDao::Execute(const char* tag, const String& statement) {
+    try {
+        if (database_ == nullptr) {
+            throw new DBException("database is not open");
+        }
+        database_->Execute(statement, kTimeoutMicroseconds);
+        return 0;
+    } catch (DBException* thrown) {
+        const std::unique_ptr<DBException> exception(thrown);
+        log_->WriteError("%s insert table error", tag);
+        return -1;
+    }
+}
+
+CRmDao::Table CRmDao::Select(const char* tag, const String& statement) {
+    try {
+        return Table(Query(statement));
+    } catch (DBException* thrown) {
+        const std::unique_ptr<DBException> exception(thrown);
+        log_->WriteError("%s Select error: %s", tag, exception->GetMessage());
+        return nullptr;
+    }
+}
+
+QENFx::Data::Collection::Table* CRmDao::Query(const String& statement) {
+    if (database_ == nullptr) {
+        throw new DBException("database is not open");
+    }
+    return database_->getTable(statement, kTimeoutMicroseconds);
+}

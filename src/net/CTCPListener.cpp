@@ -1,0 +1,130 @@
+#include "net/CTCPListener.h"
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+#include "common/Constants.h"
+#include "net/CNetUtils.h"
+#include "net/CTCPSession.h"
+#include "net/SocketTimeout.h"
+
+namespace RMUP::Net {
+
+namespace {
+
+constexpr std::uint16_t kPort = 9034;
+constexpr int kListenQueue = 5;
+constexpr int kSendTimeoutSeconds = 10;
+constexpr int kOpenRetrySeconds = 5;
+constexpr int kReopenRetrySeconds = 3;
+
+constexpr char kRunTag[] = "[CTCPListener::Run]";
+
+}  // namespace
+
+CInstance<CTCPListener> CTCPListener::instance_;
+
+CTCPListener* CTCPListener::GetInstance() {
+    return instance_.Get([] {
+        auto listener = std::make_unique<CTCPListener>();
+        QENFx::Service::ThreadMemoryRemover::GetInstance()->addThread(listener.get());
+        return listener;
+    });
+}
+
+CTCPListener::CTCPListener() : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)) {}
+
+void CTCPListener::Connect(std::span<const TCPRoute> routes, ILinkMonitor* monitor) {
+    routes_ = routes;
+    monitor_ = monitor;
+}
+
+int CTCPListener::ServerOpen() {
+    static constexpr char kTag[] = "[CTCPListener::ServerOpen]";
+    log_->WriteInfo("%s TCP listener open start", kTag);
+    socket_.Reset();
+    socket_.Reset(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (!socket_.IsOpen()) {
+        log_->WriteError("%s Socket open error: %s", kTag, strerror(errno));
+        return -1;
+    }
+
+    const int enabled = 1;
+    if (setsockopt(socket_.Get(), SOL_SOCKET, SO_REUSEADDR, &enabled, sizeof(enabled)) == 0) {
+        log_->WriteInfo("%s Set socket REUSEADDR", kTag);
+    } else {
+        log_->WriteError("%s Set socket option(SO_REUSEADDR) error: %s", kTag, strerror(errno));
+    }
+
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_ANY);
+    address.sin_port = htons(kPort);
+    if (bind(socket_.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+        log_->WriteError("%s Bind error: %s", kTag, strerror(errno));
+        socket_.Reset();
+        return -1;
+    }
+    log_->WriteInfo("%s TCP bind success, <IP:%s><Port:%d>", kTag, CNetUtils().GetMyIPAddr().c_str(), kPort);
+
+    if (listen(socket_.Get(), kListenQueue) != 0) {
+        log_->WriteError("%s Listen error: %s", kTag, strerror(errno));
+        socket_.Reset();
+        return -1;
+    }
+    log_->WriteInfo("%s Listening start", kTag);
+
+    if (SetSocketTimeout(socket_.Get(), SO_SNDTIMEO, kSendTimeoutSeconds) == 0) {
+        log_->WriteInfo("%s Set socket option - SNDTIMEO(%ds)", kTag, kSendTimeoutSeconds);
+    } else {
+        log_->WriteError("%s Set socket option(SO_SNDTIMEO) error: %s", kTag, strerror(errno));
+    }
+    return 0;
+}
+
+int CTCPListener::Run() {
+    log_->WriteInfo("%s TCP listener run", kRunTag);
+    while (ServerOpen() != 0) {
+        log_->WriteError("%s TCP open error, try after 5 second", kRunTag);
+        sleep(kOpenRetrySeconds);
+    }
+
+    log_->WriteInfo("%s Accept start", kRunTag);
+    for (;;) {
+        sockaddr_in peer{};
+        socklen_t length = sizeof(peer);
+        CDescriptor socket(accept4(socket_.Get(), reinterpret_cast<sockaddr*>(&peer), &length, SOCK_CLOEXEC));
+        if (socket.IsOpen()) {
+            log_->WriteInfo("%s TCP client accepted <IP:%s><Port:%d>", kRunTag,
+                            CNetUtils::DottedAddress(peer.sin_addr).c_str(), ntohs(peer.sin_port));
+            StartSession(std::move(socket));
+        } else {
+            log_->WriteError("%s Accept error: %s(%d)", kRunTag, strerror(errno), errno);
+            log_->WriteInfo("%s TCP Listener server socket reopen", kRunTag);
+            while (ServerOpen() != 0) {
+                log_->WriteError("%s TCP open error, try after 3 second", kRunTag);
+                sleep(kReopenRetrySeconds);
+            }
+        }
+        log_->WriteInfo("%s Accept start", kRunTag);
+    }
+}
+
+void CTCPListener::StartSession(CDescriptor socket) {
+    const auto session = std::make_shared<CTCPSession>(std::move(socket), routes_, monitor_);
+    log_->WriteInfo("%s New session start", kRunTag);
+    try {
+        session->Launch();
+    } catch (QENFx::Service::WorkException* thrown) {
+        // One connection that cannot be served is no reason to stop serving the others.
+        const std::unique_ptr<QENFx::Service::WorkException> exception(thrown);
+        log_->WriteError("%s New session failed: %s", kRunTag, exception->GetMessage());
+    }
+}
+
+}  // namespace RMUP::Net

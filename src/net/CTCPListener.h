@@ -1,0 +1,40 @@
+#pragma once
+
+#include <span>
+
+#include "common/CDescriptor.h"
+#include "common/CInstance.h"
+#include "net/ILinkMonitor.h"
+#include "net/Route.h"
+#include "platform/Log.h"
+#include "platform/Service.h"
+
+namespace RMUP::Net {
+
+/// Accepts the connections of PCs on port 9034 and starts a session for each.
+class CTCPListener : public QENFx::Service::Thread {
+public:
+    static CTCPListener* GetInstance();
+
+    CTCPListener();
+
+    /// Before Start. Both outlive the listener and its sessions.
+    void Connect(std::span<const TCPRoute> routes, ILinkMonitor* monitor);
+
+    /// Opens, binds and listens, after closing what was open. Returns 0 or -1.
+    [[nodiscard]] int ServerOpen();
+
+    int Run() override;
+
+private:
+    void StartSession(CDescriptor socket);
+
+    static CInstance<CTCPListener> instance_;
+
+    QENFx::Log::FileLog* log_;
+    CDescriptor socket_;
+    std::span<const TCPRoute> routes_;
+    ILinkMonitor* monitor_ = nullptr;
+};
+
+}  // namespace RMUP::Net

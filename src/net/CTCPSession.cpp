@@ -1,0 +1,324 @@
+#include "net/CTCPSession.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <optional>
+#include <thread>
+
+#include "common/Bytes.h"
+#include "common/Constants.h"
+#include "config/CConfigMgr.h"
+#include "config/CDeviceInfo.h"
+#include "net/CNetUtils.h"
+#include "net/CResultMarker.h"
+#include "net/PCCommand.h"
+
+namespace RMUP::Net {
+
+namespace {
+
+constexpr int kWaitMilliseconds = 2000;
+constexpr std::chrono::seconds kIdlePause{1};
+constexpr int kAcknowledgementPolls = 29;
+constexpr std::chrono::milliseconds kAcknowledgementPause{80};
+
+constexpr char kRunTag[] = "[CTCPSession::Run]";
+
+std::optional<sockaddr_in> PeerOf(const CDescriptor* socket, QENFx::Log::FileLog* log, const char* tag) {
+    sockaddr_in peer{};
+    socklen_t length = sizeof(peer);
+    if (getpeername(socket == nullptr ? -1 : socket->Get(), reinterpret_cast<sockaddr*>(&peer), &length) != 0) {
+        log->WriteError("%s Get peer name error: %s", tag, strerror(errno));
+        return std::nullopt;
+    }
+    return peer;
+}
+
+bool IsResult(std::span<const std::uint8_t> packet) {
+    return Bytes::GetBE16(packet, 0) == kResult;
+}
+
+}  // namespace
+
+CTCPSession::CTCPSession(CDescriptor socket, std::span<const TCPRoute> routes, ILinkMonitor* monitor)
+    : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)),
+      routes_(routes),
+      monitor_(monitor),
+      socket_(std::make_shared<CDescriptor>(std::move(socket))) {}
+
+void CTCPSession::Launch() {
+    self_ = shared_from_this();
+    try {
+        Start();
+    } catch (...) {
+        self_.reset();
+        throw;
+    }
+    pthread_detach(GetThreadId());
+}
+
+CTCPSession::SocketPtr CTCPSession::Socket() const {
+    const std::lock_guard lock(socketMutex_);
+    return socket_;
+}
+
+void CTCPSession::CloseSocket() {
+    SocketPtr closed;
+    const std::lock_guard lock(socketMutex_);
+    closed.swap(socket_);
+}
+
+int CTCPSession::SendMessage(std::span<const std::uint8_t> packet) {
+    static constexpr char kTag[] = "[CTCPSession::SendMessage]";
+    // An acknowledgement that is still there belongs to an earlier packet.
+    CResultMarker::Remove();
+    if (packet.size() < CPCMsg::kHeaderSize) {
+        return -1;
+    }
+    const SocketPtr socket = Socket();
+    int sent = 0;
+    if (socket == nullptr || !SendBytes(*socket, packet, sent)) {
+        const int error = socket == nullptr ? EBADF : errno;
+        log_->WriteError("%s Send error: %s (%d/%d bytes sended)", kTag, strerror(error), sent,
+                         static_cast<int>(packet.size()));
+        return -1;
+    }
+    log_->WriteInfo("%s Send %d bytes complete", kTag, sent);
+    {
+        const std::lock_guard lock(idleMutex_);
+        ++sends_;
+    }
+    idleWake_.notify_all();
+
+    if (IsResult(packet) && !WaitAcknowledgement()) {
+        log_->WriteError("%s There is not ACK message from PC", kTag);
+        return -1;
+    }
+    return sent;
+}
+
+bool CTCPSession::SendBytes(const CDescriptor& socket, std::span<const std::uint8_t> packet, int& sent) {
+    // After a partial send the packet goes out again from its start: a PC drops the piece and takes the packet whole.
+    while (sent < static_cast<int>(packet.size())) {
+        const ssize_t count = send(socket.Get(), packet.data(), packet.size(), 0);
+        if (count >= 0) {
+            sent += static_cast<int>(count);
+        } else if (errno != EAGAIN && errno != EINTR) {
+            return false;
+        } else if (Socket() == nullptr) {
+            errno = EBADF;
+            return false;
+        } else {
+            std::this_thread::yield();
+        }
+    }
+    return true;
+}
+
+bool CTCPSession::WaitAcknowledgement() {
+    for (int i = 0; i < kAcknowledgementPolls; ++i) {
+        if (CResultMarker::Exists()) {
+            CResultMarker::Remove();
+            return true;
+        }
+        std::this_thread::sleep_for(kAcknowledgementPause);
+    }
+    return false;
+}
+
+int CTCPSession::SendErrorMessage(std::uint8_t subTag, std::uint8_t tag, std::uint16_t errorCode) {
+    std::array<std::uint8_t, 2> payload{};
+    Bytes::PutBE16(payload, 0, errorCode);
+    CPCMsg message;
+    const auto packet = message.MakePacket(kErrorNotice, tag, subTag, payload);
+    const int sent = SendMessage(packet);
+    message.WritePacketLog();
+    return sent - static_cast<int>(packet.size());
+}
+
+std::string CTCPSession::GetClientIPAddr() const {
+    const auto peer = PeerOf(Socket().get(), log_, "[CTCPSession::GetClientIPAddr]");
+    return peer ? CNetUtils::DottedAddress(peer->sin_addr) : std::string();
+}
+
+std::uint16_t CTCPSession::GetClientPort() const {
+    const auto peer = PeerOf(Socket().get(), log_, "[CTCPSession::GetClientPort]");
+    return peer ? ntohs(peer->sin_port) : std::uint16_t{0};
+}
+
+int CTCPSession::ReceiveMessage(CPCMsg& message) {
+    static constexpr char kTag[] = "[CTCPSession::ReceiveMessage]";
+    const SocketPtr socket = Socket();
+    if (socket == nullptr) {
+        log_->WriteError("%s Socket disconnected", kTag);
+        return -2;
+    }
+
+    constexpr int kHeaderSize = CPCMsg::kHeaderSize;
+    const int header = ReceiveBytes(*socket, message.GetRawHeader());
+    if (header < 0) {
+        log_->WriteError("%s Receive message header failed: %s", kTag, strerror(errno));
+        return -1;
+    }
+    if (header < kHeaderSize) {
+        log_->WriteError("%s Receive header failed: %d/%d bytes", kTag, header, kHeaderSize);
+        return -1;
+    }
+
+    const int length = static_cast<int>(message.GetPayloadLength());
+    if (length > 0) {
+        const auto payload = message.GetBufferData();
+        if (payload.empty()) {
+            log_->WriteError("%s Prepare memory for TCP data failed", kTag);
+            return -1;
+        }
+        const int body = ReceiveBytes(*socket, payload);
+        if (body < 0) {
+            log_->WriteError("%s Receive message body failed: %s", kTag, strerror(errno));
+            return -1;
+        }
+        if (body < length) {
+            log_->WriteError("%s Receive body failed: %d/%d bytes", kTag, body, length);
+            return -1;
+        }
+    }
+    log_->WriteInfo("%s Receive TCP data complete <H:%d><P:%d> from %s", kTag, kHeaderSize, length,
+                    GetClientIPAddr().c_str());
+    return 0;
+}
+
+int CTCPSession::ReceiveBytes(const CDescriptor& socket, std::span<std::uint8_t> bytes) {
+    static constexpr char kTag[] = "[CTCPSession::ReceiveMessage]";
+    std::size_t received = 0;
+    while (received < bytes.size()) {
+        const ssize_t count = recv(socket.Get(), bytes.data() + received, bytes.size() - received, 0);
+        if (count > 0) {
+            received += static_cast<std::size_t>(count);
+        } else if (count == 0) {
+            break;
+        } else if (errno == EAGAIN || errno == EINTR) {
+            // The rest of a packet follows its start at once; a wait in the kernel would only add its wake-up to each
+            // piece of an image. A session that is told to stop does not wait for the rest.
+            if (IsStopped()) {
+                errno = ECANCELED;
+                return -1;
+            }
+            std::this_thread::yield();
+        } else {
+            const int error = errno;
+            log_->WriteError("%s recv failed: %s", kTag, strerror(error));
+            errno = error;
+            return -1;
+        }
+    }
+    return static_cast<int>(received);
+}
+
+bool CTCPSession::MoveFromDescriptorZero() {
+    if (Socket()->Get() != 0) {
+        return true;
+    }
+    // 0 means "no socket" in this program's logs and to its readers.
+    CDescriptor moved(fcntl(0, F_DUPFD_CLOEXEC, 1));
+    if (!moved.IsOpen()) {
+        log_->WriteError("%s Abnormal socket: %s", kRunTag, strerror(errno));
+        return false;
+    }
+    log_->WriteInfo("%s socket descriptor duplicated to %d", kRunTag, moved.Get());
+    *Socket() = std::move(moved);
+    return true;
+}
+
+void CTCPSession::BecomeCurrentIfRegistered() {
+    const std::string address = GetClientIPAddr();
+    if (address.empty() || address != CConfigMgr::GetInstance()->GetContents(kPCIPAddress)) {
+        return;
+    }
+    if (CDeviceInfo::GetInstance()->ClaimSession(shared_from_this())) {
+        monitor_->SetTCPConnection(true);
+        log_->WriteInfo("%s [%s] TCP session reconnected", kRunTag, address.c_str());
+    }
+}
+
+bool CTCPSession::SetNonBlocking() {
+    const SocketPtr socket = Socket();
+    const int flags = fcntl(socket->Get(), F_GETFL);
+    if (flags < 0) {
+        log_->WriteError("%s Get socket mode error: %s", kRunTag, strerror(errno));
+    } else if (fcntl(socket->Get(), F_SETFL, flags | O_NONBLOCK) < 0) {
+        log_->WriteError("%s Set socket mode error: %s", kRunTag, strerror(errno));
+    } else {
+        log_->WriteInfo("%s Client socket is set non-blocking mode", kRunTag);
+        return true;
+    }
+    log_->WriteError("%s Client socket will be operated blocking mode", kRunTag);
+    return false;
+}
+
+int CTCPSession::Run() {
+    const std::shared_ptr<CTCPSession> self = std::move(self_);
+    if (!MoveFromDescriptorZero()) {
+        return -1;
+    }
+    BecomeCurrentIfRegistered();
+    if (!SetNonBlocking()) {
+        // Left open: whoever sends through a session that became current finds its socket as the PC opened it.
+        Socket()->Release();
+        return 0;
+    }
+    Serve();
+
+    CloseSocket();
+    if (CDeviceInfo::GetInstance()->ReleaseSession(this)) {
+        monitor_->SetTCPConnection(false);
+    }
+    return 0;
+}
+
+void CTCPSession::Serve() {
+    const SocketPtr socket = Socket();
+    while (!IsStopped()) {
+        const unsigned sendsBefore = sends_;
+        pollfd readable{socket->Get(), POLLIN, 0};
+        const int ready = poll(&readable, 1, kWaitMilliseconds);
+        std::uint8_t byte = 0;
+        if (ready < 0) {
+            log_->WriteError("%s select error: %s", kRunTag, strerror(errno));
+            (void)recv(socket->Get(), &byte, 1, 0);
+            log_->WriteInfo("%s session close for connection reset", kRunTag);
+            return;
+        }
+        if (ready == 0) {
+            // Only looks: a packet that arrives just now keeps its first byte.
+            (void)recv(socket->Get(), &byte, 1, MSG_PEEK);
+            Idle(sendsBefore);
+            continue;
+        }
+
+        CPCMsg message;
+        if (ReceiveMessage(message) != 0) {
+            log_->WriteInfo("%s PC Disconnected", kRunTag);
+            return;
+        }
+        if (message.GetCommand() != kImageData) {
+            message.WritePacketLog();
+        }
+        if (const TCPRoute* route = FindRoute(routes_, message.GetCommand())) {
+            route->handle(message, shared_from_this());
+        }
+    }
+}
+
+void CTCPSession::Idle(unsigned sendsBefore) {
+    std::unique_lock lock(idleMutex_);
+    idleWake_.wait_for(lock, kIdlePause, [&] { return sends_ != sendsBefore; });
+}
+
+}  // namespace RMUP::Net

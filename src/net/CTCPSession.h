@@ -1,0 +1,80 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <string>
+
+#include "common/CDescriptor.h"
+#include "config/IPCSession.h"
+#include "net/CPCMsg.h"
+#include "net/ILinkMonitor.h"
+#include "net/Route.h"
+#include "platform/Log.h"
+#include "platform/Service.h"
+
+namespace RMUP::Net {
+
+/// One connection of a PC: a thread that reads packets and hands them to their routes, and a way for every other thread
+/// to send to that PC. Lives as long as its thread or a sender needs it; its descriptor is closed when the thread has
+/// ended and no other thread is in a call on it, so that a number that was given to another file is never written to.
+class CTCPSession : public QENFx::Service::Thread, public IPCSession, public std::enable_shared_from_this<CTCPSession> {
+public:
+    /// Takes the connected socket. Routes and monitor outlive the session.
+    CTCPSession(CDescriptor socket, std::span<const TCPRoute> routes, ILinkMonitor* monitor);
+
+    /// Starts the detached thread; the session keeps itself alive until its thread has ended. Throws WorkException*.
+    void Launch();
+
+    int SendMessage(std::span<const std::uint8_t> packet) override;
+    int SendErrorMessage(std::uint8_t subTag, std::uint8_t tag, std::uint16_t errorCode) override;
+    std::string GetClientIPAddr() const override;
+    std::uint16_t GetClientPort() const override;
+    void StopSession() override { Stop(); }
+    void SetUpdateFlag(bool wanted) override { updateFlag_ = wanted; }
+    bool GetUpdateFlag() const override { return updateFlag_; }
+
+    /// Receives one packet. Returns 0; -1 when the connection failed or ended; -2 when there is no connection.
+    [[nodiscard]] int ReceiveMessage(CPCMsg& message);
+
+    int Run() override;
+
+private:
+    using SocketPtr = std::shared_ptr<CDescriptor>;
+
+    /// The connection for the length of one call, or null when it is closed.
+    SocketPtr Socket() const;
+    void CloseSocket();
+
+    [[nodiscard]] bool MoveFromDescriptorZero();
+    void BecomeCurrentIfRegistered();
+    [[nodiscard]] bool SetNonBlocking();
+    void Serve();
+
+    /// Sleeps between two waits for a packet, but not when something was sent to the PC since `sendsBefore`: its answer
+    /// is on the way then.
+    void Idle(unsigned sendsBefore);
+
+    /// Reads exactly the span's size unless the peer closes before. Returns the bytes read, or -1 after an error line.
+    int ReceiveBytes(const CDescriptor& socket, std::span<std::uint8_t> bytes);
+    bool SendBytes(const CDescriptor& socket, std::span<const std::uint8_t> packet, int& sent);
+    static bool WaitAcknowledgement();
+
+    QENFx::Log::FileLog* log_;
+    const std::span<const TCPRoute> routes_;
+    ILinkMonitor* const monitor_;
+    std::atomic<bool> updateFlag_{false};
+    std::shared_ptr<CTCPSession> self_;
+
+    std::mutex idleMutex_;
+    std::condition_variable idleWake_;
+    std::atomic<unsigned> sends_{0};
+
+    mutable std::mutex socketMutex_;
+    SocketPtr socket_;
+};
+
+}  // namespace RMUP::Net

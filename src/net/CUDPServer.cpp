@@ -1,0 +1,169 @@
+#include "net/CUDPServer.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+#include "common/Constants.h"
+#include "common/ProcessEnd.h"
+#include "net/CNetUtils.h"
+#include "net/SocketTimeout.h"
+
+namespace RMUP::Net {
+
+namespace {
+
+constexpr std::uint16_t kPort = 9035;
+constexpr int kTimeoutSeconds = 10;
+constexpr int kOpenRetrySeconds = 5;
+constexpr std::size_t kMaxDatagram = 4096;
+constexpr int kHeartbeatsPerLogLine = 120;
+
+}  // namespace
+
+CInstance<CUDPServer> CUDPServer::instance_;
+
+CUDPServer* CUDPServer::GetInstance() {
+    return instance_.Get([] {
+        auto server = std::make_unique<CUDPServer>();
+        QENFx::Service::ThreadMemoryRemover::GetInstance()->addThread(server.get());
+        return server;
+    });
+}
+
+void CUDPServer::DestroyInstance() {
+    instance_.Destroy();
+}
+
+CUDPServer::CUDPServer() : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)) {}
+
+void CUDPServer::Connect(std::span<const UDPRoute> routes, ILinkMonitor* monitor) {
+    routes_ = routes;
+    monitor_ = monitor;
+}
+
+int CUDPServer::ServerOpen() {
+    static constexpr char kTag[] = "[CUDPServer::ServerOpen]";
+    log_->WriteInfo("%s UDP server open start", kTag);
+    socket_.Reset(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!socket_.IsOpen()) {
+        log_->WriteError("%s Socket open error: %s", kTag, strerror(errno));
+        return -1;
+    }
+
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_ANY);
+    address.sin_port = htons(kPort);
+    if (bind(socket_.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+        log_->WriteError("%s Bind error: %s", kTag, strerror(errno));
+        socket_.Reset();
+        return -1;
+    }
+    log_->WriteInfo("%s UDP bind success, <IP:%s><Port:%d>", kTag, CNetUtils().GetMyIPAddr().c_str(), kPort);
+
+    if (SetSocketTimeout(socket_.Get(), SO_SNDTIMEO, kTimeoutSeconds) == 0) {
+        log_->WriteInfo("%s Set socket option - SNDTIMEO(%ds)", kTag, kTimeoutSeconds);
+    } else {
+        log_->WriteError("%s Set socket send timeout option error: %s", kTag, strerror(errno));
+    }
+    if (SetSocketTimeout(socket_.Get(), SO_RCVTIMEO, kTimeoutSeconds) == 0) {
+        log_->WriteInfo("%s Set socket option - RCVTIMEO(%ds)", kTag, kTimeoutSeconds);
+    } else {
+        log_->WriteError("%s Set socket receive timeout option error: %s", kTag, strerror(errno));
+    }
+    sendDescriptor_ = socket_.Get();
+    return 0;
+}
+
+int CUDPServer::ReceiveMessage(CPCMsg& message) {
+    static constexpr char kTag[] = "[CUDPServer::ReceiveMessage]";
+    if (!socket_.IsOpen()) {
+        log_->WriteError("%s Socket destroyed", kTag);
+        return -2;
+    }
+
+    std::array<std::uint8_t, kMaxDatagram> buffer{};
+    sockaddr_in& peer = message.GetPeerAddress();
+    socklen_t peerLength = sizeof(peer);
+    // MSG_TRUNC gives the size that the datagram had, so that one that was cut cannot pass for a whole one.
+    const ssize_t received = recvfrom(socket_.Get(), buffer.data(), buffer.size(), MSG_TRUNC,
+                                      reinterpret_cast<sockaddr*>(&peer), &peerLength);
+    if (received < 0) {
+        return -1;
+    }
+    if (received == 0) {
+        return 0;
+    }
+
+    const auto size = static_cast<std::size_t>(received);
+    const auto header = message.GetRawHeader();
+    std::copy_n(buffer.begin(), std::min(size, header.size()), header.begin());
+    const std::size_t expected = CPCMsg::kHeaderSize + message.GetPayloadLength();
+    if (size != expected || size > buffer.size()) {
+        log_->WriteError("%s Receive failed: %d/%d bytes", kTag, static_cast<int>(size), static_cast<int>(expected));
+        return -1;
+    }
+    const auto payload = message.GetBufferData();
+    std::copy_n(buffer.begin() + CPCMsg::kHeaderSize, payload.size(), payload.begin());
+    return static_cast<int>(size);
+}
+
+int CUDPServer::SendMessage(std::span<const std::uint8_t> packet, const sockaddr_in& peer) {
+    static constexpr char kTag[] = "[CUDPServer::SendMessage]";
+    const ssize_t sent = sendto(sendDescriptor_, packet.data(), packet.size(), 0,
+                                reinterpret_cast<const sockaddr*>(&peer), sizeof(peer));
+    if (sent < 0) {
+        log_->WriteError("%s Send error: %s", kTag, strerror(errno));
+        return 0;
+    }
+    return static_cast<int>(sent);
+}
+
+int CUDPServer::Run() {
+    static constexpr char kTag[] = "[CUDPServer::Run]";
+    log_->WriteInfo("%s UDP server thread run", kTag);
+    while (ServerOpen() != 0) {
+        log_->WriteError("%s UDP open error, try after 5 second", kTag);
+        sleep(kOpenRetrySeconds);
+    }
+
+    for (;;) {
+        CPCMsg message;
+        const int received = ReceiveMessage(message);
+        if (received >= 0) {
+            Dispatch(message);
+            continue;
+        }
+        monitor_->SetUDPConnection(false);
+        if (received == -2 && ServerOpen() != 0) {
+            log_->WriteError("%s UDP reopen error, program shutdown", kTag);
+            EndProcess();
+        }
+    }
+}
+
+void CUDPServer::Dispatch(CPCMsg& message) {
+    static constexpr char kTag[] = "[CUDPServer::Run]";
+    const UDPRoute* route = FindRoute(routes_, message.GetCommand());
+    if (route == nullptr) {
+        return;
+    }
+    if (route->handle(message) < 0) {
+        log_->WriteError("%s %s", kTag, route->failure);
+        return;
+    }
+    if (route->heartbeat && ++heartbeats_ > kHeartbeatsPerLogLine) {
+        const sockaddr_in& peer = message.GetPeerAddress();
+        log_->WriteInfo("%s UDP Server is working well with IP: %s, Port: %d", kTag,
+                        CNetUtils::DottedAddress(peer.sin_addr).c_str(), ntohs(peer.sin_port));
+        heartbeats_ = 0;
+    }
+}
+
+}  // namespace RMUP::Net

@@ -1,0 +1,80 @@
+#include "net/CUDSMsg.h"
+
+#include "common/Bytes.h"
+#include "common/Constants.h"
+#include "common/PacketDump.h"
+#include "platform/Crc16.h"
+
+namespace {
+
+constexpr std::uint8_t kStartByte = 0x02;
+constexpr std::uint8_t kAddressByte = 0xB2;
+constexpr std::uint8_t kEndByte = 0x03;
+
+}  // namespace
+
+CUDSMsg::CUDSMsg() : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)) {}
+
+std::span<const std::uint8_t> CUDSMsg::GetSendPacket(std::uint16_t id, std::span<const std::uint8_t> payload) {
+    static constexpr char kTag[] = "[CUDSMsg::GetSendPacket]";
+    header_[0] = kStartByte;
+    header_[1] = kAddressByte;
+    Bytes::PutLE16(header_, 2, id);
+    Bytes::PutLE16(header_, 4, static_cast<std::uint16_t>(payload.size()));
+    payload_.assign(payload.begin(), payload.end());
+    trailer_ = {0, 0, kEndByte};
+    SetSequencePacket();
+    Bytes::PutLE16(trailer_, 0, ComputeCRC());
+    SetSequencePacket();
+    log_->WriteInfo("%s Making packet complete (%d bytes)", kTag, static_cast<int>(sendBuffer_.size()));
+    return sendBuffer_;
+}
+
+void CUDSMsg::SetSequencePacket() {
+    sendBuffer_.assign(header_.begin(), header_.end());
+    sendBuffer_.insert(sendBuffer_.end(), payload_.begin(), payload_.end());
+    sendBuffer_.insert(sendBuffer_.end(), trailer_.begin(), trailer_.end());
+}
+
+std::span<std::uint8_t> CUDSMsg::GetBufferData() {
+    if (payload_.empty()) {
+        payload_.resize(GetPayloadLength());
+    }
+    return payload_;
+}
+
+bool CUDSMsg::IsValidCRC() {
+    static constexpr char kTag[] = "[CUDSMsg::IsValidCRC]";
+    SetSequencePacket();
+    if (payload_.size() != GetPayloadLength()) {
+        log_->WriteError("%s Cannot make packet", kTag);
+        return false;
+    }
+    return Bytes::GetLE16(trailer_, 0) == ComputeCRC();
+}
+
+std::uint16_t CUDSMsg::ComputeCRC() const {
+    const auto covered = std::span(sendBuffer_).subspan(1, sendBuffer_.size() - 1 - kTrailerSize);
+    return QENFx::Common::Convertor::CRC16::crc16(covered.data(), covered.size());
+}
+
+std::uint16_t CUDSMsg::GetMessageId() const {
+    return Bytes::GetLE16(header_, 2);
+}
+
+std::size_t CUDSMsg::GetPayloadLength() const {
+    return Bytes::GetLE16(header_, 4);
+}
+
+void CUDSMsg::WritePacketLog() {
+    static constexpr char kTag[] = "[CUDSMsg::WritePacketLog]";
+    if (sendBuffer_.empty()) {
+        SetSequencePacket();
+    }
+    if (sendBuffer_.empty()) {
+        log_->WriteError("%s Cannot write packet log", kTag);
+        return;
+    }
+    log_->WriteInfo("%s UDS Packet (%d bytes)", kTag, static_cast<int>(sendBuffer_.size()));
+    DumpPacket(log_, sendBuffer_);
+}

@@ -1,0 +1,249 @@
+#include "net/CUDSServer.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "common/Constants.h"
+#include "common/ProcessEnd.h"
+#include "config/CConfigMgr.h"
+#include "config/CDeviceInfo.h"
+#include "net/SocketTimeout.h"
+#include "net/UDSMessageId.h"
+
+namespace RMUP::Net {
+
+namespace {
+
+constexpr int kListenQueue = 5;
+constexpr int kTimeoutSeconds = 5;
+constexpr std::size_t kPathLimit = sizeof(sockaddr_un::sun_path);
+static_assert(kPathLimit == 108);
+
+// Payload of the connection status: four texts in fields of 20 bytes, each after its size, and the peer ID.
+constexpr std::size_t kFieldSize = 20;
+constexpr std::size_t kConnectedOffset = 0;
+constexpr std::size_t kNameOffset = 1;
+constexpr std::size_t kAddressOffset = 22;
+constexpr std::size_t kPeerIDOffset = 43;
+constexpr std::size_t kEmptyOffset = 44;
+constexpr std::size_t kNoAddressOffset = 65;
+constexpr std::size_t kStatusSize = 87;
+
+void PutField(std::span<std::uint8_t> payload, std::size_t offset, const std::string& text) {
+    payload[offset] = kFieldSize;
+    std::copy_n(text.begin(), std::min(text.size(), kFieldSize),
+                payload.begin() + static_cast<std::ptrdiff_t>(offset) + 1);
+}
+
+}  // namespace
+
+CInstance<CUDSServer> CUDSServer::instance_;
+
+CUDSServer* CUDSServer::GetInstance() {
+    return instance_.Get([] {
+        auto server = std::make_unique<CUDSServer>();
+        QENFx::Service::ThreadMemoryRemover::GetInstance()->addThread(server.get());
+        return server;
+    });
+}
+
+void CUDSServer::DestroyInstance() {
+    instance_.Destroy();
+}
+
+CUDSServer::CUDSServer() : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)) {}
+
+int CUDSServer::ServerOpen(const char* path) {
+    static constexpr char kTag[] = "[CUDSServer::ServerOpen]";
+    log_->WriteInfo("%s UDS server open start", kTag);
+    listener_.Reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (!listener_.IsOpen()) {
+        log_->WriteError("%s Socket open error: %s", kTag, strerror(errno));
+        return -1;
+    }
+
+    unlink(path);
+    const std::size_t pathLength = strlen(path);
+    if (pathLength >= kPathLimit) {
+        log_->WriteError("%s UDS server path can't over %d bytes, path will be truncated.", kTag,
+                         static_cast<int>(kPathLimit));
+        listener_.Reset();
+        return -1;
+    }
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    memcpy(address.sun_path, path, pathLength);
+    const auto addressLength = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + pathLength);
+    if (bind(listener_.Get(), reinterpret_cast<const sockaddr*>(&address), addressLength) != 0) {
+        log_->WriteError("%s Bind error: %s", kTag, strerror(errno));
+        listener_.Reset();
+        return -1;
+    }
+    log_->WriteInfo("%s Bind success, Path: %s", kTag, path);
+
+    if (listen(listener_.Get(), kListenQueue) != 0) {
+        log_->WriteError("%s Listen error: %s", kTag, strerror(errno));
+        listener_.Reset();
+        return -1;
+    }
+    log_->WriteInfo("%s Listening queue: %d", kTag, kListenQueue);
+
+    log_->WriteInfo("%s %s Accept start", kTag, path);
+    {
+        const CEndingSignalsWindow window;
+        client_.Reset(accept4(listener_.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+    }
+    clientDescriptor_ = client_.Get();
+    if (!client_.IsOpen()) {
+        log_->WriteError("%s Accept error: %s", kTag, strerror(errno));
+        listener_.Reset();
+        return -1;
+    }
+    log_->WriteInfo("%s Accept client (fd: %d)", kTag, client_.Get());
+    if (SetSocketTimeout(client_.Get(), SO_SNDTIMEO, kTimeoutSeconds) == 0) {
+        log_->WriteInfo("%s Set socket option - SNDTIMEO(%ds)", kTag, kTimeoutSeconds);
+    } else {
+        log_->WriteError("%s Set socket option error: %s", kTag, strerror(errno));
+    }
+    if (SetSocketTimeout(client_.Get(), SO_RCVTIMEO, kTimeoutSeconds) == 0) {
+        log_->WriteInfo("%s Set socket option - RCVTIMEO(%ds)", kTag, kTimeoutSeconds);
+    } else {
+        log_->WriteError("%s Set socket option error: %s", kTag, strerror(errno));
+    }
+    return 0;
+}
+
+int CUDSServer::ReceivePiece(std::span<std::uint8_t> piece) {
+    static constexpr char kTag[] = "[CUDSServer::ReceiveMessage]";
+    const ssize_t received = recv(client_.Get(), piece.data(), piece.size(), MSG_WAITALL);
+    if (received < 0) {
+        log_->WriteError("%s Receive failed: %s", kTag, strerror(errno));
+        return -1;
+    }
+    if (static_cast<std::size_t>(received) < piece.size()) {
+        log_->WriteError("%s Receive failed: %d/%d bytes", kTag, static_cast<int>(received),
+                         static_cast<int>(piece.size()));
+    }
+    return static_cast<int>(received);
+}
+
+int CUDSServer::ReceiveMessage(CUDSMsg& message) {
+    static constexpr char kTag[] = "[CUDSServer::ReceiveMessage]";
+    if (!client_.IsOpen()) {
+        log_->WriteError("%s Socket disconnected", kTag);
+        return -2;
+    }
+
+    const int header = ReceivePiece(message.GetHeader());
+    if (header < static_cast<int>(CUDSMsg::kHeaderSize)) {
+        return -1;
+    }
+    int payload = 0;
+    if (message.GetPayloadLength() > 0) {
+        const auto buffer = message.GetBufferData();
+        if (buffer.empty()) {
+            log_->WriteError("%s Prepare memory for UDS data failed", kTag);
+            return -1;
+        }
+        payload = ReceivePiece(buffer);
+        if (payload < static_cast<int>(buffer.size())) {
+            return -1;
+        }
+    }
+    // A short trailer goes on to the CRC, which settles the matter.
+    const int trailer = ReceivePiece(message.GetTrailer());
+    if (trailer < 0) {
+        return -1;
+    }
+
+    const int total = header + payload + trailer;
+    log_->WriteInfo("%s Receive UDS data complete <H:%d><D:%d><T:%d> Total(%dbytes)", kTag, header, payload, trailer,
+                    total);
+    if (!message.IsValidCRC()) {
+        log_->WriteError("%s CRC checksum error", kTag);
+        return -1;
+    }
+    return total;
+}
+
+int CUDSServer::SendMessage(std::span<const std::uint8_t> packet) {
+    static constexpr char kTag[] = "[CUDSServer::SendMessage]";
+    const ssize_t sent = send(clientDescriptor_, packet.data(), packet.size(), 0);
+    if (sent < 0) {
+        log_->WriteError("%s send error: %s", kTag, strerror(errno));
+        return 0;
+    }
+    log_->WriteInfo("%s Send complete (%d bytes)", kTag, static_cast<int>(sent));
+    return static_cast<int>(sent);
+}
+
+int CUDSServer::SendMessagePCCon(bool connected) {
+    static constexpr char kTag[] = "[CUDSServer::SendMessagePCCon]";
+    const CConfigMgr* config = CConfigMgr::GetInstance();
+    const std::string name = config->GetContents(kPCSWName);
+    const std::string address = config->GetContents(kPCIPAddress);
+    const char peerID = config->GetFirstChar(kPCPeerID);
+
+    std::array<std::uint8_t, kStatusSize> payload{};
+    payload[kConnectedOffset] = connected ? 1 : 0;
+    PutField(payload, kNameOffset, name);
+    PutField(payload, kAddressOffset, address);
+    payload[kPeerIDOffset] = static_cast<std::uint8_t>(peerID);
+    PutField(payload, kEmptyOffset, "");
+    PutField(payload, kNoAddressOffset, kNoPCAddress);
+
+    CUDSMsg message;
+    const int sent = SendMessage(message.GetSendPacket(kUDSPCConnection, payload));
+    log_->WriteInfo("%s Send UDS to inform connection status(%s)", kTag, connected ? "Connected" : "Disconnected");
+    log_->WriteInfo("%s PC Name: %s, PC IP: %s, PC PeerID: %c", kTag, name.c_str(), address.c_str(), peerID);
+    message.WritePacketLog();
+    return sent;
+}
+
+int CUDSServer::Run() {
+    static constexpr char kTag[] = "[CUDSServer::Run]";
+    log_->WriteInfo("%s UDS server thread run", kTag);
+    SendMessagePCCon(false);
+    announced_ = true;
+    announced_.notify_all();
+
+    for (;;) {
+        CUDSMsg message;
+        const int received = ReceiveMessage(message);
+        if (received == -2) {
+            log_->WriteInfo("%s Reconstruct socket", kTag);
+            sleep(1);
+            if (ServerOpen(kUDSPath) != 0) {
+                continue;
+            }
+        } else if (received < 0) {
+            // A transfer whose outcome nobody waits for any more must not keep the status.
+            CDeviceInfo* device = CDeviceInfo::GetInstance();
+            if (device->GetStatus() == DeviceStatus::kTransferResult) {
+                device->SetStatus(DeviceStatus::kRegistered);
+            }
+            sleep(1);
+        } else {
+            log_->WriteInfo("%s UDS receive complete", kTag);
+            message.WritePacketLog();
+            Dispatch(message);
+        }
+    }
+}
+
+void CUDSServer::Dispatch(CUDSMsg& message) {
+    if (const UDSRoute* route = FindRoute(routes_, message.GetMessageId())) {
+        route->handle(message);
+    }
+}
+
+}  // namespace RMUP::Net
