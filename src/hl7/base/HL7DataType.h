@@ -1,0 +1,21 @@
+#pragma once
+
+#include "hl7/base/HL7Object.h"
+
+namespace HL7v251::Base {
+
+/// A primitive: one value, empty at first, written and read as it stands.
+class HL7DataType : public HL7Object {
+public:
+    virtual const std::string& GetValue() const { return value_; }
+    virtual void SetValue(std::string_view value) { value_.assign(value); }
+
+    void EncodeTo(std::string& out) const override;
+    /// Takes the whole text.
+    int DecodeFrom(std::string_view& text) override;
+
+private:
+    std::string value_;
+};
+
+}  // namespace HL7v251::Base

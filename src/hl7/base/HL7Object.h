@@ -1,0 +1,44 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace HL7v251::Base {
+
+/// Results of decoding, the same for every element.
+enum DecodeResult : int {
+    kMalformed = -1,  ///< the element is there but cannot be read
+    kAbsent = 0,      ///< the text does not start with this element
+    kDecoded = 1,     ///< the element was read, or is optional and not there
+};
+
+/// The root of everything that can write itself as HL7 text and read itself from it. All text is a string of 8-bit
+/// bytes; nothing is escaped, repeated or converted. Elements stay where they were made: they are neither copied nor
+/// moved.
+class HL7Object {
+public:
+    static constexpr char kSegmentTerminator = '\r';
+    static constexpr char kFieldSeparator = '|';
+    static constexpr char kComponentSeparator = '^';
+    static constexpr char kSubcomponentSeparator = '&';
+
+    HL7Object() = default;
+    virtual ~HL7Object() = default;
+    HL7Object(const HL7Object&) = delete;
+    HL7Object& operator=(const HL7Object&) = delete;
+
+    /// The text of this element.
+    virtual std::string Encode() const;
+
+    /// Reads this element from the front of `text` and removes what it recognised; returns a DecodeResult.
+    virtual int Decode(std::string& text);
+
+    /// Encode and Decode over a shared buffer: what an element implements. A whole message is written into one string
+    /// and read from one, however deep its tree is.
+    virtual void EncodeTo(std::string& out) const = 0;
+
+    /// As Decode; `text` stays a tail of what it was.
+    virtual int DecodeFrom(std::string_view& text) = 0;
+};
+
+}  // namespace HL7v251::Base

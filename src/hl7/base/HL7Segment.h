@@ -1,0 +1,69 @@
+#pragma once
+
+#include "hl7/base/HL7Composite.h"
+#include "hl7/base/HL7Name.h"
+
+namespace HL7v251::Base {
+
+/// A segment: a three-letter name and fields, on one line of the message.
+class HL7Segment : public HL7Object {
+public:
+    virtual std::string_view Name() const = 0;
+
+    /// The name, the fields without separators at their end, and the segment terminator; at least the name and one
+    /// separator.
+    void EncodeTo(std::string& out) const override;
+    /// Reads one line when it begins with the name. Fields beyond the supplied ones keep their values.
+    int DecodeFrom(std::string_view& text) override;
+
+protected:
+    virtual std::span<const HL7PartType> Types() const = 0;
+
+    const HL7Object* At(std::size_t index) const { return fields_ != nullptr ? fields_->parts.At(index) : nullptr; }
+    HL7Object& Make(std::size_t index);
+
+private:
+    struct Fields {
+        HL7PartStore store;
+        HL7Parts parts;
+    };
+
+    // Null while every field is empty, so that an empty segment is as small as can be.
+    std::unique_ptr<Fields> fields_;
+};
+
+/// The segment with the given name and fields of the given types; positions count from 1.
+template <HL7Name kText, class... FieldTypes>
+class SegmentOf : public HL7Segment {
+public:
+    static constexpr std::string_view kName = kText.View();
+    static constexpr std::size_t kFields = sizeof...(FieldTypes);
+
+    std::string_view Name() const override { return kName; }
+
+    /// Whether `text` begins with this segment.
+    static bool Begins(std::string_view text) { return text.starts_with(kName); }
+
+    template <std::size_t N>
+    auto& Field() {
+        return static_cast<PartAt<N, FieldTypes...>&>(Make(N - 1));
+    }
+
+    template <std::size_t N>
+    const auto& Field() const {
+        using T = PartAt<N, FieldTypes...>;
+        const HL7Object* field = At(N - 1);
+        return field != nullptr ? static_cast<const T&>(*field) : EmptyPart<T>();
+    }
+
+protected:
+    std::span<const HL7PartType> Types() const override { return kTypes; }
+
+private:
+    static_assert(kName.size() == 3);
+    static_assert(kFields <= kMaxParts);
+    static constexpr HL7PartType kTypes[] = {
+        {&MakeField<FieldTypes>, SizeWithValue<FieldTypes>(), std::derived_from<FieldTypes, HL7Composite>}...};
+};
+
+}  // namespace HL7v251::Base
