@@ -1,0 +1,4 @@
+#pragma once
+
+/// Gives each endpoint its routes: which request is handled where. Called once, before any endpoint is started.
+void ConnectRoutes();

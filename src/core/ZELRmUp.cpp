@@ -1,0 +1,181 @@
+#include "core/ZELRmUp.h"
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include "common/Constants.h"
+#include "common/ProcessEnd.h"
+#include "config/CConfigMgr.h"
+#include "core/Routes.h"
+#include "net/CConnectionMonitor.h"
+#include "net/CTCPListener.h"
+#include "net/CUDPServer.h"
+#include "net/CUDSMsg.h"
+#include "net/CUDSServer.h"
+#include "net/UDSMessageId.h"
+
+using RMUP::Net::CConnectionMonitor;
+using RMUP::Net::CTCPListener;
+using RMUP::Net::CUDPServer;
+using RMUP::Net::CUDSServer;
+
+namespace {
+
+constexpr char kBuildDate[] = __DATE__;
+constexpr char kBuildTime[] = __TIME__;
+
+// pthread_detach reports failure by a positive number, which the start operations below let pass: a thread that is not
+// detached serves like any other, and there is nothing to gain from a line about it.
+
+/// Sleeps while the signals that end the process may come.
+void SleepOpen(unsigned seconds) {
+    const CEndingSignalsWindow window;
+    sleep(seconds);
+}
+
+}  // namespace
+
+CInstance<ZELRmUp> ZELRmUp::instance_;
+
+namespace {
+
+// Made before main runs, so that the log is there before anything else writes to it.
+[[maybe_unused]] const ZELRmUp* const kEarlyInstance = ZELRmUp::GetInstance();
+
+}  // namespace
+
+ZELRmUp* ZELRmUp::GetInstance() {
+    return instance_.Get([] { return std::make_unique<ZELRmUp>(); });
+}
+
+void ZELRmUp::DestroyInstance() {
+    instance_.Destroy();
+}
+
+ZELRmUp::ZELRmUp() : logger_(QENFx::Log::Logger::getLogger()), log_(logger_->getLog(kLogName)) {}
+
+ZELRmUp::~ZELRmUp() {
+    QENFx::Log::Logger::DestroyLogger();
+    CConfigMgr::DestroyInstance();
+    CUDSServer::DestroyInstance();
+    CUDPServer::DestroyInstance();
+}
+
+int ZELRmUp::Run() {
+    InstallSignalHandlers();
+    BlockEndingSignals();
+    PrintBanner();
+    CConfigMgr::GetInstance()->CheckConfigFile(kOwnConfigFile);
+    device_ = CDeviceInfo::GetInstance();
+    ConnectRoutes();
+
+    StartUDSServer();
+    device_->Initialize();
+    StartUDPServer();
+    StartTCPListener();
+    StartConnectionMonitor();
+
+    for (;;) {
+        SleepOpen(60);
+    }
+}
+
+void ZELRmUp::InstallSignalHandlers() {
+    // SIGINT is left to end the process at once, as a developer at a terminal expects. SIGKILL cannot be caught; it
+    // stands here so that the list is that of all signals that are known to end the service.
+    for (const int number : {SIGHUP, SIGQUIT, SIGABRT, SIGKILL, SIGPIPE, SIGTERM}) {
+        signal(number, &ZELRmUp::SignalHandler);
+    }
+}
+
+void ZELRmUp::SignalHandler(int number) {
+    // Written past stdio, whose buffer another thread may hold.
+    char text[64] = "ZELRmUp received signal(#";
+    char* end = std::to_chars(text + strlen(text), text + sizeof(text) - 2, number).ptr;
+    *end++ = ')';
+    *end++ = '\n';
+    const ssize_t written = write(STDOUT_FILENO, text, static_cast<std::size_t>(end - text));
+    (void)written;  // there is nobody left to tell
+    EndProcess();
+}
+
+void ZELRmUp::PrintBanner() {
+    log_->WriteInfo("*****************************************");
+    log_->WriteInfo("*             ZELRmUp START             *");
+    log_->WriteInfo("*     Build:  %s  %s     *", kBuildDate, kBuildTime);
+    log_->WriteInfo("*****************************************");
+    printf("***** ZELRmUp START Build: %s %s\n", kBuildDate, kBuildTime);
+    fflush(stdout);
+}
+
+void ZELRmUp::StartUDSServer() {
+    static constexpr char kTag[] = "[ZELRmUp::StartUDSServer]";
+    constexpr int kAttempts = 4;
+
+    CUDSServer* server = CUDSServer::GetInstance();
+    int failures = 0;
+    while (server->ServerOpen(RMUP::Net::kUDSPath) != 0) {
+        log_->WriteInfo("%s[%c] Retry to open UDS server", kTag, device_->GetStatusChar());
+        SleepOpen(1);
+        if (++failures == kAttempts) {
+            log_->WriteError("%s[%c] Server open failed, program exit", kTag, device_->GetStatusChar());
+            CUDSServer::DestroyInstance();
+            EndProcess();
+        }
+    }
+
+    server->Start();
+    if (pthread_detach(server->GetThreadId()) < 0) {
+        log_->WriteError("%s[%c] UDS server thread detach fail: %s", kTag, device_->GetStatusChar(), strerror(errno));
+    }
+    log_->WriteInfo("%s[%c] UDS server thread start", kTag, device_->GetStatusChar());
+    server->WaitAnnounced();
+
+    CUDSMsg notice;
+    const auto packet = notice.GetSendPacket(kUDSStarted, {});
+    const int length = static_cast<int>(packet.size());
+    const int sent = server->SendMessage(packet);
+    if (sent != length) {
+        log_->WriteError("%s[%c] Message send failed(%d/%d bytes sended)", kTag, device_->GetStatusChar(), sent,
+                         length);
+    }
+    log_->WriteInfo("%s[%c] Send UDS to inform ZELRmUp start", kTag, device_->GetStatusChar());
+    notice.WritePacketLog();
+}
+
+void ZELRmUp::StartUDPServer() {
+    static constexpr char kTag[] = "[ZELRmUp::StartUDPServer]";
+    CUDPServer* server = CUDPServer::GetInstance();
+    server->Start();
+    if (pthread_detach(server->GetThreadId()) < 0) {
+        log_->WriteError("%s UDP server thread detach fail: %s", kTag, strerror(errno));
+    }
+    log_->WriteInfo("%s UDP server thread start", kTag);
+}
+
+void ZELRmUp::StartTCPListener() {
+    static constexpr char kTag[] = "[ZELRmUp::StartTCPListener]";
+    CTCPListener* listener = CTCPListener::GetInstance();
+    listener->Start();
+    if (pthread_detach(listener->GetThreadId()) < 0) {
+        log_->WriteError("%s TCP listener thread detach fail: %s", kTag, strerror(errno));
+    }
+    log_->WriteInfo("%s TCP listener thread start", kTag);
+}
+
+void ZELRmUp::StartConnectionMonitor() {
+    static constexpr char kTag[] = "[ZELRmUp::StartConnectionMonitor]";
+    CConnectionMonitor* monitor = CConnectionMonitor::GetInstance();
+    monitor->Start();
+    if (pthread_detach(monitor->GetThreadId()) < 0) {
+        log_->WriteError("%s Connection monitor thread detach fail: %s", kTag, strerror(errno));
+    }
+    log_->WriteInfo("%s Connection monitor thread start", kTag);
+}

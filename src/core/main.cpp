@@ -1,0 +1,20 @@
+#include <cstdio>
+#include <memory>
+
+#include "core/ZELRmUp.h"
+#include "platform/Service.h"
+
+int main() {
+    static constexpr char kTag[] = "[main]";
+    try {
+        const int result = ZELRmUp::GetInstance()->Run();
+        ZELRmUp::DestroyInstance();
+        return result;
+    } catch (QENFx::Service::WorkException* thrown) {
+        const std::unique_ptr<QENFx::Service::WorkException> exception(thrown);
+        printf("%s Work exception occured: %s", kTag, exception->GetMessage());
+    } catch (...) {
+        printf("%s Unknown exception occured", kTag);
+    }
+    return 0;
+}

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <string>
+
+#include "net/CUDSMsg.h"
+#include "platform/Log.h"
+
+/// Sends one finished result to the registered PC as an HL7 OUL^R22 message and marks it as sent. Made for one request
+/// of ZELApp by the thread that received it.
+class CTransferResult {
+public:
+    /// What the digit in the request file says; every other digit names a control result.
+    static constexpr int kPatientResult = 1;
+
+    CTransferResult();
+
+    /// The whole transfer, from the request file to the report to ZELApp. Returns 0 when the PC has the result, else
+    /// -1.
+    int ProcessSendResult(CUDSMsg& request);
+
+    /// Reads the request file: one digit for the kind, one separator, and the condition that selects the result in the
+    /// database. Returns the digit's value, or -1 when the file is missing or is no such request.
+    [[nodiscard]] int GetResultInfo(std::string& key);
+
+    /// Loads a result and builds its message. Returns 0, or -1 with an empty text when the tables cannot be read.
+    [[nodiscard]] int SetHL7ResultPacket(int kind, const std::string& key, std::string& hl7Text);
+
+    /// The digits of a date "YYYY-MM-DD..." (mode 1) or of a date and time "YYYY-MM-DD hh:mm:ss" (mode 2, as far as the
+    /// text goes); empty for any other mode and for a text that is too short.
+    static std::string ConvertDate(const std::string& text, int mode);
+
+private:
+    [[nodiscard]] bool Send(const std::string& hl7Text);
+    void MarkAsSent(int kind, const std::string& key);
+
+    QENFx::Log::FileLog* log_;
+};
