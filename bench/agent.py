@@ -1,0 +1,104 @@
+"""The one program of the bench that runs inside a sandbox.
+
+It does on request what can only be done there: set up the network, start and signal processes, make sockets and open
+files. Sockets and files are handed out as descriptors, so everything else of the bench stays outside and still speaks
+through the sandbox's own network. Standard library only; it is started as a plain script.
+"""
+
+import json
+import os
+import socket
+import subprocess
+import sys
+
+NETWORK = """
+link set lo up
+link add eth0 type veth peer name pc0
+address add 192.168.40.10/24 dev eth0
+link set eth0 up
+route add default via 192.168.40.1 dev eth0
+address add 192.168.40.20/24 dev pc0
+link set pc0 up
+link add usb0 type veth peer name usbpc0
+address add 1.1.40.1/24 dev usb0
+link set usb0 up
+address add 1.1.40.2/24 dev usbpc0
+link set usbpc0 up
+"""
+
+children: dict[int, subprocess.Popen] = {}
+
+
+def do_socket(_fds, family, kind, bind=None, listen=0):
+    """Makes a socket; binding is done here, where a port below 1024 is allowed."""
+    made = socket.socket(family, kind)
+    try:
+        made.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+        if bind:
+            made.bind(tuple(bind) if isinstance(bind, list) else bind)
+        if listen:
+            made.listen(listen)
+        return {}, [made.detach()]
+    except OSError:
+        made.close()
+        raise
+
+
+def do_connect_unix(_fds, path):
+    made = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+    try:
+        made.connect(path)
+        return {}, [made.detach()]
+    except OSError:
+        made.close()
+        raise
+
+
+def do_open(_fds, path, write):
+    flags = os.O_WRONLY | os.O_CREAT | os.O_TRUNC if write else os.O_RDONLY
+    return {}, [os.open(path, flags, 0o644)]
+
+
+def do_spawn(fds, argv, env):
+    """Starts a program; fds are its standard output and error. Hands out a descriptor that shows when it ended."""
+    child = subprocess.Popen(argv, env=env, stdin=subprocess.DEVNULL, stdout=fds[0], stderr=fds[1])
+    children[child.pid] = child
+    return {"pid": child.pid}, [os.pidfd_open(child.pid)]
+
+
+def do_poll(_fds, pid):
+    return {"status": children[pid].poll()}, []
+
+
+def do_signal(_fds, pid, number):
+    children[pid].send_signal(number)
+    return {}, []
+
+
+def serve(channel):
+    while True:
+        data, fds, _, _ = socket.recv_fds(channel, 1 << 16, 4)
+        if not data:
+            return
+        request = json.loads(data)
+        handed_out = []
+        try:
+            answer, handed_out = globals()["do_" + request.pop("do")](fds, **request)
+        except OSError as error:
+            answer = {"errno": error.errno or 0, "error": error.strerror or str(error)}
+        for fd in fds:
+            os.close(fd)
+        socket.send_fds(channel, [json.dumps(answer).encode()], handed_out)
+        for fd in handed_out:
+            os.close(fd)
+
+
+def main():
+    subprocess.run(["ip", "-batch", "-"], input=NETWORK, text=True, check=True)
+    with socket.socket(fileno=int(sys.argv[1])) as channel:
+        channel.send(b"{}")
+        serve(channel)
+
+
+if __name__ == "__main__":
+    main()

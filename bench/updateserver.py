@@ -1,0 +1,184 @@
+"""The update server: a real nginx inside the sandbox, and a small server that misbehaves on purpose."""
+
+from __future__ import annotations
+
+import shutil
+import socket
+import threading
+from collections.abc import Callable
+from xml.sax.saxutils import quoteattr
+
+from bench.daemon import wait_until
+from bench.sandbox import PC_ADDRESS, Sandbox
+from bench.updateformat import file_name, parse
+
+INFO_PATH = "bca_update_xml_vorn.xml"
+MODEL_NAMES = {"human": "Human", "veterinary": "N62V"}
+FOLDERS = {"human": "n62", "veterinary": "n62v_vorn"}
+QC_PATHS = {model: f"{folder}/control_material.xml" for model, folder in FOLDERS.items()}
+
+# One process that changes no user: a sandbox of an ordinary user knows only one.
+NGINX = """
+daemon off;
+master_process off;
+user root;
+pid /data/server/pid;
+error_log /data/server/error.log;
+events {{ worker_connections 64; }}
+http {{
+    access_log /data/server/access.log;
+    client_body_temp_path /data/server/body;
+    proxy_temp_path /data/server/proxy;
+    fastcgi_temp_path /data/server/fastcgi;
+    uwsgi_temp_path /data/server/uwsgi;
+    scgi_temp_path /data/server/scgi;
+    server {{
+        listen {address}:80;
+        root /data/server/www;
+    }}
+}}
+"""
+
+
+def update_info(model: str, files: dict[int, bytes], versions: dict[int, str] | None = None) -> bytes:
+    """The document that says which images the server offers. `versions` may differ from what the files hold."""
+    lines = ['<?xml version="1.0" encoding="utf-8"?>', "<update>", f"  <model name={quoteattr(MODEL_NAMES[model])}>"]
+    for image, data in files.items():
+        version = (versions or {}).get(image) or parse(data).version
+        major, minor, patch, build = version.split(".")
+        name = file_name(image, model)
+        lines.append(f'    <file_info name="{name}" major_version="{major}" minor_version="{minor}" '
+                     f'release_patch="{patch}" build_number="{build}" file_path="/{FOLDERS[model]}/{name}"/>')
+    return "\n".join([*lines, "  </model>", "</update>", ""]).encode()
+
+
+class UpdateServer:
+    """nginx on port 80 of the address that the update server's name stands for."""
+
+    def __init__(self, sandbox: Sandbox):
+        self._sandbox = sandbox
+        self.directory = sandbox.path("/data/server")
+        self.root = self.directory / "www"
+        self.root.mkdir(parents=True)
+        (self.directory / "nginx.conf").write_text(NGINX.format(address=PC_ADDRESS))
+        with open(self.directory / "output", "wb") as output:
+            self._process = sandbox.spawn(["nginx", "-e", "/data/server/error.log", "-c", "/data/server/nginx.conf"],
+                                          output, output)
+        wait_until(self._serves, 10, "nginx takes connections")
+
+    def _serves(self) -> bool:
+        if self._process.poll() is not None:
+            raise RuntimeError(f"nginx ended: {(self.directory / 'output').read_text()}")
+        with self._sandbox.socket(socket.SOCK_STREAM) as probe:
+            return probe.connect_ex((PC_ADDRESS, 80)) == 0
+
+    def put(self, path: str, content: bytes) -> None:
+        (self.root / path).parent.mkdir(parents=True, exist_ok=True)
+        (self.root / path).write_bytes(content)
+
+    def publish(self, model: str, files: dict[int, bytes], versions: dict[int, str] | None = None) -> None:
+        """Offers the update files of a release, and a QC-material document."""
+        shutil.rmtree(self.root)
+        self.put(INFO_PATH, update_info(model, files, versions))
+        for image, data in files.items():
+            self.put(f"{FOLDERS[model]}/{file_name(image, model)}", data)
+        self.put(QC_PATHS[model], b"<control_material/>\n")
+
+    def requests(self) -> list[str]:
+        """The request lines served so far, each with the status of the answer."""
+        log = self.directory / "access.log"
+        return [line.split('"')[1] + line.split('"')[2][:4] for line in log.read_text().splitlines()]
+
+
+Behaviour = Callable[[socket.socket, bytes], None]
+
+
+class FaultyServer:
+    """A server on the update server's address that does to each connection what a behaviour says.
+
+    A behaviour gets the connection and the request, which was read up to its empty line; the connection is closed after
+    it returns. Requests are kept in `requests`.
+    """
+
+    def __init__(self, sandbox: Sandbox, behaviour: Behaviour):
+        self.behaviour = behaviour
+        self.requests: list[bytes] = []
+        self.stopped = threading.Event()
+        self._listener = sandbox.socket(socket.SOCK_STREAM, bind=(PC_ADDRESS, 80), listen=16)
+        self._listener.settimeout(0.05)
+        self._threads = [threading.Thread(target=self._serve, daemon=True)]
+        self._threads[0].start()
+
+    def _serve(self) -> None:
+        while not self.stopped.is_set():
+            try:
+                connection, _ = self._listener.accept()
+            except TimeoutError:
+                continue
+            thread = threading.Thread(target=self._handle, args=(connection,), daemon=True)
+            self._threads.append(thread)
+            thread.start()
+
+    def _handle(self, connection: socket.socket) -> None:
+        with connection:
+            connection.settimeout(60)
+            try:
+                request = b""
+                while not request.endswith(b"\r\n\r\n"):
+                    piece = connection.recv(4096)
+                    if not piece:
+                        return
+                    request += piece
+                self.requests.append(request)
+                self.behaviour(connection, request)
+            except OSError:  # the daemon closed the connection first
+                pass
+
+    def stay_silent(self, _connection: socket.socket, _request: bytes) -> None:
+        """A behaviour: answers nothing and keeps the connection."""
+        self.stopped.wait()
+
+    def close(self) -> None:
+        self.stopped.set()
+        for thread in self._threads:
+            thread.join()
+        self._listener.close()
+
+    def __enter__(self) -> FaultyServer:
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        self.close()
+
+
+# Behaviours
+
+def close_at_once(_connection: socket.socket, _request: bytes) -> None:
+    pass
+
+
+def answer(body: bytes, *headers: str, status: str = "200 OK") -> Behaviour:
+    """Sends exactly these header lines and this body."""
+    head = "\r\n".join([f"HTTP/1.1 {status}", *headers, "", ""]).encode()
+    return lambda connection, _request: connection.sendall(head + body)
+
+
+def answer_with_length(body: bytes, length: int | None = None) -> Behaviour:
+    """A well-formed answer, or one whose announced length is another than the body's."""
+    return answer(body, f"Content-Length: {len(body) if length is None else length}")
+
+
+def chunked(body: bytes) -> Behaviour:
+    return answer(b"%x\r\n%s\r\n0\r\n\r\n" % (len(body), body), "Transfer-Encoding: chunked")
+
+
+def redirect(target: str) -> Behaviour:
+    return answer(b"", f"Location: {target}", "Content-Length: 0", status="302 Found")
+
+
+def by_path(documents: dict[str, Behaviour]) -> Behaviour:
+    """Chooses the behaviour by the path asked for."""
+    def behave(connection: socket.socket, request: bytes) -> None:
+        path = request.split(b" ", 2)[1].decode("latin-1")
+        documents.get(path, answer_with_length(b""))(connection, request)
+    return behave
