@@ -1,0 +1,167 @@
+"""Registration, unregistration and the PC's identity."""
+
+from __future__ import annotations
+
+import struct
+import time
+from typing import Any
+
+import pytest
+
+from bench.analyzer import DATABASE, PASSWORD, PATIENT_ID, Analyzer, make_database
+from bench.daemon import wait_until
+from bench.pc import Pc, Refused
+from bench.pcpacket import Command, Info, Packet
+from bench.sandbox import PC_ADDRESS, USB_ANALYZER_ADDRESS, USB_PC_ADDRESS
+from bench.zelapp import PATIENT, PcConnection, ResultSent
+
+OTHER_PC = "192.168.40.21"
+IDENTITY = ("PCIPAddress", "PCSWName", "PCPeerID", "PCUDPPort")
+
+
+def identity(analyzer: Analyzer) -> tuple[str | None, ...]:
+    return tuple(analyzer.setting(key) for key in IDENTITY)
+
+
+@pytest.fixture
+def other_pc(analyzer: Analyzer, make_pc: Any) -> Pc:
+    analyzer.sandbox.run("ip", "address", "add", f"{OTHER_PC}/24", "dev", "pc0")
+    return make_pc(address=OTHER_PC, name="OtherPC", peer_id="2")
+
+
+def test_a_registered_pc_is_stored_and_reported(analyzer: Analyzer, make_pc: Any) -> None:
+    pc = make_pc(udp_port=9036, name="TenLetters", peer_id="7")
+    pc.start_heartbeat()
+    answer = pc.register(PASSWORD, tag=0x33)
+    answered = time.monotonic()
+    assert answer == Packet(Command.REGISTER_RESPONSE, 0x33, ord("7"), b"7")
+    assert identity(analyzer) == (PC_ADDRESS, "TenLetters", "7", "9036")
+    assert analyzer.setting("PCTCPPort") == str(pc.tcp.getsockname()[1])
+    assert analyzer.setting("IPChanged") == "0"
+    status = analyzer.zelapp.expect(PcConnection)
+    assert time.monotonic() - answered > 0.9, "reported before the registration was over"
+    expected = bytearray(87)
+    expected[0] = 1
+    expected[1] = expected[22] = expected[44] = expected[65] = 20
+    expected[2:12] = b"TenLetters"
+    expected[23:23 + len(PC_ADDRESS)] = PC_ADDRESS.encode()
+    expected[43] = ord("7")
+    expected[66:73] = b"0.0.0.0"
+    assert status.payload == bytes(expected)
+
+
+@pytest.mark.parametrize("stored,given", [
+    (PASSWORD, "zel1235"), (PASSWORD, "zel123"), (PASSWORD, "zel12345"), (PASSWORD, "ZEL1234"), (PASSWORD, ""),
+    ("", ""), ("123456789", "12345678")])
+def test_a_wrong_password_is_refused(analyzer: Analyzer, pc: Pc, stored: str, given: str) -> None:
+    analyzer.sandbox.path(DATABASE).unlink()
+    make_database(analyzer.sandbox.path(DATABASE), stored)
+    before = identity(analyzer)
+    with pytest.raises(Refused) as refusal:
+        pc.register(given)
+    assert refusal.value.code == 0x0007
+    analyzer.daemon.wait_for_log("[CConnect::ProcessRegisterDevice] Admin password is not correct")
+    assert identity(analyzer) == before and not pc.scan().active
+
+
+def test_a_refusal_carries_the_requests_tag_and_peer_id(analyzer: Analyzer, pc: Pc) -> None:
+    pc.connect()
+    pc.send(Command.REGISTER, bytes(24) + b"1", tag=0x44)
+    assert pc.receive() == Packet(Command.ERROR, 0x44, ord("1"), b"\x00\x07")
+
+
+@pytest.mark.parametrize("breakage", ["DROP TABLE Tb_Operator_List", "DELETE FROM Tb_Operator_List"])
+def test_without_a_stored_password_nobody_registers(analyzer: Analyzer, pc: Pc, breakage: str) -> None:
+    with analyzer.database() as database:
+        database.execute(breakage)
+    with pytest.raises(Refused):
+        pc.register(PASSWORD)
+
+
+def test_nobody_registers_while_a_result_is_sent(analyzer: Analyzer, connected_pc: Pc, other_pc: Pc) -> None:
+    analyzer.zelapp.send_result(PATIENT, f"ResultID = {PATIENT_ID}")
+    connected_pc.receive_result(acknowledge=False)
+    with pytest.raises(TimeoutError):
+        other_pc.connect()
+        other_pc.send(Command.REGISTER, struct.pack(">8sH4s10ss", PASSWORD.encode(), 1, bytes(4), b"", b"2"))
+        other_pc.expect(Command.REGISTER_RESPONSE, timeout=1)
+    assert "Cannot register now, analyzing or update is in progress" in analyzer.daemon.log()
+    assert identity(analyzer)[0] == PC_ADDRESS
+
+
+def test_the_previous_pc_is_told_first(analyzer: Analyzer, connected_pc: Pc, other_pc: Pc) -> None:
+    other_pc.connect()
+    field = bytes([1, 2, 3, 4])  # carried into the notice as it is
+    other_pc.send(Command.REGISTER, struct.pack(">8sH4s10ss", PASSWORD.encode(), 9036, field, b"OtherPC", b"2"), tag=5)
+    assert other_pc.expect(Command.REGISTER_RESPONSE).payload == b"2"
+    notice = connected_pc.receive_datagram(Command.NOTICE, timeout=0.2)
+    assert notice == Packet(Command.NOTICE, 5, ord("1"), b"\x04\x00" + field + b"OtherPC\0\0\0")
+    assert identity(analyzer) == (OTHER_PC, "OtherPC", "2", "9036")
+    log = analyzer.daemon.log()
+    assert log.find("Change device info request making start") < log.rfind("Register device response making start")
+
+
+def test_a_pc_that_replaces_a_connected_one_gets_results(analyzer: Analyzer, connected_pc: Pc, other_pc: Pc) -> None:
+    """The monitor may end the new PC's first session, because the old PC was still reported connected."""
+    other_pc.register(PASSWORD)
+    other_pc.start_heartbeat()
+    assert not analyzer.zelapp.expect(PcConnection).connected
+    try:
+        other_pc.receive(timeout=4)
+    except ConnectionError:
+        other_pc.connect()
+    except TimeoutError:
+        pass
+    status = analyzer.zelapp.expect(PcConnection, 10)
+    assert (status.connected, status.name, status.address) == (True, "OtherPC", OTHER_PC)
+    analyzer.zelapp.send_result(PATIENT, f"ResultID = {PATIENT_ID}")
+    assert "P-4711" in other_pc.receive_result()
+    analyzer.zelapp.expect(ResultSent)
+
+
+def test_a_request_of_another_length_is_not_answered(analyzer: Analyzer, pc: Pc) -> None:
+    pc.connect()
+    for size in (0, 24, 26, 2000):
+        pc.send(Command.REGISTER, PASSWORD.encode().ljust(size, b"\0")[:size])
+    pc.get_info(Info.ACTIVITY)  # the next answer is this one's
+    assert analyzer.daemon.log().count("[CConnect::ProcessRegisterDevice] Payload length differs") == 4
+
+
+def test_unregistration_clears_the_identity(analyzer: Analyzer, connected_pc: Pc) -> None:
+    answer = connected_pc.unregister(tag=0x21)
+    assert answer == Packet(Command.UNREGISTER_RESPONSE, 0x21, ord("1"))
+    assert identity(analyzer) == ("0.0.0.0", "", "0", "0")
+    assert not analyzer.zelapp.expect(PcConnection).connected
+
+
+def test_unregistration_by_somebody_else_is_ignored(analyzer: Analyzer, connected_pc: Pc, make_pc: Any,
+                                                    other_pc: Pc) -> None:
+    before = identity(analyzer)
+    wrong_id = make_pc(udp_port=9200, peer_id="5")
+    other_pc.peer_id = "1"  # the right one, but from another address
+    for pc in (wrong_id, other_pc):
+        pc.connect()
+        pc.send(Command.UNREGISTER)
+        pc.get_info(Info.ACTIVITY)  # no answer came before this one's
+    assert identity(analyzer) == before
+    # A second session of the registered PC is answered, but changes nothing.
+    second = make_pc(udp_port=9201)
+    second.connect()
+    second.unregister()
+    assert identity(analyzer) == before
+    assert connected_pc.get_info(Info.REGISTRATION) == {Info.REGISTRATION: b"\x01"}
+
+
+def test_registration_over_the_usb_network_link(analyzer: Analyzer, make_pc: Any) -> None:
+    pc = make_pc(address=USB_PC_ADDRESS, analyzer=USB_ANALYZER_ADDRESS)
+    pc.register(PASSWORD)
+    pc.start_heartbeat()
+    assert analyzer.zelapp.expect(PcConnection).address == USB_PC_ADDRESS
+    assert pc.get_info(Info.ADDRESS)[Info.ADDRESS] == bytes([1, 1, 40, 1])
+
+
+def test_settings_written_meanwhile_by_others_are_kept(analyzer: Analyzer, pc: Pc) -> None:
+    analyzer.change_setting("ServiceNote", "calibrated")
+    pc.register(PASSWORD)
+    wait_until(lambda: analyzer.setting("PCTCPPort") not in (None, "9034"), 5, "the PC is stored")
+    assert analyzer.setting("ServiceNote") == "calibrated"
