@@ -6,10 +6,12 @@ ends the demo with status 1 and the end of the daemon's log.
 
 from __future__ import annotations
 
+import os
 import sys
 import tempfile
-from collections.abc import Callable
+from collections.abc import Callable, Iterator
 from concurrent.futures import ThreadPoolExecutor
+from contextlib import contextmanager, nullcontext
 from pathlib import Path
 
 import hl7
@@ -84,13 +86,20 @@ class Demo:
         self.say("the PC has acknowledged it, and ZELApp knows")
 
     def _print_hl7(self, text: str) -> None:
-        table = Table(show_header=False, box=None, padding=(0, 0, 0, 3))
+        """A segment begins a line; a field is never broken."""
         for segment in hl7.parse(text):
             name = str(segment[0])
-            fields = [f"[dim]{name}-{i}[/]\u00a0{escape(str(value))}" for i, value in enumerate(segment)
-                      if i and str(value) and not (name == "MSH" and i < 3)]
-            table.add_row(f"[bold cyan]{name}", "  ".join(fields))
-        self.console.print(table)
+            line, used = f"   [bold cyan]{name}[/]", 6
+            for i, value in enumerate(segment):
+                if not i or not str(value) or name == "MSH" and i < 3:
+                    continue
+                width = len(f"  {name}-{i} {value}")
+                if used + width > self.console.width:
+                    self.console.print(line, highlight=False)
+                    line, used = " " * 6, 6
+                line += f"  [dim]{name}-{i}[/] {escape(str(value))}"
+                used += width
+            self.console.print(line, highlight=False)
 
     def marks(self) -> None:
         for table, result in (("Result", PATIENT_ID), ("Ctrl", CONTROL_ID)):
@@ -103,9 +112,13 @@ class Demo:
         self.version = version
         return make_release(MODEL, version, sample_payloads(SAMPLE_SIZE + seed))
 
-    def _bars(self) -> Progress:
-        return Progress(TextColumn("   {task.description}"), BarColumn(), TaskProgressColumn(), console=self.console,
-                        disable=not self.console.is_terminal)
+    @contextmanager
+    def _bars(self) -> Iterator[Progress]:
+        """Progress bars, shown on a terminal only."""
+        progress = Progress(TextColumn("   {task.description}"), BarColumn(), TaskProgressColumn(),
+                            console=self.console)
+        with progress if self.console.is_terminal else nullcontext():
+            yield progress
 
     def _watch_update(self, progress: Progress) -> None:
         """Follows ZELApp's messages to the end of an update."""
@@ -204,7 +217,7 @@ UPDATE_STEPS: list[Step] = [
     ("The software is updated from the update server", Demo.update_from_server),
     ("The update history", Demo.history),
 ]
-STEPS = RESULT_STEPS
+STEPS = RESULT_STEPS + UPDATE_STEPS
 
 
 def run(steps: list[Step], console: Console) -> int:
@@ -235,7 +248,13 @@ def report_failure(analyzer: Analyzer, console: Console, title: str, error: Exce
 
 def main() -> int:
     console = Console(width=None if sys.stdout.isatty() else 120)
-    return run(STEPS, console)
+    try:
+        return run(STEPS, console)
+    except KeyboardInterrupt:
+        return 130
+    except BrokenPipeError:  # nobody reads any more; keep the interpreter from trying once again
+        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+        return 1
 
 
 if __name__ == "__main__":

@@ -89,6 +89,7 @@ def main() -> int:
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(0))
     stopped = threading.Event()
     with Analyzer("Veterinary" if options.veterinary else "Human") as analyzer:
+        printer = threading.Thread(target=print_messages, args=(analyzer.zelapp, stopped))
         try:
             if options.no_zelapp:
                 analyzer.daemon.start()
@@ -97,7 +98,6 @@ def main() -> int:
             else:
                 analyzer.start()
                 explain(analyzer, own_zelapp=True)
-                printer = threading.Thread(target=print_messages, args=(analyzer.zelapp, stopped), daemon=True)
                 printer.start()
                 watch(analyzer, analyzer.zelapp)
         except KeyboardInterrupt:
@@ -105,6 +105,8 @@ def main() -> int:
             return 0
         finally:
             stopped.set()
+            if printer.is_alive():
+                printer.join()
     return 1
 
 

@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "common/Bytes.h"
 #include "config/CConfigMgr.h"
 #include "net/CConnectionMonitor.h"
 #include "net/CResultMarker.h"
@@ -14,6 +15,8 @@
 #include "net/UDSMessageId.h"
 #include "process/CConnect.h"
 #include "process/CTransferResult.h"
+#include "process/CUpdateCommand.h"
+#include "process/update/CImageReceiver.h"
 
 using RMUP::Net::CConnectionMonitor;
 using RMUP::Net::CTCPListener;
@@ -21,8 +24,10 @@ using RMUP::Net::CTCPSession;
 using RMUP::Net::CUDPServer;
 using RMUP::Net::CUDSServer;
 using RMUP::Net::TCPRoute;
+using RMUP::Net::TCPRoutes;
 using RMUP::Net::UDPRoute;
 using RMUP::Net::UDSRoute;
+using RMUP::Process::CImageReceiver;
 
 namespace {
 
@@ -32,6 +37,15 @@ int AcknowledgeIPChange(CPCMsg&) {
     CConnectionMonitor::GetInstance()->SetIPChangePending(false);
     CConfigMgr::GetInstance()->SetContents(kIPChanged, 0);
     return 0;
+}
+
+/// Of the PC's error notices, those with which it gives an update up; it has no others for the device.
+void ProcessErrorNotice(CPCMsg& message) {
+    const auto payload = message.GetPayload();
+    const std::uint16_t code = payload.size() < 2 ? std::uint16_t{0} : Bytes::GetBE16(payload, 0);
+    if (code >= kFirstCancel && code <= kLastCancel) {
+        CUpdateCommand().ProcessUpdateCancel(message);
+    }
 }
 
 constexpr UDPRoute kUDPRoutes[] = {
@@ -46,12 +60,21 @@ constexpr TCPRoute kTCPRoutes[] = {
     {kRegisterDevice, [](CPCMsg& message, Session session) { CConnect().ProcessRegisterDevice(message, session); }},
     {kUnregisterDevice, [](CPCMsg& message, Session session) { CConnect().ProcessUnregisterDevice(message, session); }},
     {kGetInfo, [](CPCMsg& message, Session session) { CConnect().ProcessGetDeviceInfo(message, session); }},
+    {kUpdateStart, [](CPCMsg& message, Session) { CConnect().ProcessUpdateStart(message); }},
+    {kImageData,
+     [](CPCMsg& message, Session session) { CUpdateCommand().ProcessReceiveUpdateImage(message, session); }},
+    {kInfo, [](CPCMsg& message, Session) { CUpdateCommand().ProcessUpdateInfoRes(message); }},
+    {kErrorNotice, [](CPCMsg& message, Session) { ProcessErrorNotice(message); }},
     {kResult, [](CPCMsg&, Session) { CResultMarker::Create(); }},
 };
+
+constexpr TCPRoutes kTCP = {kTCPRoutes, [](Session session) { CImageReceiver::GetInstance()->SessionEnded(session); }};
 
 constexpr UDSRoute kUDSRoutes[] = {
     {kUDSAddressChanged, [](CUDSMsg&) { CConnect().ProcessIPChange(); }},
     {kUDSSendResult, [](CUDSMsg& message) { CTransferResult().ProcessSendResult(message); }},
+    {kUDSUpdateStart, [](CUDSMsg& message) { CUpdateCommand().ProcessUpdateStart(message); }},
+    {kUDSUpdateResponse, [](CUDSMsg& message) { CUpdateCommand().ProcessUpdateRequestRes(message); }},
 };
 
 }  // namespace
@@ -59,6 +82,6 @@ constexpr UDSRoute kUDSRoutes[] = {
 void ConnectRoutes() {
     CConnectionMonitor* monitor = CConnectionMonitor::GetInstance();
     CUDPServer::GetInstance()->Connect(kUDPRoutes, monitor);
-    CTCPListener::GetInstance()->Connect(kTCPRoutes, monitor);
+    CTCPListener::GetInstance()->Connect(kTCP, monitor);
     CUDSServer::GetInstance()->Connect(kUDSRoutes);
 }

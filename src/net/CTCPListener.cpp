@@ -39,8 +39,8 @@ CTCPListener* CTCPListener::GetInstance() {
 
 CTCPListener::CTCPListener() : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)) {}
 
-void CTCPListener::Connect(std::span<const TCPRoute> routes, ILinkMonitor* monitor) {
-    routes_ = routes;
+void CTCPListener::Connect(const TCPRoutes& routes, ILinkMonitor* monitor) {
+    routes_ = &routes;
     monitor_ = monitor;
 }
 
@@ -116,7 +116,7 @@ int CTCPListener::Run() {
 }
 
 void CTCPListener::StartSession(CDescriptor socket) {
-    const auto session = std::make_shared<CTCPSession>(std::move(socket), routes_, monitor_);
+    const auto session = std::make_shared<CTCPSession>(std::move(socket), *routes_, monitor_);
     log_->WriteInfo("%s New session start", kRunTag);
     try {
         session->Launch();

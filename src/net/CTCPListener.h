@@ -1,7 +1,5 @@
 #pragma once
 
-#include <span>
-
 #include "common/CDescriptor.h"
 #include "common/CInstance.h"
 #include "net/ILinkMonitor.h"
@@ -19,7 +17,7 @@ public:
     CTCPListener();
 
     /// Before Start. Both outlive the listener and its sessions.
-    void Connect(std::span<const TCPRoute> routes, ILinkMonitor* monitor);
+    void Connect(const TCPRoutes& routes, ILinkMonitor* monitor);
 
     /// Opens, binds and listens, after closing what was open. Returns 0 or -1.
     [[nodiscard]] int ServerOpen();
@@ -33,7 +31,7 @@ private:
 
     QENFx::Log::FileLog* log_;
     CDescriptor socket_;
-    std::span<const TCPRoute> routes_;
+    const TCPRoutes* routes_ = nullptr;
     ILinkMonitor* monitor_ = nullptr;
 };
 

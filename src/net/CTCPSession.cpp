@@ -41,13 +41,34 @@ std::optional<sockaddr_in> PeerOf(const CDescriptor* socket, QENFx::Log::FileLog
     return peer;
 }
 
+/// Paces the retries on a socket that is not ready. The rest of a packet follows its start at once, so the first
+/// retries are made at once as well and cost no wake-up; a peer that stops in the middle of a packet must not take the
+/// processor from the others, so the later ones wait for the socket.
+class Retry {
+public:
+    void Wait(const CDescriptor& socket, short event) {
+        if (++count_ <= kAtOnce) {
+            std::this_thread::yield();
+            return;
+        }
+        pollfd ready{socket.Get(), event, 0};
+        poll(&ready, 1, kLongestWaitMilliseconds);
+    }
+
+private:
+    static constexpr int kAtOnce = 100;
+    static constexpr int kLongestWaitMilliseconds = 100;
+
+    int count_ = 0;
+};
+
 bool IsResult(std::span<const std::uint8_t> packet) {
     return Bytes::GetBE16(packet, 0) == kResult;
 }
 
 }  // namespace
 
-CTCPSession::CTCPSession(CDescriptor socket, std::span<const TCPRoute> routes, ILinkMonitor* monitor)
+CTCPSession::CTCPSession(CDescriptor socket, const TCPRoutes& routes, ILinkMonitor* monitor)
     : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)),
       routes_(routes),
       monitor_(monitor),
@@ -105,18 +126,20 @@ int CTCPSession::SendMessage(std::span<const std::uint8_t> packet) {
 }
 
 bool CTCPSession::SendBytes(const CDescriptor& socket, std::span<const std::uint8_t> packet, int& sent) {
+    Retry retry;
     // After a partial send the packet goes out again from its start: a PC drops the piece and takes the packet whole.
     while (sent < static_cast<int>(packet.size())) {
         const ssize_t count = send(socket.Get(), packet.data(), packet.size(), 0);
         if (count >= 0) {
             sent += static_cast<int>(count);
+            retry = {};
         } else if (errno != EAGAIN && errno != EINTR) {
             return false;
         } else if (Socket() == nullptr) {
             errno = EBADF;
             return false;
         } else {
-            std::this_thread::yield();
+            retry.Wait(socket, POLLOUT);
         }
     }
     return true;
@@ -196,21 +219,22 @@ int CTCPSession::ReceiveMessage(CPCMsg& message) {
 
 int CTCPSession::ReceiveBytes(const CDescriptor& socket, std::span<std::uint8_t> bytes) {
     static constexpr char kTag[] = "[CTCPSession::ReceiveMessage]";
+    Retry retry;
     std::size_t received = 0;
     while (received < bytes.size()) {
         const ssize_t count = recv(socket.Get(), bytes.data() + received, bytes.size() - received, 0);
         if (count > 0) {
             received += static_cast<std::size_t>(count);
+            retry = {};
         } else if (count == 0) {
             break;
         } else if (errno == EAGAIN || errno == EINTR) {
-            // The rest of a packet follows its start at once; a wait in the kernel would only add its wake-up to each
-            // piece of an image. A session that is told to stop does not wait for the rest.
+            // A session that is told to stop does not wait for the rest.
             if (IsStopped()) {
                 errno = ECANCELED;
                 return -1;
             }
-            std::this_thread::yield();
+            retry.Wait(socket, POLLIN);
         } else {
             const int error = errno;
             log_->WriteError("%s recv failed: %s", kTag, strerror(error));
@@ -276,6 +300,7 @@ int CTCPSession::Run() {
     Serve();
 
     CloseSocket();
+    routes_.sessionEnded(self);
     if (CDeviceInfo::GetInstance()->ReleaseSession(this)) {
         monitor_->SetTCPConnection(false);
     }
@@ -310,7 +335,7 @@ void CTCPSession::Serve() {
         if (message.GetCommand() != kImageData) {
             message.WritePacketLog();
         }
-        if (const TCPRoute* route = FindRoute(routes_, message.GetCommand())) {
+        if (const TCPRoute* route = FindRoute(routes_.routes, message.GetCommand())) {
             route->handle(message, shared_from_this());
         }
     }

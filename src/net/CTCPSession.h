@@ -24,7 +24,7 @@ namespace RMUP::Net {
 class CTCPSession : public QENFx::Service::Thread, public IPCSession, public std::enable_shared_from_this<CTCPSession> {
 public:
     /// Takes the connected socket. Routes and monitor outlive the session.
-    CTCPSession(CDescriptor socket, std::span<const TCPRoute> routes, ILinkMonitor* monitor);
+    CTCPSession(CDescriptor socket, const TCPRoutes& routes, ILinkMonitor* monitor);
 
     /// Starts the detached thread; the session keeps itself alive until its thread has ended. Throws WorkException*.
     void Launch();
@@ -64,7 +64,7 @@ private:
     static bool WaitAcknowledgement();
 
     QENFx::Log::FileLog* log_;
-    const std::span<const TCPRoute> routes_;
+    const TCPRoutes& routes_;
     ILinkMonitor* const monitor_;
     std::atomic<bool> updateFlag_{false};
     std::shared_ptr<CTCPSession> self_;

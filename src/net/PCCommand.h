@@ -23,6 +23,10 @@ enum PCCommand : std::uint16_t {
     kResult = 0x7B01,  ///< from the device: a result; from the PC: its acknowledgement
 };
 
+/// Codes of an error notice from the PC by which it gives an update up: these and what stands between.
+inline constexpr std::uint16_t kFirstCancel = 0x0013;
+inline constexpr std::uint16_t kLastCancel = 0x0015;
+
 /// Codes of an error notice to the PC.
 enum PCError : std::uint16_t {
     kWrongPassword = 0x0007,

@@ -26,6 +26,12 @@ struct TCPRoute {
     void (*handle)(CPCMsg& message, const std::shared_ptr<CTCPSession>& session);
 };
 
+/// What a session does with the PC's packets, and whom it tells that it has ended.
+struct TCPRoutes {
+    std::span<const TCPRoute> routes;
+    void (*sessionEnded)(const std::shared_ptr<CTCPSession>& session);
+};
+
 struct UDSRoute {
     std::uint16_t id;
     void (*handle)(CUDSMsg& message);

@@ -109,7 +109,7 @@ int CConnect::ProcessScanDevice(CPCMsg& message) {
 bool CConnect::MayRegister(CPCMsg& message, const SessionPtr& session) {
     static constexpr char kTag[] = "[CConnect::ProcessRegisterDevice]";
     const auto request = message.GetPayload();
-    const std::uint8_t peerID = request[kPeerIDOffset];
+    const std::uint8_t peerID = message.GetSubTag();
     const DeviceStatus status = CDeviceInfo::GetInstance()->GetStatus();
     if (status != DeviceStatus::kDisconnect && status != DeviceStatus::kRegistered) {
         log_->WriteError("%s Cannot register now, analyzing or update is in progress", kTag);

@@ -1,0 +1,162 @@
+#include "process/CUpdateCommand.h"
+
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <utility>
+
+#include "common/Bytes.h"
+#include "common/Constants.h"
+#include "platform/Service.h"
+#include "process/update/CUpdate.h"
+#include "process/update/CUpdateSlot.h"
+#include "process/update/UpdateFile.h"
+#include "process/update/UpdateMessages.h"
+
+using QENFx::Common::Version;
+using QENFx::Service::WorkException;
+using RMUP::Process::CImageReceiver;
+using RMUP::Process::CUpdate;
+using RMUP::Process::CUpdateSlot;
+
+namespace {
+
+/// Images that the PC may offer, in the order of its message. The bit is that of its first two bytes, big-endian.
+struct Offer {
+    std::uint16_t bit;
+    int image;
+    const char* line;
+};
+
+constexpr Offer kOffers[] = {
+    {0x0020, kSYSImage, "%s Sys file exists(Ver: %s)"},
+    {0x0040, kAppImage, "%s App file exists(Ver: %s)"},
+    {0x0080, kDSPImage, "%s DSP file exists(Ver: %s)"},
+    {0x0100, kXMLImage, "%s XML file exists(Ver: %s)"},
+};
+
+constexpr std::size_t kFlagsSize = 2;
+constexpr std::array<int, 4> kOfferOrder = {kSYSImage, kAppImage, kDSPImage, kXMLImage};
+
+constexpr std::uint8_t kPossible = 0;
+constexpr std::uint8_t kImpossible = 1;
+
+constexpr char kInfoTag[] = "[CUpdateCommand::ProcessUpdateInfoRes]";
+
+}  // namespace
+
+CUpdateCommand::CUpdateCommand()
+    : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)), device_(CDeviceInfo::GetInstance()) {}
+
+int CUpdateCommand::ProcessUpdateStart(CUDSMsg& message) {
+    static constexpr char kTag[] = "[CUpdateCommand::ProcessUpdateStart]";
+    log_->WriteInfo("%s Update start request from ZELApp accepted", kTag);
+    auto slot = device_->GetStatus() == DeviceStatus::kUpdating ? std::nullopt : CUpdateSlot::Take();
+    if (!slot) {
+        log_->WriteError("%s Another update processing now", kTag);
+        return -1;
+    }
+    try {
+        auto update = std::make_unique<CUpdate>(message.GetPayload(), std::move(*slot));
+        update->Start();
+        // From here on the remover of finished threads owns it; it may be gone already.
+        (void)update.release();
+        return 0;
+    } catch (WorkException* thrown) {
+        const std::unique_ptr<WorkException> exception(thrown);
+        log_->WriteError("%s Exception: %s", kTag, exception->GetMessage());
+        return -1;
+    }
+}
+
+int CUpdateCommand::ProcessUpdateRequestRes(CUDSMsg& message) {
+    static constexpr char kTag[] = "[CUpdateCommand::ProcessUpdateRequestRes]";
+    log_->WriteInfo("%s Update request's response message from ZELApp", kTag);
+    const auto payload = message.GetPayload();
+    if (payload.size() != 1) {
+        log_->WriteError("%s Data length differs from it's structure", kTag);
+        return -1;
+    }
+    if (payload[0] == kPossible) {
+        log_->WriteInfo("%s Update possible status", kTag);
+    } else if (payload[0] == kImpossible) {
+        log_->WriteInfo("%s Update impossible status, send it to PC", kTag);
+        RMUP::Process::SendUpdateImpossible(device_->GetSession());
+    } else {
+        log_->WriteError("%s Unknown status", kTag);
+    }
+    return 0;
+}
+
+int CUpdateCommand::ProcessUpdateInfoRes(CPCMsg& message) {
+    log_->WriteInfo("%s Process update image info from PC", kInfoTag);
+    const auto payload = message.GetPayload();
+    std::size_t expected = kFlagsSize;
+    if (payload.size() >= kFlagsSize) {
+        for (const Offer& offer : kOffers) {
+            expected += (Bytes::GetBE16(payload, 0) & offer.bit) != 0 ? RMUP::Process::kVersionSize : 0;
+        }
+    }
+    if (payload.size() < expected) {
+        log_->WriteError("%s Payload length differs from it's structure", kInfoTag);
+        return -1;
+    }
+    const CImageReceiver::Visit visit(CImageReceiver::GetInstance());
+    if (!visit.IsWelcome()) {
+        log_->WriteError("%s Another update processing now", kInfoTag);
+        return -1;
+    }
+    TakeOffers(payload);
+    return ReportOffers();
+}
+
+void CUpdateCommand::TakeOffers(std::span<const std::uint8_t> payload) {
+    ImageInfos& images = device_->GetImageInfo();
+    std::size_t offset = kFlagsSize;
+    for (const Offer& offer : kOffers) {
+        if ((Bytes::GetBE16(payload, 0) & offer.bit) == 0) {
+            continue;
+        }
+        const Version version = RMUP::Process::ParseVersionField(payload.subspan(offset, RMUP::Process::kVersionSize));
+        offset += RMUP::Process::kVersionSize;
+        ImageInfo& image = images[static_cast<std::size_t>(offer.image)];
+        image.IsFile = true;
+        device_->SetNewVersion(offer.image, version);
+        if (device_->GetInstalledVersion(offer.image) < version) {
+            image.NeedUpdate = true;
+        }
+        log_->WriteInfo(offer.line, kInfoTag, version.getVersion().c_str());
+    }
+    // The XML archive is left out here; it joins the two when the images are compared for writing.
+    if (images[kSYSImage].NeedUpdate || images[kAppImage].NeedUpdate) {
+        images[kSYSImage].NeedUpdate = true;
+        images[kAppImage].NeedUpdate = true;
+    }
+}
+
+int CUpdateCommand::ReportOffers() {
+    const ImageInfos& images = device_->GetImageInfo();
+    const auto count = std::ranges::count_if(images, [](const ImageInfo& image) { return image.NeedUpdate.load(); });
+    const auto payload = RMUP::Process::MakeUpdateInfo(*device_, kOfferOrder, static_cast<int>(count));
+    if (payload.empty()) {
+        log_->WriteError("%s memory allocate error for Send Update Info message", kInfoTag);
+        return -1;
+    }
+    if (count > 0) {
+        RMUP::Process::SendUpdateStatus(payload);
+        return 0;
+    }
+    RMUP::Process::SendUpdateStatus(std::array<std::uint8_t, 1>{RMUP::Process::kNothingToUpdate});
+    if (const SessionPtr session = device_->GetSession()) {
+        session->SetUpdateFlag(false);
+    }
+    log_->WriteInfo("%s There is no need to update file by PC", kInfoTag);
+    return 0;
+}
+
+int CUpdateCommand::ProcessUpdateCancel(CPCMsg&) {
+    static constexpr char kTag[] = "[CUpdateCommand::ProcessUpdateCancel]";
+    log_->WriteInfo("%s Update cancel accepted", kTag);
+    device_->SetUpdateFlag(true);
+    return 0;
+}

@@ -1,0 +1,33 @@
+#include "process/update/CFileSource.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace RMUP::Process {
+
+CFileSource::CFileSource(const char* path) : file_(open(path, O_RDONLY | O_CLOEXEC)) {}
+
+off_t CFileSource::Tell() const {
+    const off_t position = lseek(file_.Get(), 0, SEEK_CUR);
+    return position < 0 ? -1 : position - static_cast<off_t>(BytesAhead());
+}
+
+bool CFileSource::Seek(off_t offset) {
+    if (lseek(file_.Get(), offset, SEEK_SET) < 0) {
+        return false;
+    }
+    DropBytesAhead();
+    return true;
+}
+
+ssize_t CFileSource::Fill(std::span<std::uint8_t> buffer) {
+    ssize_t count = -1;
+    do {
+        count = read(file_.Get(), buffer.data(), buffer.size());
+    } while (count < 0 && errno == EINTR);
+    return count;
+}
+
+}  // namespace RMUP::Process

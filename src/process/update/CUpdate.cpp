@@ -1,0 +1,289 @@
+#include "process/update/CUpdate.h"
+
+#include <algorithm>
+#include <array>
+#include <ctime>
+#include <numeric>
+
+#include "common/Constants.h"
+#include "db/CRmDao.h"
+#include "net/PCCommand.h"
+#include "process/update/CImageReceiver.h"
+
+namespace RMUP::Process {
+
+namespace {
+
+enum Method : std::uint8_t {
+    kByUSB = 1,
+    kByPC = 2,
+    kByInternet = 3,
+    kFromPC = 4,
+    kQCMaterial = 6,
+};
+
+/// The request mode that asks only what would be updated.
+constexpr std::uint8_t kOnlyAsk = 1;
+
+constexpr char kQCMaterialFile[] = "/tmp/control_material_rm.xml";
+constexpr long kMicroseconds = 1000000;
+
+}  // namespace
+
+CUpdate::CUpdate(std::span<const std::uint8_t> request, CUpdateSlot slot)
+    : slot_(std::move(slot)),
+      log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)),
+      device_(CDeviceInfo::GetInstance()),
+      images_(device_->GetImageInfo()),
+      savedStatus_(device_->GetStatus()) {
+    device_->SetStatus(DeviceStatus::kUpdating);
+    QENFx::Service::ThreadMemoryRemover::GetInstance()->addThread(this);
+    requestMode_ = request.size() > 0 ? request[0] : std::uint8_t{0};
+    method_ = request.size() > 1 ? request[1] : std::uint8_t{0};
+}
+
+CUpdate::~CUpdate() {
+    // What the PC still sends of an image begun for this update belongs to no update any more.
+    CImageReceiver::GetInstance()->Shut();
+    CImageReceiver::GetInstance()->Open();
+    device_->SetStatus(savedStatus_);
+}
+
+int CUpdate::Run() {
+    log_->WriteInfo("%s Update Start", kRunTag);
+    device_->SetUpdateFlag(false);
+    CImageReceiver::GetInstance()->Shut();
+    device_->RefreshVersions();
+    DeleteRemainingFiles(images_);
+    gettimeofday(&start_, nullptr);
+
+    Fetched fetched = Fetched::kNothing;
+    switch (method_) {
+        case kByUSB:
+            fetched = UpdateByUSB();
+            break;
+        case kByPC:
+            fetched = UpdateByPC();
+            break;
+        case kByInternet:
+            fetched = UpdateByInternet();
+            break;
+        case kFromPC:
+            fetched = UpdateFromPC();
+            break;
+        case kQCMaterial:
+            UpdateQCMaterial();
+            break;
+        default:
+            return -1;
+    }
+    if (fetched == Fetched::kNothing) {
+        return 0;
+    }
+    CImageReceiver::GetInstance()->Shut();
+    return WriteUpdate();
+}
+
+CUpdate::Fetched CUpdate::UpdateByUSB() {
+    log_->WriteInfo("%s Update by USB", kRunTag);
+    methodText_ = "USB";
+    device_->ClearImageInfo();
+    if (MountUSB(true, kUSBMountPoint) != 0) {
+        log_->WriteError("%s Update process end as USB mount fail", kRunTag);
+        SendUDSUpdateError(kErrorMount);
+        return Fetched::kNothing;
+    }
+    const Fetched fetched = FetchFromUSB();
+    MountUSB(false, kUSBMountPoint);
+    return fetched;
+}
+
+CUpdate::Fetched CUpdate::FetchFromUSB() {
+    const int files = GetFileInfo(images_);
+    if (files == 0) {
+        log_->WriteError("%s Update file does not exist.", kRunTag);
+        SendUDSUpdateError(kErrorUSBFiles);
+        return Fetched::kNothing;
+    }
+    if (files < 0) {
+        SendUDSUpdateError(kErrorPackageVersion);
+        return Fetched::kNothing;
+    }
+
+    const bool onlyAsked = requestMode_ == kOnlyAsk;
+    if (CompareVersion(images_, onlyAsked ? Comparison::kStrict : Comparison::kInclusive) == 0) {
+        log_->WriteInfo("%s No need to update", kRunTag);
+        SendUDSUpdateError(kNothingToUpdate);
+        return Fetched::kNothing;
+    }
+    const int reported = SendUDSUpdateInfo(images_);
+    if (onlyAsked || reported != 0) {
+        return Fetched::kNothing;
+    }
+    if (CopyContentsFromUSB(images_) != 0) {
+        log_->WriteError("%s Copy update file error", kRunTag);
+        SendUDSUpdateError(kErrorUSBFiles);
+        return Fetched::kNothing;
+    }
+    return Fetched::kImages;
+}
+
+CUpdate::Fetched CUpdate::UpdateByPC() {
+    log_->WriteInfo("%s Update by PC", kRunTag);
+    methodText_ = "by PC";
+    device_->ClearImageInfo();
+    CImageReceiver::GetInstance()->Open();
+    // Before the question goes out: the answer clears the flag, and it may be quick.
+    if (const auto session = device_->GetSession()) {
+        session->SetUpdateFlag(true);
+    }
+    SendPCGetUpdateInfo();
+    return DownloadByPCMonitor() == 0 ? Fetched::kImages : Fetched::kNothing;
+}
+
+CUpdate::Fetched CUpdate::UpdateByInternet() {
+    log_->WriteInfo("%s Update by internet", kRunTag);
+    methodText_ = "INTERNET";
+    device_->ClearImageInfo();
+    if (GetUpdateInfoFromNet(images_) <= 0) {
+        log_->WriteError("%s Update file does not exist.", kRunTag);
+        SendUDSUpdateError(kErrorServer);
+        return Fetched::kNothing;
+    }
+    if (CompareVersion(images_, Comparison::kStrict) == 0) {
+        log_->WriteInfo("%s No need to update", kRunTag);
+        SendUDSUpdateError(kNothingToUpdate);
+        return Fetched::kNothing;
+    }
+    if (SendUDSUpdateInfo(images_) != 0 || DownloadContentsFromNet(images_) != 0) {
+        log_->WriteError("%s Download update file error", kRunTag);
+        SendUDSUpdateError(kErrorServer);
+        return Fetched::kNothing;
+    }
+    return Fetched::kImages;
+}
+
+CUpdate::Fetched CUpdate::UpdateFromPC() {
+    log_->WriteInfo("%s Update from PC", kRunTag);
+    methodText_ = "From PC";
+    // The records stay as the PC's announcement has filled them.
+    CImageReceiver::GetInstance()->Open();
+    SendPCUpdateReqResponse();
+    if (DownloadFromPCMonitor() != 0) {
+        log_->WriteError("%s Download update file from PC error", kRunTag);
+        return Fetched::kNothing;
+    }
+    return Fetched::kImages;
+}
+
+void CUpdate::UpdateQCMaterial() {
+    log_->WriteInfo("%s Update QC Material by internet", kRunTag);
+    const Connection connection = ConnectUpdateServer();
+    if (connection == nullptr) {
+        log_->WriteError("%s Connect to update server failed", kRunTag);
+        SendUDSUpdateError(kErrorServer);
+        return;
+    }
+    if (DownloadQCMaterialXML(*connection, kQCMaterialFile) != 0) {
+        log_->WriteError("%s Download update file error", kRunTag);
+        SendUDSUpdateError(kErrorServer);
+        return;
+    }
+    SendUDSUpdateComplete();
+}
+
+int CUpdate::WriteUpdate() {
+    CompareVersion(images_, Comparison::kStrict);
+    if (WriteImage(images_) != 0) {
+        log_->WriteError("%s Write image error", kRunTag);
+        SendUDSUpdateError(kErrorWrite);
+        return -1;
+    }
+    if (ChangeBootPartition(images_) != 0) {
+        SendUDSUpdateError(kErrorBootPartition);
+        return -1;
+    }
+    timeval end{};
+    gettimeofday(&end, nullptr);
+    RecordHistory(end);
+    SetNewVersion(images_);
+    SendUDSUpdateComplete();
+    return 0;
+}
+
+void CUpdate::RecordHistory(const timeval& end) {
+    tm local{};
+    localtime_r(&end.tv_sec, &local);
+    char completeTime[128] = "";
+    strftime(completeTime, sizeof(completeTime), "%F %T", &local);
+
+    long seconds = static_cast<long>(end.tv_sec - start_.tv_sec);
+    long microseconds = static_cast<long>(end.tv_usec - start_.tv_usec);
+    if (microseconds < 0) {
+        --seconds;
+        microseconds += kMicroseconds;
+    }
+    QENFx::Common::String elapsed;
+    elapsed.Format("%dm %ds.%d", static_cast<int>(seconds / 60), static_cast<int>(seconds % 60),
+                   static_cast<int>(microseconds / 1000));
+
+    CRmDao dao;
+    for (int i = 0; i < kImageCount; ++i) {
+        const ImageInfo& image = images_[static_cast<std::size_t>(i)];
+        if (image.NeedUpdate) {
+            // A row that cannot be added has its line in the log; the images are written all the same.
+            (void)dao.SetUpdateHistory(image.DisplayName, completeTime, elapsed.str(),
+                                       device_->GetInstalledVersion(i).getVersion(),
+                                       device_->GetNewVersion(i).getVersion(), methodText_);
+        }
+    }
+}
+
+int CUpdate::SendUDSUpdateInfo(Images& images) {
+    static constexpr char kTag[] = "[CUpdate::SendUDSUpdateInfo]";
+    std::array<int, kImageCount> order{};
+    std::iota(order.begin(), order.end(), 0);
+    const auto count = std::ranges::count_if(images, [](const ImageInfo& image) { return image.NeedUpdate.load(); });
+    const auto payload = MakeUpdateInfo(*device_, order, static_cast<int>(count));
+    if (payload.empty()) {
+        log_->WriteError("%s Cannot get memory from 'new' operator", kTag);
+        return -1;
+    }
+    log_->WriteInfo("%s Send UDS messsage update will be started", kTag);
+    SendUpdateStatus(payload);
+    return 0;
+}
+
+int CUpdate::SendUDSUpdateStatus(Images& images) {
+    if (RaiseProgress(images)) {
+        SendUpdateStatus(MakeUpdateProgress(images));
+    }
+    return 0;
+}
+
+int CUpdate::SendUDSUpdateComplete() {
+    SendUpdateStatus(std::array<std::uint8_t, 1>{kUpdateFinished});
+    return 0;
+}
+
+int CUpdate::SendUDSUpdateError(int kind, std::uint32_t code, std::uint8_t group) {
+    if (kind == kNothingToUpdate) {
+        SendUpdateStatus(std::array<std::uint8_t, 1>{kNothingToUpdate});
+    } else if (kind == kUpdateFailed) {
+        SendUpdateStatus(MakeUpdateError({code, group}));
+    }
+    return 0;
+}
+
+int CUpdate::SendPCGetUpdateInfo() {
+    // The items are the versions of SYS, APP, DSP and XML and the XML archive's second one.
+    SendToPC(device_->GetSession(), kGetInfo, std::array<std::uint8_t, 2>{0x03, 0xE0});
+    return 0;
+}
+
+int CUpdate::SendPCUpdateReqResponse() {
+    SendToPC(device_->GetSession(), kUpdateAccept, std::array<std::uint8_t, 1>{0x04});
+    return 0;
+}
+
+}  // namespace RMUP::Process

@@ -1,0 +1,155 @@
+#pragma once
+
+#include <sys/time.h>
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+
+#include "config/CDeviceInfo.h"
+#include "platform/Log.h"
+#include "platform/Service.h"
+#include "process/update/CFileSource.h"
+#include "process/update/CHttpConnection.h"
+#include "process/update/COutputFile.h"
+#include "process/update/CUpdateSlot.h"
+#include "process/update/UpdateFile.h"
+#include "process/update/UpdateMessages.h"
+
+namespace RMUP::Process {
+
+/// The update worker: one object and one thread per update. It fetches the images from a USB stick, from the PC or from
+/// the update server, writes them to the partition that is not running, switches the boot partition, records history
+/// and versions, and keeps ZELApp and the PC informed. Nothing that the device runs from is touched before the switch,
+/// and neither history nor versions unless it succeeded.
+///
+/// While the object lives the device's status is Updating; then it is again what it was before. From construction on it
+/// belongs to the framework's remover of finished threads, unless Start fails: then to its creator.
+///
+/// Operations that return int return 0, or -1 after an error line, unless said otherwise.
+class CUpdate : public QENFx::Service::Thread {
+public:
+    /// The payload of ZELApp's start request: request mode and method; what is missing reads as 0.
+    CUpdate(std::span<const std::uint8_t> request, CUpdateSlot slot);
+    ~CUpdate() override;
+
+    int Run() override;
+
+private:
+    using Version = QENFx::Common::Version;
+    using Images = ImageInfos;
+
+    /// How a method's fetching ended: with images to write, or with nothing left to do.
+    enum class Fetched { kImages, kNothing };
+
+    // Run
+    [[nodiscard]] Fetched UpdateByUSB();
+    [[nodiscard]] Fetched FetchFromUSB();
+    [[nodiscard]] Fetched UpdateByPC();
+    [[nodiscard]] Fetched UpdateByInternet();
+    [[nodiscard]] Fetched UpdateFromPC();
+    void UpdateQCMaterial();
+    [[nodiscard]] int WriteUpdate();
+    void RecordHistory(const timeval& end);
+
+    // Reports
+    [[nodiscard]] int SendUDSUpdateInfo(Images& images);
+    int SendUDSUpdateStatus(Images& images);
+    int SendUDSUpdateComplete();
+    int SendUDSUpdateError(int kind, std::uint32_t code = 0, std::uint8_t group = 0);
+    int SendUDSUpdateError(const UpdateError& error) {
+        return SendUDSUpdateError(kUpdateFailed, error.code, error.group);
+    }
+    int SendPCGetUpdateInfo();
+    int SendPCUpdateReqResponse();
+
+    // Files
+    void DeleteRemainingFiles(Images& images);
+    [[nodiscard]] int GetFileHeaderInfoFromUSB(int index, CFileSource& file, Images& images);
+    [[nodiscard]] int GetPackageVersion(CFileSource& file, Images& images);
+    [[nodiscard]] int CheckPackageVersion(Images& images);
+
+    /// Marks the present images that are to be written. Marks are never taken back. Returns a count, 0 when nothing is
+    /// to be updated.
+    int CompareVersion(Images& images, Comparison comparison);
+
+    // USB
+    int MountUSB(bool mount, const char* mountPoint);
+
+    /// Returns the number of update files; 0 also when some of those that belong together are missing; -1 when the
+    /// files are not those of one release.
+    [[nodiscard]] int GetFileInfo(Images& images);
+
+    /// Whether the file of one image is there and good; uses up the retries.
+    [[nodiscard]] bool ReadFileInfo(int index, Images& images, int& retries);
+
+    [[nodiscard]] int CopyContentsFromUSB(Images& images);
+    [[nodiscard]] int CopyImageFromUSB(int index, Images& images);
+    [[nodiscard]] int CopyPackageFromUSB(Images& images);
+    [[nodiscard]] int CopySectionFromUSB(CFileSource& package, Images& images);
+    [[nodiscard]] int CopyFile(CFileSource& source, COutputFile& destination, int index, Images& images);
+
+    // PC
+    /// Return 0 when the images have been received; -1 after everybody who needs to know has been told.
+    [[nodiscard]] int DownloadByPCMonitor();
+    [[nodiscard]] int DownloadFromPCMonitor();
+
+    [[nodiscard]] int WaitForOffers();
+    [[nodiscard]] int RequestImage(int index, std::uint32_t bit);
+    [[nodiscard]] bool IsPCLost() const;
+    int GiveUpPC();
+
+    // Update server
+    using Connection = std::unique_ptr<CHttpConnection>;
+
+    /// Null when there is no connection.
+    [[nodiscard]] Connection ConnectUpdateServer();
+    [[nodiscard]] int SendRequest(CHttpConnection& connection, const std::string& request, const char* tag);
+    [[nodiscard]] int DownloadUpdateInfoXML(CHttpConnection& connection, std::string& text);
+
+    /// Fills the catalogue with what the server offers. Returns the number of update files, or -1.
+    [[nodiscard]] int GetUpdateInfoFromNet(Images& images);
+
+    [[nodiscard]] int DownloadContentsFromNet(Images& images);
+    [[nodiscard]] int DownloadImageFromNet(int index, Images& images);
+    [[nodiscard]] int DownloadPackageFromNet(CHttpConnection& connection, Images& images);
+    [[nodiscard]] int RemoveReceivingHeader(CHttpConnection& connection);
+
+    /// Reads the rest of the named file's header, after its magic.
+    [[nodiscard]] int ReadHeaderFromNet(CHttpConnection& connection, const std::string& name, UpdateHeader& header);
+
+    /// Copies the image's data into its temporary file; of a section of a SYS package it counts for SYS as well.
+    [[nodiscard]] int DownloadToFile(CHttpConnection& connection, int index, bool section, Images& images);
+    [[nodiscard]] int DownloadFile(CHttpConnection& connection, COutputFile& file, std::int32_t size, int index,
+                                   bool section, Images& images);
+    [[nodiscard]] int DownloadQCMaterialXML(CHttpConnection& connection, const char* targetPath);
+
+    /// Reads the header of a response that carries a document, and its length.
+    [[nodiscard]] int ReadDocumentHeader(CHttpConnection& connection, std::size_t& length, const char* tag);
+    void LogBodyFailure(const char* tag);
+
+    // Writing
+    [[nodiscard]] int WriteImage(Images& images);
+    void SkipSameBootLoader(Images& images);
+    [[nodiscard]] int WriteBlocks(int index, Images& images);
+    [[nodiscard]] int UnpackXML(Images& images);
+    void InstallLogo();
+    [[nodiscard]] int ChangeBootPartition(Images& images);
+    int SetNewVersion(Images& images);
+
+    static constexpr char kRunTag[] = "[CUpdate::Run]";
+
+    CUpdateSlot slot_;
+    QENFx::Log::FileLog* log_;
+    CDeviceInfo* device_;
+    Images& images_;
+    std::uint8_t requestMode_ = 0;
+    std::uint8_t method_ = 0;
+    const DeviceStatus savedStatus_;
+    PackageVersions package_;
+    timeval start_{};
+    std::string methodText_;  ///< how the history names the method
+};
+
+}  // namespace RMUP::Process

@@ -1,0 +1,156 @@
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <thread>
+
+#include "common/Bytes.h"
+#include "net/CConnectionMonitor.h"
+#include "net/PCCommand.h"
+#include "process/update/CImageReceiver.h"
+#include "process/update/CUpdate.h"
+
+namespace RMUP::Process {
+
+namespace {
+
+constexpr char kByPCTag[] = "[CUpdate::DownloadByPCMonitor]";
+
+/// Images that the PC is asked for, in this order, with their bits in the request.
+struct Request {
+    int image;
+    std::uint32_t bit;
+};
+
+constexpr Request kRequests[] = {
+    {kSYSImage, 0x08},
+    {kAppImage, 0x10},
+    {kXMLImage, 0x40},
+};
+
+constexpr std::size_t kRequestSize = 6;
+constexpr std::chrono::milliseconds kOfferPause{100};
+constexpr unsigned kRoundSeconds = 1;
+constexpr int kStalledRounds = 5;
+
+bool IsReceived(const ImageInfo& image) {
+    return image.FileSize != 0 && image.FileSize <= image.Download;
+}
+
+/// Whether the PC has pushed everything that it began or announced, and that something.
+bool IsPushComplete(const ImageInfos& images) {
+    return std::ranges::any_of(images, [](const ImageInfo& image) { return image.IsFile.load(); }) &&
+           std::ranges::all_of(images, [](const ImageInfo& image) { return !image.IsFile || IsReceived(image); });
+}
+
+std::int64_t ReceivedTotal(const ImageInfos& images) {
+    std::int64_t total = 0;
+    for (const ImageInfo& image : images) {
+        total += image.IsFile ? image.Download.load() : 0;
+    }
+    return total;
+}
+
+}  // namespace
+
+int CUpdate::DownloadByPCMonitor() {
+    log_->WriteInfo("%s Download monitoring start (by PC)", kByPCTag);
+    if (WaitForOffers() != 0) {
+        return -1;
+    }
+    if (CompareVersion(images_, Comparison::kStrict) == 0) {
+        log_->WriteInfo("%s No need to update by PC", kByPCTag);
+        SendUDSUpdateError(kNothingToUpdate);
+        return -1;
+    }
+    for (const Request& request : kRequests) {
+        if (images_[static_cast<std::size_t>(request.image)].NeedUpdate &&
+            RequestImage(request.image, request.bit) != 0) {
+            return -1;
+        }
+    }
+    log_->WriteInfo("%s Download update image by PC completed", kByPCTag);
+    return 0;
+}
+
+int CUpdate::WaitForOffers() {
+    for (;;) {
+        // The answer's handler is let finish, so that an offer is not seen before its verdict.
+        CImageReceiver::GetInstance()->WaitIdle();
+        const bool all = std::ranges::all_of(kRequests, [this](const Request& request) {
+            return images_[static_cast<std::size_t>(request.image)].IsFile.load();
+        });
+        const auto session = device_->GetSession();
+        if (session != nullptr && !session->GetUpdateFlag()) {
+            return -1;
+        }
+        if (IsPCLost()) {
+            return GiveUpPC();
+        }
+        if (all) {
+            return 0;
+        }
+        std::this_thread::sleep_for(kOfferPause);
+    }
+}
+
+int CUpdate::RequestImage(int index, std::uint32_t bit) {
+    const ImageInfo& image = images_[static_cast<std::size_t>(index)];
+    std::array<std::uint8_t, kRequestSize> payload{};
+    Bytes::PutLE32(payload, 0, bit);
+    SendToPC(device_->GetSession(), kImageRequest, payload);
+    for (;;) {
+        SendUDSUpdateStatus(images_);
+        if (IsPCLost()) {
+            return GiveUpPC();
+        }
+        if (image.FileSize != 0 && image.FileSize == image.Download) {
+            return 0;
+        }
+        sleep(kRoundSeconds);
+    }
+}
+
+int CUpdate::DownloadFromPCMonitor() {
+    static constexpr char kTag[] = "[CUpdate::DownloadFromPCMonitor]";
+    log_->WriteInfo("%s Download monitoring start (from PC)", kTag);
+    std::int64_t before = 0;
+    std::int64_t total = 0;
+    int stalled = 0;
+    for (;;) {
+        SendUDSUpdateStatus(images_);
+        if (total == before) {
+            ++stalled;
+            log_->WriteInfo("%s download delayed (%d counts)", kTag, stalled);
+        } else {
+            stalled = 0;
+        }
+        if (IsPCLost() || stalled > kStalledRounds) {
+            return GiveUpPC();
+        }
+        const bool complete = IsPushComplete(images_);
+        if (complete) {
+            log_->WriteInfo("%s Download update image from PC complete", kTag);
+        }
+        sleep(kRoundSeconds);
+        before = total;
+        total = ReceivedTotal(images_);
+        if (complete) {
+            return 0;
+        }
+    }
+}
+
+bool CUpdate::IsPCLost() const {
+    return device_->GetSession() == nullptr || !Net::CConnectionMonitor::GetInstance()->IsConnected() ||
+           device_->GetUpdateFlag();
+}
+
+int CUpdate::GiveUpPC() {
+    SendUDSUpdateError(kErrorPC);
+    device_->SetUpdateFlag(false);
+    return -1;
+}
+
+}  // namespace RMUP::Process

@@ -1,0 +1,143 @@
+#include "process/update/UpdateFile.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "common/Bytes.h"
+
+using QENFx::Common::Version;
+
+namespace RMUP::Process {
+
+namespace {
+
+constexpr double kComplete = 100;
+
+constexpr std::size_t kSizeOffset = 4;
+constexpr std::size_t kVersionOffset = 8;
+constexpr std::size_t kTailOffset = 24;
+
+std::string ParseMagic(std::span<const std::uint8_t> field) {
+    return std::string(field.begin(), std::ranges::find(field, std::uint8_t{0}));
+}
+
+std::int32_t ParseSize(std::span<const std::uint8_t> header, std::size_t offset) {
+    return static_cast<std::int32_t>(Bytes::GetLE32(header, offset));
+}
+
+bool ReadVersion(CByteSource& source, Version& version) {
+    std::array<std::uint8_t, kVersionSize> field{};
+    if (!source.Read(field)) {
+        return false;
+    }
+    version = ParseVersionField(field);
+    return true;
+}
+
+}  // namespace
+
+UpdateHeader ParseUpdateHeader(std::span<const std::uint8_t, kUpdateHeaderSize> bytes) {
+    UpdateHeader header;
+    header.magic = ParseMagic(bytes.first(kMagicSize));
+    header.size = ParseSize(bytes, kSizeOffset);
+    header.version = ParseVersionField(bytes.subspan(kVersionOffset, kVersionSize));
+    std::ranges::copy(bytes.subspan(kTailOffset), header.tail.begin());
+    return header;
+}
+
+bool ReadMagic(CByteSource& source, std::string& magic) {
+    std::array<std::uint8_t, kMagicSize> field{};
+    if (!source.Read(field)) {
+        return false;
+    }
+    magic = ParseMagic(field);
+    return true;
+}
+
+HeaderField ReadHeaderAfterMagic(CByteSource& source, UpdateHeader& header) {
+    std::array<std::uint8_t, 4> size{};
+    if (!source.Read(size)) {
+        return HeaderField::kSize;
+    }
+    header.size = ParseSize(size, 0);
+    if (!ReadVersion(source, header.version)) {
+        return HeaderField::kVersion;
+    }
+    if (!source.Read(header.tail)) {
+        return HeaderField::kTail;
+    }
+    return HeaderField::kNone;
+}
+
+int FindImage(const ImageInfos& images, const std::string& magic) {
+    const auto found = std::ranges::find(images, magic, &ImageInfo::Magic);
+    return found == images.end() ? -1 : static_cast<int>(found - images.begin());
+}
+
+int FindSectionImage(const ImageInfos& images, const std::string& magic) {
+    const int image = FindImage(images, magic);
+    return image == kSYSImage ? -1 : image;
+}
+
+PackageBlock ReadPackageBlock(CByteSource& source) {
+    PackageBlock block;
+    block.hasApp = ReadVersion(source, block.versions.app);
+    block.hasSys = ReadVersion(source, block.versions.sys);
+    block.hasXml = ReadVersion(source, block.versions.xml);
+    return block;
+}
+
+bool IsToBeWritten(Comparison comparison, const Version& installed, const Version& offered) {
+    return comparison == Comparison::kStrict ? installed < offered : installed <= offered;
+}
+
+int CoupleRelease(ImageInfos& images) {
+    if (!images[kSYSImage].NeedUpdate && !images[kAppImage].NeedUpdate && !images[kXMLImage].NeedUpdate) {
+        return 0;
+    }
+    images[kSYSImage].NeedUpdate = true;
+    images[kAppImage].NeedUpdate = true;
+    images[kXMLImage].NeedUpdate = true;
+    return 2;
+}
+
+int ProgressOf(std::int32_t received, std::int32_t written, std::int32_t size) {
+    if (size <= 0) {
+        return 0;
+    }
+    const double progress =
+        static_cast<double>(received) * 100 / size / 5 + static_cast<double>(written) * 100 / size * 4 / 5;
+    // A package whose size is not that of its sections counts beyond its own end.
+    return static_cast<int>(std::clamp(progress, 0.0, kComplete));
+}
+
+bool RaiseProgress(ImageInfos& images) {
+    std::array<int, kReportedImages.size()> values{};
+    bool rose = false;
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        const ImageInfo& image = images[static_cast<std::size_t>(kReportedImages[i])];
+        const int value = image.NeedUpdate ? ProgressOf(image.Download, image.Written, image.FileSize) : 0;
+        rose = rose || value > image.Progress;
+        values[i] = std::max<int>(value, image.Progress);
+    }
+    if (rose) {
+        for (std::size_t i = 0; i < values.size(); ++i) {
+            images[static_cast<std::size_t>(kReportedImages[i])].Progress = values[i];
+        }
+    }
+    return rose;
+}
+
+std::array<std::uint8_t, kVersionSize> VersionField(const Version& version) {
+    std::array<std::uint8_t, kVersionSize> field{};
+    const std::string text = version.getVersion();
+    std::copy_n(text.begin(), std::min(text.size(), field.size() - 1), field.begin());
+    return field;
+}
+
+Version ParseVersionField(std::span<const std::uint8_t> field) {
+    const std::string text(field.begin(), std::ranges::find(field, std::uint8_t{0}));
+    return Version(text);
+}
+
+}  // namespace RMUP::Process
