@@ -48,23 +48,18 @@ consteval std::uint16_t SizeWithValue() {
     }
 }
 
-/// Makes a field of type T.
-template <class T>
-HL7Object* MakeField(HL7PartStore& store) {
+/// Makes a part of type T: a field, or a component when `kComponent`.
+template <class T, bool kComponent>
+HL7Object* MakePart(HL7PartStore& store, std::string_view text, int& result) {
     T* part = ::new (store.Allocate(sizeof(T))) T;
     if constexpr (std::derived_from<T, HL7Composite>) {
         part->LiveIn(store);
+        if constexpr (kComponent) {
+            part->UseSubcomponentSeparator();
+        }
     }
-    return part;
-}
-
-/// Makes a component of type T.
-template <class T>
-HL7Object* MakeComponent(HL7PartStore& store) {
-    HL7Object* part = MakeField<T>(store);
-    if constexpr (std::derived_from<T, HL7Composite>) {
-        static_cast<T*>(part)->UseSubcomponentSeparator();
-    }
+    // The type is known here: no need to ask the object for it.
+    result = part->T::DecodeFrom(text);
     return part;
 }
 
@@ -92,8 +87,7 @@ protected:
 
 private:
     static_assert(kComponents <= kMaxParts);
-    static constexpr HL7PartType kTypes[] = {
-        {&MakeComponent<Components>, SizeWithValue<Components>(), std::derived_from<Components, HL7Composite>}...};
+    static constexpr HL7PartType kTypes[] = {{&MakePart<Components, true>, SizeWithValue<Components>()}...};
 };
 
 }  // namespace HL7v251::Base

@@ -10,9 +10,16 @@ public:
     virtual const std::string& GetValue() const { return value_; }
     virtual void SetValue(std::string_view value) { value_.assign(value); }
 
-    void EncodeTo(std::string& out) const override;
+    void EncodeTo(std::string& out) const override { out.append(value_); }
+
     /// Takes the whole text.
-    int DecodeFrom(std::string_view& text) override;
+    int DecodeFrom(std::string_view& text) override {
+        // Half the work of assign, which also handles a text inside the value itself.
+        value_.clear();
+        value_.append(text);
+        text.remove_prefix(text.size());
+        return kDecoded;
+    }
 
 private:
     std::string value_;

@@ -14,10 +14,7 @@ HL7PartStore::~HL7PartStore() {
     }
 }
 
-void HL7PartStore::Reserve(std::size_t size) {
-    if (size <= left_) {
-        return;
-    }
+void HL7PartStore::Add(std::size_t size) {
     Chunk chunk = std::make_unique_for_overwrite<std::byte[]>(sizeof(Chunk) + size);
     free_ = chunk.get() + sizeof(Chunk);
     left_ = size;

@@ -18,9 +18,9 @@ namespace HL7v251::Base {
 
 /// How a part of one type is made. A table of these, in order, is what tells one segment or composite from another.
 struct HL7PartType {
-    HL7Object* (*make)(HL7PartStore& store);
+    /// Makes the part in `store` and decodes `text` into it.
+    HL7Object* (*make)(HL7PartStore& store, std::string_view text, int& result);
     std::uint16_t size;  ///< bytes that it takes with one value in it
-    bool composite;
 };
 
 /// The largest number of parts that a segment or composite can have.
@@ -34,6 +34,8 @@ public:
     std::size_t Count() const { return count_; }
     /// The number of pieces up to the last that is not empty.
     std::size_t Filled() const { return filled_; }
+    /// About how many component separators the text holds.
+    std::size_t ComponentSeparators() const { return componentSeparators_; }
     /// The length of the text up to the end of the last piece, its separator included.
     std::size_t Consumed() const { return consumed_; }
     std::string_view At(std::size_t index) const {
@@ -46,6 +48,7 @@ private:
     std::size_t count_ = 0;
     std::size_t filled_ = 0;
     std::size_t consumed_ = 0;
+    std::size_t componentSeparators_ = 0;
     std::array<const char*, kMaxParts> ends_;
 };
 

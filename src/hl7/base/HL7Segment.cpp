@@ -12,6 +12,9 @@ constexpr std::string_view kHeaderName = "MSH";
 // The name and the separator behind it.
 constexpr std::size_t kPrefixLength = 4;
 
+// The first memory of a segment whose fields are set one by one: a handful of them.
+constexpr std::size_t kRoomForSetting = 480;
+
 // The first field of the header is the separator behind its name, so it is neither written nor cut out as a field.
 std::size_t FirstField(std::string_view name) {
     return name == kHeaderName ? 1 : 0;
@@ -48,8 +51,7 @@ int HL7Segment::DecodeFrom(std::string_view& text) {
         if (first == 0 && pieces.Filled() == 0) {
             return kDecoded;
         }
-        fields_ = std::make_unique<Fields>();
-        fields_->store.Reserve(HL7Parts::Measure(pieces, first, types));
+        MakeFields(HL7Parts::Measure(pieces, first, types));
     }
     if (first != 0) {
         std::string_view separator(&kFieldSeparator, 1);
@@ -67,7 +69,7 @@ int HL7Segment::DecodeFrom(std::string_view& text) {
 
 HL7Object& HL7Segment::Make(std::size_t index) {
     if (fields_ == nullptr) {
-        fields_ = std::make_unique<Fields>();
+        MakeFields(kRoomForSetting);
     }
     return fields_->parts.Make(index, Types(), fields_->store);
 }

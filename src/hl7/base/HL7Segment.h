@@ -23,10 +23,21 @@ protected:
     HL7Object& Make(std::size_t index);
 
 private:
+    // The fields, with the first memory of their store right behind them in the same allocation.
     struct Fields {
+        struct Room {
+            std::size_t size;
+        };
+        explicit Fields(Room room) : store(reinterpret_cast<std::byte*>(this + 1), room.size) {}
+        static void* operator new(std::size_t size, Room room) { return ::operator new(size + room.size); }
+        static void operator delete(void* memory) { ::operator delete(memory); }
+        static void operator delete(void* memory, Room) { ::operator delete(memory); }
+
         HL7PartStore store;
         HL7Parts parts;
     };
+
+    void MakeFields(std::size_t room) { fields_.reset(new (Fields::Room{room}) Fields(Fields::Room{room})); }
 
     // Null while every field is empty, so that an empty segment is as small as can be.
     std::unique_ptr<Fields> fields_;
@@ -62,8 +73,7 @@ protected:
 private:
     static_assert(kName.size() == 3);
     static_assert(kFields <= kMaxParts);
-    static constexpr HL7PartType kTypes[] = {
-        {&MakeField<FieldTypes>, SizeWithValue<FieldTypes>(), std::derived_from<FieldTypes, HL7Composite>}...};
+    static constexpr HL7PartType kTypes[] = {{&MakePart<FieldTypes, false>, SizeWithValue<FieldTypes>()}...};
 };
 
 }  // namespace HL7v251::Base

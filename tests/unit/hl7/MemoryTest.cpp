@@ -80,9 +80,11 @@ TEST(Memory, HostileTextGrowsByASmallFactor) {
     for (int field = 0; field < 44; ++field) {
         values += "|1";
     }
-    const std::string lines[] = {"OBX\r",       "OBX|1\r",         "SID|1\r",
-                                 "NTE|\r",      "SPM\rOBR\r",      "SPM||1\rOBR||1\r",
-                                 values + "\r", "SAC|1|1|1|1|1\r", "OBX|^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^\r"};
+    const std::string lines[] = {"OBX\r",          "OBX|1\r",
+                                 "SID|1\r",        "NTE|\r",
+                                 "SPM\rOBR\r",     "SPM||1\rOBR||1\r",
+                                 values + "\r",    "SAC|1|1|1|1|1\r",
+                                 "SAC||||||1&1\r", "OBX|^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^\r"};
     for (const std::string& line : lines) {
         SCOPED_TRACE(line);
         std::string text = "MSH|^~\\&\rSPM\r";

@@ -13,14 +13,6 @@ namespace tree {
 namespace base = HL7v251::Base;
 using namespace HL7v251::Message;
 
-template <std::size_t N, class Visitor>
-void ForPositions(Visitor visit) {
-    [&]<std::size_t... I>(std::index_sequence<I...>) {
-        (visit(std::integral_constant<std::size_t, I + 1>{}), ...);
-    }
-    (std::make_index_sequence<N>{});
-}
-
 /// Fills elements so that their text can be read back in one way only: values without delimiters, and whatever else the
 /// encoding cannot tell apart left out.
 class Filler {
@@ -32,23 +24,21 @@ public:
     template <class... Types>
     void Fill(base::CompositeOf<Types...>& composite) {
         ++depth_;
-        ForPositions<sizeof...(Types)>([&](auto position) {
+        [&]<std::size_t... I>(std::index_sequence<I...>) {
             // Components of a third level share the separator of the second, so only the first can be told from the
             // next component of the second.
-            if (Chance(3) && (depth_ < 3 || position == 1)) {
-                Fill(composite.template Component<position>());
-            }
-        });
+            ((Chance(3) && (depth_ < 3 || I == 0) ? Fill(composite.template Component<I + 1>()) : void()), ...);
+        }
+        (std::index_sequence_for<Types...>{});
         --depth_;
     }
 
     template <base::HL7Name kName, class... Types>
     void Fill(base::SegmentOf<kName, Types...>& segment) {
-        ForPositions<sizeof...(Types)>([&](auto position) {
-            if (Chance(4)) {
-                Fill(segment.template Field<position>());
-            }
-        });
+        [&]<std::size_t... I>(std::index_sequence<I...>) {
+            ((Chance(4) ? Fill(segment.template Field<I + 1>()) : void()), ...);
+        }
+        (std::index_sequence_for<Types...>{});
         if constexpr (kName.View() == "MSH") {
             segment.template Field<1>().SetValue("|");
         }
@@ -119,13 +109,19 @@ inline void Collect(const base::HL7DataType& value, Values& values) {
 
 template <class... Types>
 void Collect(const base::CompositeOf<Types...>& composite, Values& values) {
-    ForPositions<sizeof...(Types)>([&](auto position) { Collect(composite.template Component<position>(), values); });
+    [&]<std::size_t... I>(std::index_sequence<I...>) {
+        (Collect(composite.template Component<I + 1>(), values), ...);
+    }
+    (std::index_sequence_for<Types...>{});
 }
 
 template <base::HL7Name kName, class... Types>
 void Collect(const base::SegmentOf<kName, Types...>& segment, Values& values) {
     values.emplace_back(segment.Name());
-    ForPositions<sizeof...(Types)>([&](auto position) { Collect(segment.template Field<position>(), values); });
+    [&]<std::size_t... I>(std::index_sequence<I...>) {
+        (Collect(segment.template Field<I + 1>(), values), ...);
+    }
+    (std::index_sequence_for<Types...>{});
 }
 
 template <base::HL7Name kName, class... Types>

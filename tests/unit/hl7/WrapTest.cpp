@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <regex>
 #include <tuple>
 #include <type_traits>
 
@@ -23,9 +22,14 @@ std::string TextOf(const Wrap& wrap) {
     std::string text;
     wrap.GetMessageText(text);
     std::replace(text.begin(), text.end(), '\r', '\n');
-    const std::regex time(R"(^(MSH\|\^~\\&\|[^|]*\|[^|]*\|[^|]*\|[^|]*\|)\d{14}\|)");
-    EXPECT_TRUE(std::regex_search(text, time)) << text;
-    return std::regex_replace(text, time, "$1TIME|");
+    std::size_t time = 0;
+    for (int separator = 0; separator < 6; ++separator) {
+        time = text.find('|', time) + 1;
+    }
+    const std::size_t length = text.find('|', time) - time;
+    EXPECT_EQ(length, 14U) << text;
+    EXPECT_EQ(text.find_first_not_of("0123456789", time), time + length) << text;
+    return text.replace(time, length, "TIME");
 }
 
 // What a getter reads into its outputs, or "absent".
