@@ -7,7 +7,7 @@ namespace RMUP::Process {
 
 namespace {
 
-constexpr std::size_t kBufferSize = 128 * 1024;
+constexpr std::size_t kBufferSize = std::size_t{128} * 1024;
 
 }  // namespace
 

@@ -11,10 +11,10 @@ namespace RMUP::Process {
 
 namespace {
 
-constexpr std::size_t kBufferSize = 64 * 1024;
+constexpr std::size_t kBufferSize = std::size_t{64} * 1024;
 
 /// Pieces of this size are worth a system call of their own.
-constexpr std::size_t kDirectSize = 16 * 1024;
+constexpr std::size_t kDirectSize = std::size_t{16} * 1024;
 static_assert(kDirectSize <= kBufferSize);
 constexpr mode_t kMode = 0644;
 

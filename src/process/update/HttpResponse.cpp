@@ -7,8 +7,8 @@ namespace RMUP::Process {
 
 namespace {
 
-constexpr std::size_t kMaxHeaderSize = 64 * 1024;
-constexpr std::size_t kMaxDocumentSize = 16 * 1024 * 1024;
+constexpr std::size_t kMaxHeaderSize = std::size_t{64} * 1024;
+constexpr std::size_t kMaxDocumentSize = std::size_t{16} * 1024 * 1024;
 
 constexpr std::string_view kHeaderEnd = "\r\n\r\n";
 constexpr std::string_view kLineEnd = "\r\n";

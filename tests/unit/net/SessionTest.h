@@ -1,0 +1,50 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+
+#include "config/CConfigMgr.h"
+#include "net/CTCPSession.h"
+#include "unit/support/Sockets.h"
+
+namespace UnitTest {
+
+using RMUP::Net::CTCPSession;
+
+/// Sessions over loopback whose packets are kept.
+class SessionTest : public ServiceTest {
+protected:
+    SessionTest() { WriteFile(kOwnConfigFile, "PCIPAddress=0.0.0.0;\n"); }
+
+    /// A session that its own thread serves.
+    static std::shared_ptr<CTCPSession> Serve(CDescriptor device) {
+        auto session = std::make_shared<CTCPSession>(std::move(device), kTCP, nullptr);
+        session->Launch();
+        return session;
+    }
+
+    static bool HasEnded(const std::shared_ptr<CTCPSession>& session) { return session.use_count() == 1; }
+
+    /// Of each packet handled so far: tag, flag and payload.
+    static Buffers Packets() {
+        const std::lock_guard lock(mutex_);
+        return packets_;
+    }
+
+    static void Keep(CPCMsg& message, const std::shared_ptr<CTCPSession>&) {
+        Buffer packet = {message.GetTag(), message.GetFlag()};
+        packet.insert(packet.end(), message.GetPayload().begin(), message.GetPayload().end());
+        const std::lock_guard lock(mutex_);
+        packets_.push_back(packet);
+    }
+
+    inline static std::mutex mutex_;
+    inline static Buffers packets_;
+    inline static std::atomic<int> ends_{0};
+
+    static constexpr RMUP::Net::TCPRoute kRoutes[] = {{0x0A1E, &SessionTest::Keep}, {0x0A1C, &SessionTest::Keep}};
+    static constexpr RMUP::Net::TCPRoutes kTCP = {kRoutes, [](const std::shared_ptr<CTCPSession>&) { ++ends_; }};
+};
+
+}  // namespace UnitTest

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+
+#include "config/IPCSession.h"
+#include "unit/support/ServiceTest.h"
+
+namespace UnitTest {
+
+/// A PC session that keeps what is sent through it.
+class ScriptedSession : public IPCSession {
+public:
+    int SendMessage(std::span<const std::uint8_t> packet) override {
+        onSend();
+        if (packet.empty() || fails) {
+            return -1;
+        }
+        sent.emplace_back(packet.begin(), packet.end());
+        return static_cast<int>(packet.size());
+    }
+    int SendErrorMessage(std::uint8_t subTag, std::uint8_t tag, std::uint16_t errorCode) override {
+        errors.push_back(
+            {subTag, tag, static_cast<std::uint8_t>(errorCode >> 8), static_cast<std::uint8_t>(errorCode)});
+        return 0;
+    }
+    std::string GetClientIPAddr() const override { return address; }
+    std::uint16_t GetClientPort() const override { return 40123; }
+    void StopSession() override { stopped = true; }
+    void SetUpdateFlag(bool wanted) override { updateFlag = wanted; }
+    bool GetUpdateFlag() const override { return updateFlag; }
+
+    std::string address = "127.0.0.1";
+    bool fails = false;
+    std::function<void()> onSend = [] {};
+    Buffers sent;
+    Buffers errors;  ///< sub-tag, tag and the two bytes of the code
+    std::atomic<bool> stopped{false};
+    std::atomic<bool> updateFlag{false};
+};
+
+}  // namespace UnitTest
