@@ -49,11 +49,11 @@ void ProcessErrorNotice(CPCMsg& message) {
 }
 
 constexpr UDPRoute kUDPRoutes[] = {
-    {kScanDevice, [](CPCMsg& message) { return CConnect().ProcessScanDevice(message); }, "Process scan device failed",
-     false},
+    {kScanDevice, [](CPCMsg& message) { return CConnect().ProcessScanDevice(message); },
+     "%s Process scan device failed", false},
     {kDeviceInfoChange, [](CPCMsg& message) { return CConnect().ProcessDeviceInfoChangeNotify(message); },
-     "Process device info change notify failed", true},
-    {kDeviceInfoChangeAck, &AcknowledgeIPChange, "", false},
+     "%s Process device info change notify failed", true},
+    {kDeviceInfoChangeAck, &AcknowledgeIPChange, "%s", false},
 };
 
 constexpr TCPRoute kTCPRoutes[] = {

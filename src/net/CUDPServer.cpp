@@ -155,7 +155,7 @@ void CUDPServer::Dispatch(CPCMsg& message) {
         return;
     }
     if (route->handle(message) < 0) {
-        log_->WriteError("%s %s", kTag, route->failure);
+        log_->WriteError(route->failure, kTag);
         return;
     }
     if (route->heartbeat && ++heartbeats_ > kHeartbeatsPerLogLine) {

@@ -17,7 +17,7 @@ class CTCPSession;
 struct UDPRoute {
     std::uint16_t id;
     int (*handle)(CPCMsg& message);  ///< negative = failed
-    const char* failure;             ///< the log line of a failure, after the tag
+    const char* failure;             ///< the log line of a failure; its one %s receives the tag
     bool heartbeat;                  ///< successes count as signs of life of the PC
 };
 

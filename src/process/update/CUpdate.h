@@ -68,7 +68,7 @@ private:
     void DeleteRemainingFiles(Images& images);
     [[nodiscard]] int GetFileHeaderInfoFromUSB(int index, CFileSource& file, Images& images);
     [[nodiscard]] int GetPackageVersion(CFileSource& file, Images& images);
-    [[nodiscard]] int CheckPackageVersion(Images& images);
+    [[nodiscard]] int CheckPackageVersion();
 
     /// Marks the present images that are to be written. Marks are never taken back. Returns a count, 0 when nothing is
     /// to be updated.

@@ -93,7 +93,7 @@ int CUpdate::GetPackageVersion(CFileSource& file, Images& images) {
     return -1;
 }
 
-int CUpdate::CheckPackageVersion(Images&) {
+int CUpdate::CheckPackageVersion() {
     static constexpr char kTag[] = "[CUpdate::CheckPackageVersion]";
     if (device_->GetNewVersion(kAppImage) != package_.app || device_->GetNewVersion(kSYSImage) != package_.sys ||
         device_->GetNewVersion(kXMLImage) != package_.xml) {
@@ -114,16 +114,22 @@ int CUpdate::CompareVersion(Images& images, Comparison comparison) {
         }
         const Version installed = device_->GetInstalledVersion(i);
         const Version offered = device_->GetNewVersion(i);
-        const bool marked = IsToBeWritten(comparison, installed, offered);
-        const char* line = nullptr;
-        if (marked) {
+        const std::string oldText = installed.getVersion();
+        const std::string newText = offered.getVersion();
+        const char* magic = image.Magic.c_str();
+        if (IsToBeWritten(comparison, installed, offered)) {
             image.NeedUpdate = true;
             ++count;
-            line = strict ? "%s %s: [OLD:%s] < [NEW:%s]" : "%s %s: [OLD:%s] <= [NEW:%s]";
+            if (strict) {
+                log_->WriteInfo("%s %s: [OLD:%s] < [NEW:%s]", kTag, magic, oldText.c_str(), newText.c_str());
+            } else {
+                log_->WriteInfo("%s %s: [OLD:%s] <= [NEW:%s]", kTag, magic, oldText.c_str(), newText.c_str());
+            }
+        } else if (strict) {
+            log_->WriteInfo("%s %s: [OLD:%s] >= [NEW:%s]", kTag, magic, oldText.c_str(), newText.c_str());
         } else {
-            line = strict ? "%s %s: [OLD:%s] >= [NEW:%s]" : "%s %s: [OLD:%s] > [NEW:%s]";
+            log_->WriteInfo("%s %s: [OLD:%s] > [NEW:%s]", kTag, magic, oldText.c_str(), newText.c_str());
         }
-        log_->WriteInfo(line, kTag, image.Magic.c_str(), installed.getVersion().c_str(), offered.getVersion().c_str());
     }
     return count + CoupleRelease(images);
 }

@@ -66,7 +66,7 @@ int CUpdate::GetFileInfo(Images& images) {
         log_->WriteError("%s Sys & App & XML images must be together", kInfoTag);
         return 0;
     }
-    if (package_ != PackageVersions{} && CheckPackageVersion(images) != 0) {
+    if (package_ != PackageVersions{} && CheckPackageVersion() != 0) {
         log_->WriteError("%s USB file is differ from package version.", kInfoTag);
         return -1;
     }

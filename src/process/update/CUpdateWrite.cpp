@@ -129,13 +129,18 @@ int CUpdate::UnpackXML(Images& images) {
         log_->WriteError("%s Cannot open copied file (%s)", kTag, image.RawPath.c_str());
         return -1;
     }
-    const Bank& bank = getActiveIndex() == kFirstPartition ? kSecondBank : kFirstBank;
+    const bool second = getActiveIndex() == kFirstPartition;
+    const Bank& bank = second ? kSecondBank : kFirstBank;
     RunShell(bank.removeBackup);
     RunShell(bank.keepCalibration);
     RunShell(("unzip -o " + image.RawPath + " -d " + bank.directory).c_str());
     image.Written = image.FileSize.load();
     SendUDSUpdateStatus(images);
-    log_->WriteInfo("%s ID(%d) unzipped to %s", kTag, kXMLImage, bank.directory);
+    if (second) {
+        log_->WriteInfo("%s ID(%d) unzipped to /data/xml_bank/2nd", kTag, kXMLImage);
+    } else {
+        log_->WriteInfo("%s ID(%d) unzipped to /data/xml_bank/1st", kTag, kXMLImage);
+    }
     return 0;
 }
 

@@ -17,10 +17,12 @@ class SessionTest : public ServiceTest {
 protected:
     SessionTest() { WriteFile(kOwnConfigFile, "PCIPAddress=0.0.0.0;\n"); }
 
-    /// A session that its own thread serves.
+    /// A session that its own thread serves; from now on no call on its socket blocks.
     static std::shared_ptr<CTCPSession> Serve(CDescriptor device) {
+        const int descriptor = device.Get();
         auto session = std::make_shared<CTCPSession>(std::move(device), kTCP, nullptr);
         session->Launch();
+        EXPECT_TRUE(WaitUntil([descriptor] { return (fcntl(descriptor, F_GETFL) & O_NONBLOCK) != 0; }));
         return session;
     }
 
