@@ -1,7 +1,8 @@
 #pragma once
 
+#include <array>
 #include <concepts>
-#include <string_view>
+#include <cstddef>
 #include <tuple>
 
 #include "hl7/base/HL7Object.h"
@@ -37,28 +38,25 @@ public:
         return std::get<IndexOf<Element>()>(children_);
     }
 
-    /// Calls `visit(child)` for each child in order until it returns false.
-    template <class Visitor>
-    void Visit(Visitor visit) {
-        std::apply([&](Types&... child) { (visit(child) && ...); }, children_);
+    std::array<HL7Object*, sizeof...(Types)> List() {
+        return std::apply([](Types&... child) { return std::array<HL7Object*, sizeof...(Types)>{&child...}; },
+                          children_);
     }
 
-    template <class Visitor>
-    void Visit(Visitor visit) const {
-        std::apply([&](const Types&... child) { (visit(child) && ...); }, children_);
+    std::array<const HL7Object*, sizeof...(Types)> List() const {
+        return std::apply(
+            [](const Types&... child) { return std::array<const HL7Object*, sizeof...(Types)>{&child...}; }, children_);
     }
 
 private:
     template <class Element>
     static consteval std::size_t IndexOf() {
-        constexpr bool kMatches[] = {std::same_as<Element, typename ElementOf<Types>::Type>...};
-        std::size_t found = sizeof...(Types);
-        for (std::size_t index = sizeof...(Types); index-- > 0;) {
-            if (kMatches[index]) {
-                found = index;
-            }
+        constexpr std::array kMatches{std::same_as<Element, typename ElementOf<Types>::Type>...};
+        std::size_t index = 0;
+        while (index < kMatches.size() && !kMatches[index]) {
+            ++index;
         }
-        return found;
+        return index;
     }
 
     std::tuple<Types...> children_;

@@ -22,11 +22,15 @@ public:
     /// own.
     void LiveIn(HL7PartStore& store) { store_ = &store; }
 
+    /// The number of components.
+    std::size_t Count() const { return Types().size(); }
+    /// The component at `index`, counted from 0, or null when it was never written to.
+    const HL7Object* At(std::size_t index) const { return parts_.At(index); }
+    /// The component at `index`, made now if need be; `index` is below Count().
+    HL7Object& Make(std::size_t index) { return parts_.Make(index, Types(), Store()); }
+
 protected:
     virtual std::span<const HL7PartType> Types() const = 0;
-
-    const HL7Object* At(std::size_t index) const { return parts_.At(index); }
-    HL7Object& Make(std::size_t index) { return parts_.Make(index, Types(), Store()); }
 
 private:
     HL7PartStore& Store();

@@ -1,11 +1,18 @@
 #pragma once
 
+#include <span>
+
 #include "hl7/base/HL7Children.h"
 
 namespace HL7v251::Base {
 
 /// A message: a header segment and what follows it.
-class HL7Message : public HL7Object {};
+class HL7Message : public HL7Object {
+protected:
+    static void EncodeChildren(std::span<const HL7Object* const> children, std::string& out);
+    /// Unlike in a group, a missing part does not fail the message; only a malformed one does.
+    static int DecodeChildren(std::span<HL7Object* const> children, std::string_view& text);
+};
 
 /// The message with the given children.
 template <class... Types>
@@ -22,22 +29,8 @@ public:
         return children_.template Get<Element>();
     }
 
-    void EncodeTo(std::string& out) const override {
-        children_.Visit([&out](const HL7Object& child) {
-            child.EncodeTo(out);
-            return true;
-        });
-    }
-
-    /// Unlike in a group, a missing part does not fail the message; only a malformed one does.
-    int DecodeFrom(std::string_view& text) override {
-        bool malformed = false;
-        children_.Visit([&](HL7Object& child) {
-            malformed = child.DecodeFrom(text) == kMalformed;
-            return !malformed;
-        });
-        return malformed ? kMalformed : kDecoded;
-    }
+    void EncodeTo(std::string& out) const override { EncodeChildren(children_.List(), out); }
+    int DecodeFrom(std::string_view& text) override { return DecodeChildren(children_.List(), text); }
 
 private:
     HL7Children<Types...> children_;

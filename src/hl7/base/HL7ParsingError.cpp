@@ -15,8 +15,4 @@ void WriteParsingError(std::initializer_list<std::string_view> pieces) {
     std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
-void WriteOccurrenceError(std::string_view name) {
-    WriteParsingError({name, " Segment/SegGroup has a parsing error"});
-}
-
 }  // namespace HL7v251::Base

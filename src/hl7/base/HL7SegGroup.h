@@ -1,5 +1,7 @@
 #pragma once
 
+#include <span>
+
 #include "hl7/base/HL7Children.h"
 #include "hl7/base/HL7Name.h"
 
@@ -9,6 +11,13 @@ namespace HL7v251::Base {
 class HL7SegGroup : public HL7Object {
 public:
     virtual std::string_view Name() const = 0;
+
+protected:
+    /// A child whose text does not end with the segment terminator gets one.
+    static void EncodeChildren(std::span<const HL7Object* const> children, std::string& out);
+    /// The group is there only when every child is; what earlier children consumed stays consumed when a later one
+    /// fails.
+    static int DecodeChildren(std::span<HL7Object* const> children, std::string_view& text);
 };
 
 /// The group with the given name and children.
@@ -40,27 +49,8 @@ public:
         return children_.template Get<Element>();
     }
 
-    void EncodeTo(std::string& out) const override {
-        children_.Visit([&out](const HL7Object& child) {
-            const std::size_t start = out.size();
-            child.EncodeTo(out);
-            if (out.size() > start && out.back() != kSegmentTerminator) {
-                out.push_back(kSegmentTerminator);
-            }
-            return true;
-        });
-    }
-
-    /// The group is there only when every child is; what earlier children consumed stays consumed when a later one
-    /// fails.
-    int DecodeFrom(std::string_view& text) override {
-        int result = kDecoded;
-        children_.Visit([&](HL7Object& child) {
-            result = child.DecodeFrom(text);
-            return result == kDecoded;
-        });
-        return result;
-    }
+    void EncodeTo(std::string& out) const override { EncodeChildren(children_.List(), out); }
+    int DecodeFrom(std::string_view& text) override { return DecodeChildren(children_.List(), text); }
 
 private:
     HL7Children<First, Rest...> children_;

@@ -16,11 +16,15 @@ public:
     /// Reads one line when it begins with the name. Fields beyond the supplied ones keep their values.
     int DecodeFrom(std::string_view& text) override;
 
+    /// The number of fields.
+    std::size_t Count() const { return Types().size(); }
+    /// The field at `index`, counted from 0, or null when it was never written to.
+    const HL7Object* At(std::size_t index) const { return fields_ != nullptr ? fields_->parts.At(index) : nullptr; }
+    /// The field at `index`, made now if need be; `index` is below Count().
+    HL7Object& Make(std::size_t index);
+
 protected:
     virtual std::span<const HL7PartType> Types() const = 0;
-
-    const HL7Object* At(std::size_t index) const { return fields_ != nullptr ? fields_->parts.At(index) : nullptr; }
-    HL7Object& Make(std::size_t index);
 
 private:
     // The fields, with the first memory of their store right behind them in the same allocation.

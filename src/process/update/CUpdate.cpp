@@ -166,7 +166,14 @@ CUpdate::Fetched CUpdate::UpdateByInternet() {
 CUpdate::Fetched CUpdate::UpdateFromPC() {
     log_->WriteInfo("%s Update from PC", kRunTag);
     methodText_ = "From PC";
-    // The records stay as the PC's announcement has filled them.
+    // The marks stay as the PC's announcement has set them. What it pushed before the device was ready went with the
+    // remaining files, so nothing counts as received.
+    for (ImageInfo& image : images_) {
+        image.FileSize = 0;
+        image.Download = 0;
+        image.Written = 0;
+        image.Progress = 0;
+    }
     CImageReceiver::GetInstance()->Open();
     SendPCUpdateReqResponse();
     if (DownloadFromPCMonitor() != 0) {

@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -25,13 +27,16 @@ constexpr char kLogo[] = "/tmp/zel_logo.n62v.bin";
 /// directory is kept as its one backup.
 struct Bank {
     const char* directory;
+    const char* calibration;
     const char* removeBackup;
     const char* keepCalibration;
 };
 
-constexpr Bank kFirstBank = {"/data/xml_bank/1st", "rm -rf /data/xml_bank/1st/chip_cal_bak",
+constexpr Bank kFirstBank = {"/data/xml_bank/1st", "/data/xml_bank/1st/chip_cal",
+                             "rm -rf /data/xml_bank/1st/chip_cal_bak",
                              "mv /data/xml_bank/1st/chip_cal /data/xml_bank/1st/chip_cal_bak"};
-constexpr Bank kSecondBank = {"/data/xml_bank/2nd", "rm -rf /data/xml_bank/2nd/chip_cal_bak",
+constexpr Bank kSecondBank = {"/data/xml_bank/2nd", "/data/xml_bank/2nd/chip_cal",
+                              "rm -rf /data/xml_bank/2nd/chip_cal_bak",
                               "mv /data/xml_bank/2nd/chip_cal /data/xml_bank/2nd/chip_cal_bak"};
 
 }  // namespace
@@ -131,8 +136,11 @@ int CUpdate::UnpackXML(Images& images) {
     }
     const bool second = getActiveIndex() == kFirstPartition;
     const Bank& bank = second ? kSecondBank : kFirstBank;
-    RunShell(bank.removeBackup);
-    RunShell(bank.keepCalibration);
+    // An update that runs again before the device has restarted finds no calibration here; the backup is the only one.
+    if (access(bank.calibration, F_OK) == 0) {
+        RunShell(bank.removeBackup);
+        RunShell(bank.keepCalibration);
+    }
     RunShell(("unzip -o " + image.RawPath + " -d " + bank.directory).c_str());
     image.Written = image.FileSize.load();
     SendUDSUpdateStatus(images);
