@@ -1,0 +1,202 @@
+"""An update from the USB stick."""
+
+from __future__ import annotations
+
+import time
+
+import pytest
+
+from bench.analyzer import Analyzer
+from bench.daemon import wait_until
+from bench.updateformat import APP, DSP, KERNEL, QTE, ROOTFS, SYS, XML, make, make_sys, pattern
+from bench.zelapp import NothingToUpdate, UpdateStarts
+from updates import (BLOCK, MOUNT_ERROR, NEW, NEWER, OLD, PACKAGE_ERROR, USB, USB_ERROR, XML_FILES, announced,
+                     check_nothing_open, check_updated, contents, device_calls, fail, header_with, history,
+                     insert_stick, record, release, replace, sections_of, start, statuses, succeed, wait_idle, written)
+
+
+@pytest.mark.parametrize("model, active, has_logo_tool", [("Human", 0, False), ("Veterinary", 1, True)])
+def test_a_whole_release(new_analyzer: Analyzer, model: str, active: int, has_logo_tool: bool) -> None:
+    """Catches wrong blocks or offsets, a wrong order of calls, the bank or the partition that runs being touched, a
+    calibration directory lost, and a logo that is forgotten or ends the update."""
+    analyzer = new_analyzer
+    (analyzer.device / "active").write_text(str(active))
+    banks = [analyzer.sandbox.path(f"/data/xml_bank/{bank}") for bank in ("1st", "2nd")]
+    running, target = banks[active], banks[1 - active]
+    for bank in banks:
+        (bank / "chip_cal/factor").write_text("calibrated")
+    (target / "chip_cal_bak").mkdir()
+    for name in ("factor", "stale"):
+        (target / "chip_cal_bak" / name).write_text("from long ago")
+    if has_logo_tool:
+        tool = analyzer.sandbox.path("/data/bin/upgrade_util")
+        tool.parent.mkdir()
+        tool.write_text('#!/bin/sh\n[ "$1" = logo ] && cp "$2" /data/logo\n')
+        tool.chmod(0o755)
+    analyzer.start()
+
+    files = release(model=model.lower())
+    insert_stick(analyzer, files, model.lower(), logo=b"a picture")
+    start(analyzer, USB)
+    messages, progress = succeed(analyzer)
+    assert announced(messages) == [(image, NEW) for image in (APP, DSP, XML, SYS)]
+    assert isinstance(messages[0], UpdateStarts) and progress == {APP: 100, DSP: 100, XML: 100, SYS: 100}
+    check_updated(analyzer, files, "USB")
+    assert device_calls(analyzer) == [
+        "checkUsbConnect", "usbMount 1 /mnt/usb/", "usbMount 0 /mnt/usb/", "upImgWrite 0 0 1", "upImgWrite 1 0 131072",
+        "upImgWrite 2 0 131072", "upImgWrite 2 131072 1", "upImgWrite 3 0 131072", "upImgWrite 3 131072 131072",
+        "upImgWrite 4 0 4097", "getActiveIndex", "changeUpActiveIndex",
+        *(f"nv_set_img_version {image} {NEW} 0" for image in range(8))]
+
+    assert {name: (target / name).read_bytes() for name in XML_FILES} == XML_FILES
+    assert [(path.name, path.read_text()) for path in (target / "chip_cal_bak").iterdir()] == [("factor", "calibrated")]
+    assert not (target / "chip_cal").exists()
+    assert [path.name for path in running.iterdir()] == ["chip_cal"] and (running / "chip_cal/factor").exists()
+    assert analyzer.sandbox.path("/tmp/zel_dsp.out").read_bytes() == contents(files)[DSP], "ZELApp takes it from there"
+    assert not has_logo_tool or analyzer.sandbox.path("/data/logo").read_bytes() == b"a picture"
+    assert not analyzer.sandbox.path("/tmp/zel_logo.n62v.bin").exists()
+    wait_idle(analyzer)
+    assert statuses(analyzer)[-2:] == ["Updating", "Disconnect"]
+    check_nothing_open(analyzer)
+
+
+def test_what_is_only_asked_for_or_not_newer_is_not_written(analyzer: Analyzer) -> None:
+    """Catches a question (mode 1) that writes, a wrong comparison, and a release whose parts are not kept together."""
+    before = record(analyzer)
+    cases = [
+        (1, release(), [(image, NEW) for image in (APP, DSP, XML, SYS)]),
+        (1, release(NEW, versions={APP: OLD, SYS: OLD}, without=(DSP,)), [(APP, OLD), (XML, NEW), (SYS, OLD)]),
+        (1, release(OLD, without=(DSP,)), None),
+        (0, release("0.99.99.9999", without=(DSP,)), None),
+    ]
+    for mode, files, expected in cases:
+        insert_stick(analyzer, files)
+        start(analyzer, USB, mode)
+        message = analyzer.zelapp.receive()
+        assert isinstance(message, UpdateStarts) and message.images == expected if expected \
+            else isinstance(message, NothingToUpdate)
+        wait_idle(analyzer)
+        check_nothing_open(analyzer)
+    assert record(analyzer) == before and not written(analyzer)
+    assert device_calls(analyzer) == ["checkUsbConnect", "usbMount 1 /mnt/usb/", "usbMount 0 /mnt/usb/"] * 4
+
+
+def test_equal_versions_are_written_again_but_for_the_boot_loader(analyzer: Analyzer) -> None:
+    """Catches a boot loader written without need, and progress that then does not reach its end."""
+    files = release(OLD, without=(DSP,))
+    insert_stick(analyzer, files)
+    start(analyzer, USB)
+    messages, progress = succeed(analyzer)
+    assert announced(messages) == [(image, OLD) for image in (APP, XML, SYS)]
+    assert progress == {APP: 100, XML: 100, SYS: 100}
+    assert written(analyzer) == {image: contents(files)[image] for image in (KERNEL, ROOTFS, APP, QTE)}
+    assert device_calls(analyzer)[-6:] \
+        == [f"nv_set_img_version {image} {OLD} 0" for image in (KERNEL, ROOTFS, APP, QTE, XML, SYS)]
+    assert [row[0] for row in history(analyzer)] == ["Kernel", "RootF/S", "Application", "QTE", "XML Archive", "System"]
+
+
+def test_a_dsp_image_alone(analyzer: Analyzer) -> None:
+    """Catches a partition that is switched for nothing, and a version text from a stick that reaches SQL as it is."""
+    for version, recorded in ((NEW, NEW), ("0');DELETE FROM", "0.00.00.0000")):
+        insert_stick(analyzer, {DSP: replace(release()[DSP], 8, version.encode().ljust(16, b"\0"))})
+        start(analyzer, USB)
+        messages, progress = succeed(analyzer)
+        assert announced(messages) == [(DSP, recorded)] and progress == {DSP: 100}
+        assert history(analyzer)[-1][3:] == ("0.00.00.0000", recorded, "USB") and history(analyzer)[-1][0] == ""
+        assert analyzer.read_device("versions.cfg")["DSP"] == recorded
+    assert len(history(analyzer)) == 2 and not written(analyzer) and not (analyzer.device / "next").exists()
+    assert not {"getActiveIndex", "changeUpActiveIndex"} & set(device_calls(analyzer))
+
+
+def test_bad_sticks(analyzer: Analyzer) -> None:
+    """Catches any bad stick that is written from, crashes, is reported wrongly, stays mounted or stops the next one."""
+    good = release()
+    boot, kernel, rootfs, qte = sections_of(good)
+    together, unfit = "Sys & App & XML images must be together", "USB file is differ from package version."
+
+    def package(*sections: bytes) -> dict[int, bytes]:
+        return good | {SYS: make_sys("human", NEW, list(sections))}
+
+    cases = [
+        ("no files", {}, USB_ERROR, "Update file does not exist."),
+        *((f"without {image}", release(without=(image,)), USB_ERROR, together) for image in (APP, XML, SYS)),
+        ("XML of another release", good | {XML: release(NEWER)[XML]}, PACKAGE_ERROR, unfit),
+        ("SYS of another release", good | {SYS: release(OLD)[SYS]}, PACKAGE_ERROR, unfit),
+        ("an empty XML file", good | {XML: b""}, USB_ERROR, "Retry reading usb file(3 time(s))."),
+        ("a header cut short", good | {SYS: good[SYS][:39]}, USB_ERROR, together),
+        ("another model's APP", good | {APP: release(model="veterinary")[APP]}, USB_ERROR, "(ZV6A) compare failed"),
+        ("a negative size", good | {XML: header_with(good[XML], -1)}, USB_ERROR, together),
+        ("an APP too small for its block", good | {APP: make(APP, "human", NEW, b"tiny")}, USB_ERROR, together),
+        ("a foreign section", package(boot, replace(kernel, 0, b"ZZ6K"), rootfs, qte), USB_ERROR, "Not correct file"),
+        ("SYS in SYS", package(boot, kernel, make(SYS, "human", NEW, b""), qte), USB_ERROR, "Not correct file"),
+        ("a section of negative size", package(boot, header_with(kernel, -5), rootfs, qte), USB_ERROR, "Copy update"),
+        ("three sections", package(boot, kernel, rootfs), USB_ERROR, "[CUpdate::CopyContentsFromUSB] file read error"),
+        ("a section beyond the end", package(boot, kernel, qte, header_with(rootfs, 1 << 30)), USB_ERROR,
+         "4 retry, but file read error occured"),
+    ]
+    before = record(analyzer)
+    for what, files, error, line in cases:
+        seen = analyzer.daemon.log().count(line)
+        insert_stick(analyzer, files)
+        start(analyzer, USB)
+        fail(analyzer, error, what)
+        assert analyzer.daemon.log().count(line) > seen, what
+        check_nothing_open(analyzer)
+    assert record(analyzer) == before and not written(analyzer)
+
+    # Sections are told by their magic, and an APP image of the time before package versions is taken.
+    files = package(qte, rootfs, kernel, boot) | {APP: make(APP, "human", NEW, pattern(BLOCK - 1, APP << 28))}
+    insert_stick(analyzer, files)
+    start(analyzer, USB)
+    succeed(analyzer)
+    check_updated(analyzer, files, "USB")
+
+
+def test_the_stick_is_looked_for_three_times(analyzer: Analyzer) -> None:
+    """Catches a search that gives up early or never, and a mount that fails being taken for one that did not."""
+    began = time.monotonic()
+    start(analyzer, USB)
+    fail(analyzer, MOUNT_ERROR)
+    assert 2.9 < time.monotonic() - began < 8
+    assert device_calls(analyzer) == ["checkUsbConnect"] * 3 and "Cannot find USB connection" in analyzer.daemon.log()
+
+    start(analyzer, USB)
+    wait_until(lambda: len(device_calls(analyzer)) == 4, 5, "the stick was looked for")
+    files = release()
+    analyzer.set_faults(usbMount="fail")
+    insert_stick(analyzer, files)
+    fail(analyzer, MOUNT_ERROR)
+    assert device_calls(analyzer)[4:] == ["checkUsbConnect", "usbMount 1 /mnt/usb/"]
+    analyzer.set_faults()
+    start(analyzer, USB)
+    succeed(analyzer)
+    check_updated(analyzer, files, "USB")
+
+
+def test_one_update_at_a_time(analyzer: Analyzer) -> None:
+    """Catches a second worker beside the first, and one that cannot be started after it."""
+    files = release()
+    insert_stick(analyzer, files)
+    analyzer.set_faults(**{"upImgWrite.delay_ms": "60"})
+    start(analyzer, USB)
+    wait_until(lambda: any(call.startswith("upImgWrite") for call in analyzer.calls()), 10, "writing has begun")
+    for method in (USB, 4, 6):
+        analyzer.zelapp.start_update(method)
+    analyzer.daemon.wait_for_log("Another update processing now", count=3)
+    succeed(analyzer)
+    check_updated(analyzer, files, "USB")
+    assert len(history(analyzer)) == 8 and device_calls(analyzer).count("usbMount 1 /mnt/usb/") == 1
+    start(analyzer, USB)
+    succeed(analyzer)
+
+
+def test_unknown_methods_do_nothing(analyzer: Analyzer) -> None:
+    """Catches a worker that keeps the status, or answers, when it does not know what is asked."""
+    for payload in (b"\0\0", b"\0\5", b"\1\7", b"\0\xFF", b"\1", b""):
+        seen = len(statuses(analyzer))
+        analyzer.zelapp.send(0x0561, payload)
+        wait_until(lambda: len(statuses(analyzer)) == seen + 2, 5, "the worker has ended")
+        assert statuses(analyzer)[-2:] == ["Updating", "Disconnect"], payload
+    insert_stick(analyzer, release())
+    start(analyzer, USB, 1)
+    assert isinstance(analyzer.zelapp.receive(), UpdateStarts), "the first message of all"
