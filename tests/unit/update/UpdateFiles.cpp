@@ -32,16 +32,6 @@ std::string Header(const std::string& magic, std::int32_t size, const std::strin
     return header + Padded(version, 16) + std::string("tail of 16 bytes");
 }
 
-std::string File(const std::string& magic, const std::string& version, const std::string& data) {
-    return Header(magic, static_cast<std::int32_t>(data.size()), version) + data;
-}
-
-std::string AppFile(const std::string& version, const std::string& sys, const std::string& xml, std::string data) {
-    // The file's offset of the block is the size less 40; the data begins 40 bytes into the file.
-    data.replace(data.size() - 80, 48, Padded(version, 16) + Padded(sys, 16) + Padded(xml, 16));
-    return File("ZN6A", version, data);
-}
-
 std::span<const std::uint8_t> Bytes(const std::string& text) {
     return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
 }

@@ -15,12 +15,6 @@ std::string ImageData(std::size_t size, unsigned seed);
 /// A 40-byte header.
 std::string Header(const std::string& magic, std::int32_t size, const std::string& version);
 
-/// Header and data.
-std::string File(const std::string& magic, const std::string& version, const std::string& data);
-
-/// An APP file with the versions of its release where they are looked for.
-std::string AppFile(const std::string& version, const std::string& sys, const std::string& xml, std::string data);
-
 std::span<const std::uint8_t> Bytes(const std::string& text);
 
 /// Bytes in memory, handed out at most `piece` at a time.
