@@ -1,39 +1,29 @@
 #include "hl7/base/HL7Composite.h"
 
+#include <algorithm>
+
 namespace HL7v251::Base {
 
-HL7Composite::~HL7Composite() {
-    parts_.Destroy();
-    if (ownsStore_) {
-        std::unique_ptr<HL7PartStore> owned(store_);
-    }
+void HL7Composite::Write(HL7Writer& out) const {
+    const std::size_t start = out.Size();
+    WriteParts(out, separator_, 0);
+    // Of components that exist but are empty, and those that a value brought along.
+    out.Trim(separator_, start);
 }
 
-void HL7Composite::EncodeTo(std::string& out) const {
-    const std::size_t start = out.size();
-    parts_.EncodeTo(out, separator_, 0);
-    // Also separators that a value brought along.
-    while (out.size() > start && out.back() == separator_) {
-        out.pop_back();
-    }
-}
-
-int HL7Composite::DecodeFrom(std::string_view& text) {
+int HL7Composite::Read(HL7Reader& in) {
+    const std::string_view text = in.text;
     if (text.empty()) {
         return kDecoded;
     }
-    const auto types = Types();
-    const HL7Pieces pieces(text, separator_, types.size());
-    text.remove_prefix(pieces.Consumed());
-    return parts_.DecodeFrom(pieces, 0, types, Store()) < 0 ? kDecoded : kMalformed;
-}
-
-HL7PartStore& HL7Composite::Store() {
-    if (store_ == nullptr) {
-        store_ = std::make_unique<HL7PartStore>().release();
-        ownsStore_ = true;
+    if (std::find(text.begin(), text.end(), separator_) == text.end()) {
+        // Most composites hold one value.
+        in.text.remove_prefix(text.size());
+        return ReadOnlyPart(text) < 0 ? kDecoded : kMalformed;
     }
-    return *store_;
+    const HL7Pieces pieces(text, separator_, Count());
+    in.text.remove_prefix(pieces.Consumed());
+    return ReadParts(pieces, 0) < 0 ? kDecoded : kMalformed;
 }
 
 }  // namespace HL7v251::Base

@@ -1,56 +1,25 @@
 #pragma once
 
-#include "hl7/base/HL7Parts.h"
+#include <concepts>
+
+#include "hl7/base/HL7PartOwner.h"
 
 namespace HL7v251::Base {
 
 /// A field made of components. As a field it separates them with "^"; as a component of another composite with "&".
-class HL7Composite : public HL7Object {
+class HL7Composite : public HL7PartOwner {
 public:
-    HL7Composite() = default;
-    ~HL7Composite() override;
-
     /// Components joined by the separator; separators at the end are removed.
-    void EncodeTo(std::string& out) const override;
+    void Write(HL7Writer& out) const override;
     /// Components beyond the supplied pieces keep their values; pieces beyond the components stay in the text.
-    int DecodeFrom(std::string_view& text) override;
+    int Read(HL7Reader& in) override;
 
     /// Called by the composite that holds this one.
     void UseSubcomponentSeparator() { separator_ = kSubcomponentSeparator; }
 
-    /// Makes the components live in `store`, which outlives this composite. Without it they live in a store of their
-    /// own.
-    void LiveIn(HL7PartStore& store) { store_ = &store; }
-
-    /// The number of components.
-    std::size_t Count() const { return Types().size(); }
-    /// The component at `index`, counted from 0, or null when it was never written to.
-    const HL7Object* At(std::size_t index) const { return parts_.At(index); }
-    /// The component at `index`, made now if need be; `index` is below Count().
-    HL7Object& Make(std::size_t index) { return parts_.Make(index, Types(), Store()); }
-
-protected:
-    virtual std::span<const HL7PartType> Types() const = 0;
-
 private:
-    HL7PartStore& Store();
-
-    HL7PartStore* store_ = nullptr;
-    // Messages hold thousands of composites: the two bytes after the parts share their last word.
-    [[no_unique_address]] HL7Parts parts_;
     char separator_ = kComponentSeparator;
-    bool ownsStore_ = false;
 };
-
-/// The bytes that a part of type T takes with one value in it, at its first position.
-template <class T>
-consteval std::uint16_t SizeWithValue() {
-    if constexpr (requires { typename T::First; }) {
-        return static_cast<std::uint16_t>(sizeof(T) + sizeof(HL7Object*) + SizeWithValue<typename T::First>());
-    } else {
-        return sizeof(T);
-    }
-}
 
 /// Makes a part of type T: a field, or a component when `kComponent`.
 template <class T, bool kComponent>
@@ -62,8 +31,9 @@ HL7Object* MakePart(HL7PartStore& store, std::string_view text, int& result) {
             part->UseSubcomponentSeparator();
         }
     }
+    HL7Reader in{text, &store};
     // The type is known here: no need to ask the object for it.
-    result = part->T::DecodeFrom(text);
+    result = part->T::Read(in);
     return part;
 }
 
@@ -72,7 +42,6 @@ template <class... Components>
 class CompositeOf : public HL7Composite {
 public:
     static constexpr std::size_t kComponents = sizeof...(Components);
-    using First = PartAt<1, Components...>;
 
     template <std::size_t N>
     auto& Component() {
@@ -87,11 +56,11 @@ public:
     }
 
 protected:
-    std::span<const HL7PartType> Types() const override { return kTypes; }
+    std::span<const HL7PartMaker> Makers() const override { return kMakers; }
 
 private:
     static_assert(kComponents <= kMaxParts);
-    static constexpr HL7PartType kTypes[] = {{&MakePart<Components, true>, SizeWithValue<Components>()}...};
+    static constexpr HL7PartMaker kMakers[] = {&MakePart<Components, true>...};
 };
 
 }  // namespace HL7v251::Base

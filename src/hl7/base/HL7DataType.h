@@ -10,14 +10,14 @@ public:
     virtual const std::string& GetValue() const { return value_; }
     virtual void SetValue(std::string_view value) { value_.assign(value); }
 
-    void EncodeTo(std::string& out) const override { out.append(value_); }
+    void Write(HL7Writer& out) const override { out.Put(value_); }
 
     /// Takes the whole text.
-    int DecodeFrom(std::string_view& text) override {
+    int Read(HL7Reader& in) override {
         // Half the work of assign, which also handles a text inside the value itself.
         value_.clear();
-        value_.append(text);
-        text.remove_prefix(text.size());
+        value_.append(in.text);
+        in.text.remove_prefix(in.text.size());
         return kDecoded;
     }
 

@@ -2,15 +2,16 @@
 
 namespace HL7v251::Base {
 
-void HL7Message::EncodeChildren(std::span<const HL7Object* const> children, std::string& out) {
+void HL7Message::WriteChildren(std::span<const HL7Object* const> children, HL7Writer& out) {
     for (const HL7Object* child : children) {
-        child->EncodeTo(out);
+        child->Write(out);
     }
 }
 
-int HL7Message::DecodeChildren(std::span<HL7Object* const> children, std::string_view& text) {
+int HL7Message::ReadChildren(std::span<HL7Object* const> children, HL7Reader& in) {
+    in.store = &store_;
     for (HL7Object* child : children) {
-        if (child->DecodeFrom(text) == kMalformed) {
+        if (child->Read(in) == kMalformed) {
             return kMalformed;
         }
     }

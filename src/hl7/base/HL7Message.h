@@ -3,15 +3,20 @@
 #include <span>
 
 #include "hl7/base/HL7Children.h"
+#include "hl7/base/HL7PartStore.h"
 
 namespace HL7v251::Base {
 
 /// A message: a header segment and what follows it.
 class HL7Message : public HL7Object {
 protected:
-    static void EncodeChildren(std::span<const HL7Object* const> children, std::string& out);
+    static void WriteChildren(std::span<const HL7Object* const> children, HL7Writer& out);
     /// Unlike in a group, a missing part does not fail the message; only a malformed one does.
-    static int DecodeChildren(std::span<HL7Object* const> children, std::string_view& text);
+    int ReadChildren(std::span<HL7Object* const> children, HL7Reader& in);
+
+private:
+    // Outlives the children, which belong to the derived class.
+    HL7PartStore store_;
 };
 
 /// The message with the given children.
@@ -29,8 +34,8 @@ public:
         return children_.template Get<Element>();
     }
 
-    void EncodeTo(std::string& out) const override { EncodeChildren(children_.List(), out); }
-    int DecodeFrom(std::string_view& text) override { return DecodeChildren(children_.List(), text); }
+    void Write(HL7Writer& out) const override { WriteChildren(children_.List(), out); }
+    int Read(HL7Reader& in) override { return ReadChildren(children_.List(), in); }
 
 private:
     HL7Children<Types...> children_;

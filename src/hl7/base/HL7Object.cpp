@@ -15,4 +15,16 @@ int HL7Object::Decode(std::string& text) {
     return result;
 }
 
+void HL7Object::EncodeTo(std::string& out) const {
+    HL7Writer writer(out);
+    Write(writer);
+}
+
+int HL7Object::DecodeFrom(std::string_view& text) {
+    HL7Reader in{text};
+    const int result = Read(in);
+    text = in.text;
+    return result;
+}
+
 }  // namespace HL7v251::Base

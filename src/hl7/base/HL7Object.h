@@ -3,13 +3,23 @@
 #include <string>
 #include <string_view>
 
+#include "hl7/base/HL7Writer.h"
+
 namespace HL7v251::Base {
+
+class HL7PartStore;
 
 /// Results of decoding, the same for every element.
 enum DecodeResult : int {
     kMalformed = -1,  ///< the element is there but cannot be read
     kAbsent = 0,      ///< the text does not start with this element
     kDecoded = 1,     ///< the element was read, or is optional and not there
+};
+
+/// A text that is being read.
+struct HL7Reader {
+    std::string_view text;          ///< what is left of it
+    HL7PartStore* store = nullptr;  ///< where the fields that are read live; null: each segment sees to it itself
 };
 
 /// The root of everything that can write itself as HL7 text and read itself from it. All text is a string of 8-bit
@@ -33,12 +43,15 @@ public:
     /// Reads this element from the front of `text` and removes what it recognised; returns a DecodeResult.
     virtual int Decode(std::string& text);
 
-    /// Encode and Decode over a shared buffer: what an element implements. A whole message is written into one string
-    /// and read from one, however deep its tree is.
-    virtual void EncodeTo(std::string& out) const = 0;
+    /// As Encode, but appends to `out`.
+    void EncodeTo(std::string& out) const;
 
     /// As Decode; `text` stays a tail of what it was.
-    virtual int DecodeFrom(std::string_view& text) = 0;
+    int DecodeFrom(std::string_view& text);
+
+    /// What an element implements: one writer and one reader go through a whole message, however deep its tree is.
+    virtual void Write(HL7Writer& out) const = 0;
+    virtual int Read(HL7Reader& in) = 0;
 };
 
 }  // namespace HL7v251::Base

@@ -6,47 +6,47 @@
 
 namespace HL7v251::Base {
 
-void HL7OccurrenceList::EncodeTo(std::string& out) const {
+void HL7OccurrenceList::Write(HL7Writer& out) const {
     if (elements_ != nullptr) {
         for (const auto& element : *elements_) {
-            element->EncodeTo(out);
+            element->Write(out);
         }
     }
 }
 
-int HL7OccurrenceList::DecodeOptional(std::string_view& text) {
-    if (text.empty()) {
+int HL7OccurrenceList::ReadOptional(HL7Reader& in) {
+    if (in.text.empty()) {
         return kDecoded;
     }
-    return DecodeOne(text) == kMalformed ? Fail(kMalformed) : kDecoded;
+    return ReadOne(in) == kMalformed ? Fail(kMalformed) : kDecoded;
 }
 
-int HL7OccurrenceList::DecodeRequired(std::string_view& text) {
-    const int first = DecodeOne(text);
+int HL7OccurrenceList::ReadRequired(HL7Reader& in) {
+    const int first = ReadOne(in);
     if (first != kDecoded) {
         return Fail(first);
     }
-    while (!text.empty() && DecodeOne(text) == kDecoded) {
+    while (!in.text.empty() && ReadOne(in) == kDecoded) {
     }
     return kDecoded;
 }
 
-int HL7OccurrenceList::DecodeRepeated(std::string_view& text) {
+int HL7OccurrenceList::ReadRepeated(HL7Reader& in) {
     int result = kDecoded;
-    while (result == kDecoded && !text.empty()) {
-        result = DecodeOne(text);
+    while (result == kDecoded && !in.text.empty()) {
+        result = ReadOne(in);
     }
     return result == kMalformed ? Fail(kMalformed) : kDecoded;
 }
 
-// Decodes one more occurrence and keeps it when it is there.
-int HL7OccurrenceList::DecodeOne(std::string_view& text) {
+// Reads one more occurrence and keeps it when it is there.
+int HL7OccurrenceList::ReadOne(HL7Reader& in) {
     const HL7ElementType& type = Type();
-    if (!type.begins(text)) {
+    if (!type.begins(in.text)) {
         return kAbsent;
     }
     std::unique_ptr<HL7Object> element = type.make();
-    const int result = element->DecodeFrom(text);
+    const int result = element->Read(in);
     if (result == kDecoded) {
         Keep(std::move(element));
     }

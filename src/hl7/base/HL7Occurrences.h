@@ -23,7 +23,7 @@ public:
     /// Adds a new, empty occurrence at the end.
     void Append() { Keep(Type().make()); }
 
-    void EncodeTo(std::string& out) const override;
+    void Write(HL7Writer& out) const override;
 
 protected:
     virtual const HL7ElementType& Type() const = 0;
@@ -32,14 +32,14 @@ protected:
         return index >= 0 && index < Count() ? (*elements_)[static_cast<std::size_t>(index)].get() : nullptr;
     }
 
-    int DecodeOptional(std::string_view& text);
-    int DecodeRequired(std::string_view& text);
-    int DecodeRepeated(std::string_view& text);
+    int ReadOptional(HL7Reader& in);
+    int ReadRequired(HL7Reader& in);
+    int ReadRepeated(HL7Reader& in);
 
 private:
     using Elements = std::vector<std::unique_ptr<HL7Object>>;
 
-    int DecodeOne(std::string_view& text);
+    int ReadOne(HL7Reader& in);
     int Fail(int result) const;
     void Keep(std::unique_ptr<HL7Object> element);
 
@@ -69,21 +69,21 @@ protected:
 template <class T>
 class HL7SegmentOp : public HL7Occurrences<T> {
 public:
-    int DecodeFrom(std::string_view& text) override { return this->DecodeOptional(text); }
+    int Read(HL7Reader& in) override { return this->ReadOptional(in); }
 };
 
 /// Required and repeating: one or more. A malformed occurrence after the first ends the repetition without failing it.
 template <class T>
 class HL7SegmentRe : public HL7Occurrences<T> {
 public:
-    int DecodeFrom(std::string_view& text) override { return this->DecodeRequired(text); }
+    int Read(HL7Reader& in) override { return this->ReadRequired(in); }
 };
 
 /// Optional and repeating: zero or more.
 template <class T>
 class HL7SegmentOpRe : public HL7Occurrences<T> {
 public:
-    int DecodeFrom(std::string_view& text) override { return this->DecodeRepeated(text); }
+    int Read(HL7Reader& in) override { return this->ReadRepeated(in); }
 };
 
 }  // namespace HL7v251::Base

@@ -5,6 +5,14 @@
 
 namespace HL7v251::Base {
 
+namespace {
+
+// A handful of fields; what the fields of a very long message take at once.
+constexpr std::size_t kSmallestChunk = 480;
+constexpr std::size_t kLargestChunk = 32 * 1024;
+
+}  // namespace
+
 HL7PartStore::~HL7PartStore() {
     while (newest_ != nullptr) {
         auto* earlier = std::launder(reinterpret_cast<Chunk*>(newest_.get()));
@@ -14,10 +22,12 @@ HL7PartStore::~HL7PartStore() {
     }
 }
 
-void HL7PartStore::Add(std::size_t size) {
-    Chunk chunk = std::make_unique_for_overwrite<std::byte[]>(sizeof(Chunk) + size);
+void HL7PartStore::AddChunk(std::size_t size) {
+    const std::size_t room = std::max(size, std::clamp(total_, kSmallestChunk, kLargestChunk));
+    Chunk chunk = std::make_unique_for_overwrite<std::byte[]>(sizeof(Chunk) + room);
     free_ = chunk.get() + sizeof(Chunk);
-    left_ = size;
+    left_ = room;
+    total_ += room;
     ::new (chunk.get()) Chunk(std::move(newest_));
     newest_ = std::move(chunk);
 }

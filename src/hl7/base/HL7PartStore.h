@@ -6,15 +6,12 @@
 
 namespace HL7v251::Base {
 
-/// The memory in which the fields of one segment, with their components, live side by side: one allocation serves most
-/// segments. Nothing is given back before the store itself goes; who places objects here destroys them before that.
+/// The memory in which fields and their components live side by side, so that a message of a thousand values takes a
+/// few allocations. Nothing is given back before the store itself goes; who places objects here destroys them before
+/// that.
 class HL7PartStore {
 public:
     HL7PartStore() = default;
-    /// Uses up the `size` bytes at `room`, which stay with their owner, before any memory of its own; adds about as
-    /// much when that is not enough.
-    HL7PartStore(std::byte* room, std::size_t size)
-        : free_(room), left_(size), chunkSize_(std::min(size, kLargestChunk)) {}
     ~HL7PartStore();
     HL7PartStore(const HL7PartStore&) = delete;
     HL7PartStore& operator=(const HL7PartStore&) = delete;
@@ -24,7 +21,7 @@ public:
         constexpr std::size_t kAlignment = alignof(void*);
         const std::size_t rounded = (size + kAlignment - 1) / kAlignment * kAlignment;
         if (rounded > left_) {
-            Add(std::max(rounded, chunkSize_));
+            AddChunk(rounded);
         }
         void* memory = free_;
         free_ += rounded;
@@ -33,18 +30,15 @@ public:
     }
 
 private:
-    void Add(std::size_t size);
-
-    // A handful of fields.
-    static constexpr std::size_t kLargestChunk = 480;
-
     // A chunk begins with the owner of the chunk before it.
     using Chunk = std::unique_ptr<std::byte[]>;
+
+    void AddChunk(std::size_t size);
 
     Chunk newest_;
     std::byte* free_ = nullptr;
     std::size_t left_ = 0;
-    std::size_t chunkSize_ = kLargestChunk;
+    std::size_t total_ = 0;
 };
 
 }  // namespace HL7v251::Base

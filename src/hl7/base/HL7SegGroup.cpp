@@ -2,19 +2,19 @@
 
 namespace HL7v251::Base {
 
-void HL7SegGroup::EncodeChildren(std::span<const HL7Object* const> children, std::string& out) {
+void HL7SegGroup::WriteChildren(std::span<const HL7Object* const> children, HL7Writer& out) {
     for (const HL7Object* child : children) {
-        const std::size_t start = out.size();
-        child->EncodeTo(out);
-        if (out.size() > start && out.back() != kSegmentTerminator) {
-            out.push_back(kSegmentTerminator);
+        const std::size_t start = out.Size();
+        child->Write(out);
+        if (out.Size() > start && out.Back() != kSegmentTerminator) {
+            out.Put(kSegmentTerminator);
         }
     }
 }
 
-int HL7SegGroup::DecodeChildren(std::span<HL7Object* const> children, std::string_view& text) {
+int HL7SegGroup::ReadChildren(std::span<HL7Object* const> children, HL7Reader& in) {
     for (HL7Object* child : children) {
-        const int result = child->DecodeFrom(text);
+        const int result = child->Read(in);
         if (result < kDecoded) {
             return result;
         }

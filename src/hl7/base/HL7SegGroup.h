@@ -14,10 +14,10 @@ public:
 
 protected:
     /// A child whose text does not end with the segment terminator gets one.
-    static void EncodeChildren(std::span<const HL7Object* const> children, std::string& out);
+    static void WriteChildren(std::span<const HL7Object* const> children, HL7Writer& out);
     /// The group is there only when every child is; what earlier children consumed stays consumed when a later one
     /// fails.
-    static int DecodeChildren(std::span<HL7Object* const> children, std::string_view& text);
+    static int ReadChildren(std::span<HL7Object* const> children, HL7Reader& in);
 };
 
 /// The group with the given name and children.
@@ -49,8 +49,8 @@ public:
         return children_.template Get<Element>();
     }
 
-    void EncodeTo(std::string& out) const override { EncodeChildren(children_.List(), out); }
-    int DecodeFrom(std::string_view& text) override { return DecodeChildren(children_.List(), text); }
+    void Write(HL7Writer& out) const override { WriteChildren(children_.List(), out); }
+    int Read(HL7Reader& in) override { return ReadChildren(children_.List(), in); }
 
 private:
     HL7Children<First, Rest...> children_;

@@ -12,9 +12,6 @@ constexpr std::string_view kHeaderName = "MSH";
 // The name and the separator behind it.
 constexpr std::size_t kPrefixLength = 4;
 
-// The first memory of a segment whose fields are set one by one: a handful of them.
-constexpr std::size_t kRoomForSetting = 480;
-
 // The first field of the header is the separator behind its name, so it is neither written nor cut out as a field.
 std::size_t FirstField(std::string_view name) {
     return name == kHeaderName ? 1 : 0;
@@ -22,56 +19,42 @@ std::size_t FirstField(std::string_view name) {
 
 }  // namespace
 
-void HL7Segment::EncodeTo(std::string& out) const {
-    const std::size_t start = out.size();
-    out.append(Name());
-    out.push_back(kFieldSeparator);
-    if (fields_ != nullptr) {
-        fields_->parts.EncodeTo(out, kFieldSeparator, FirstField(Name()));
-        while (out.size() > start + kPrefixLength && out.back() == kFieldSeparator) {
-            out.pop_back();
-        }
-    }
-    out.push_back(kSegmentTerminator);
+void HL7Segment::Write(HL7Writer& out) const {
+    const std::size_t start = out.Size();
+    const std::string_view name = Name();
+    out.Put(name);
+    out.Put(kFieldSeparator);
+    WriteParts(out, kFieldSeparator, FirstField(name));
+    out.Trim(kFieldSeparator, start + kPrefixLength);
+    out.Put(kSegmentTerminator);
 }
 
-int HL7Segment::DecodeFrom(std::string_view& text) {
+int HL7Segment::Read(HL7Reader& in) {
     const std::string_view name = Name();
-    if (!text.starts_with(name)) {
+    if (!in.text.starts_with(name)) {
         return kAbsent;
     }
-    std::string_view line = text.substr(0, text.find(kSegmentTerminator));
-    text.remove_prefix(std::min(line.size() + 1, text.size()));
+    std::string_view line = in.text.substr(0, in.text.find(kSegmentTerminator));
+    in.text.remove_prefix(std::min(line.size() + 1, in.text.size()));
     line.remove_prefix(std::min(kPrefixLength, line.size()));
+    if (!HasStore() && in.store != nullptr) {
+        LiveIn(*in.store);
+    }
 
     const std::size_t first = FirstField(name);
-    const auto types = Types();
-    const HL7Pieces pieces(line, kFieldSeparator, types.size() - first);
-    if (fields_ == nullptr) {
-        if (first == 0 && pieces.Filled() == 0) {
-            return kDecoded;
-        }
-        MakeFields(HL7Parts::Measure(pieces, first, types));
-    }
-    if (first != 0) {
-        std::string_view separator(&kFieldSeparator, 1);
-        if (Make(0).DecodeFrom(separator) == kMalformed) {
+    if (first > 0) {
+        HL7Reader separator{{&kFieldSeparator, 1}, in.store};
+        if (Make(0).Read(separator) == kMalformed) {
             WriteParsingError({"The FieldSeparator parsing error"});
         }
     }
-    const int malformed = fields_->parts.DecodeFrom(pieces, first, types, fields_->store);
+    const HL7Pieces pieces(line, kFieldSeparator, Count() - first);
+    const int malformed = ReadParts(pieces, first);
     if (malformed >= 0) {
         WriteParsingError({name, " Segment's ", std::to_string(malformed + 1), "th field has a parsing error"});
         return kMalformed;
     }
     return kDecoded;
-}
-
-HL7Object& HL7Segment::Make(std::size_t index) {
-    if (fields_ == nullptr) {
-        MakeFields(kRoomForSetting);
-    }
-    return fields_->parts.Make(index, Types(), fields_->store);
 }
 
 }  // namespace HL7v251::Base

@@ -6,45 +6,15 @@
 namespace HL7v251::Base {
 
 /// A segment: a three-letter name and fields, on one line of the message.
-class HL7Segment : public HL7Object {
+class HL7Segment : public HL7PartOwner {
 public:
     virtual std::string_view Name() const = 0;
 
     /// The name, the fields without separators at their end, and the segment terminator; at least the name and one
     /// separator.
-    void EncodeTo(std::string& out) const override;
+    void Write(HL7Writer& out) const override;
     /// Reads one line when it begins with the name. Fields beyond the supplied ones keep their values.
-    int DecodeFrom(std::string_view& text) override;
-
-    /// The number of fields.
-    std::size_t Count() const { return Types().size(); }
-    /// The field at `index`, counted from 0, or null when it was never written to.
-    const HL7Object* At(std::size_t index) const { return fields_ != nullptr ? fields_->parts.At(index) : nullptr; }
-    /// The field at `index`, made now if need be; `index` is below Count().
-    HL7Object& Make(std::size_t index);
-
-protected:
-    virtual std::span<const HL7PartType> Types() const = 0;
-
-private:
-    // The fields, with the first memory of their store right behind them in the same allocation.
-    struct Fields {
-        struct Room {
-            std::size_t size;
-        };
-        explicit Fields(Room room) : store(reinterpret_cast<std::byte*>(this + 1), room.size) {}
-        static void* operator new(std::size_t size, Room room) { return ::operator new(size + room.size); }
-        static void operator delete(void* memory) { ::operator delete(memory); }
-        static void operator delete(void* memory, Room) { ::operator delete(memory); }
-
-        HL7PartStore store;
-        HL7Parts parts;
-    };
-
-    void MakeFields(std::size_t room) { fields_.reset(new (Fields::Room{room}) Fields(Fields::Room{room})); }
-
-    // Null while every field is empty, so that an empty segment is as small as can be.
-    std::unique_ptr<Fields> fields_;
+    int Read(HL7Reader& in) override;
 };
 
 /// The segment with the given name and fields of the given types; positions count from 1.
@@ -72,12 +42,12 @@ public:
     }
 
 protected:
-    std::span<const HL7PartType> Types() const override { return kTypes; }
+    std::span<const HL7PartMaker> Makers() const override { return kMakers; }
 
 private:
     static_assert(kName.size() == 3);
     static_assert(kFields <= kMaxParts);
-    static constexpr HL7PartType kTypes[] = {{&MakePart<FieldTypes, false>, SizeWithValue<FieldTypes>()}...};
+    static constexpr HL7PartMaker kMakers[] = {&MakePart<FieldTypes, false>...};
 };
 
 }  // namespace HL7v251::Base

@@ -10,7 +10,7 @@ using HL7v251::Base::HL7DataType;
 // No field of the catalogue can be malformed; this one always is.
 class Broken : public HL7DataType {
 public:
-    int DecodeFrom(std::string_view&) override { return HL7v251::Base::kMalformed; }
+    int Read(HL7v251::Base::HL7Reader&) override { return HL7v251::Base::kMalformed; }
 };
 
 class BrokenComposite : public HL7v251::Base::CompositeOf<ST, Broken> {};

@@ -79,8 +79,8 @@ TEST(Encode, GroupWritesChildrenInOrderAndSkipsEmptyContainers) {
 // A child whose text does not end a line gets its terminator from the group, but not from the message.
 class Bare : public HL7v251::Base::HL7Object {
 public:
-    void EncodeTo(std::string& out) const override { out.append(text); }
-    int DecodeFrom(std::string_view&) override { return HL7v251::Base::kDecoded; }
+    void Write(HL7v251::Base::HL7Writer& out) const override { out.Put(text); }
+    int Read(HL7v251::Base::HL7Reader&) override { return HL7v251::Base::kDecoded; }
     std::string text = "bare";
 };
 

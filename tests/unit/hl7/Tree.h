@@ -1,13 +1,13 @@
 #pragma once
 
+#include <cstdint>
 #include <random>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "hl7/message/Messages.h"
 
-/// Random trees of any element of the catalogue, and the values of a tree in order.
+/// Random trees of any element of the catalogue, and the values of a tree with their places.
 namespace tree {
 
 namespace base = HL7v251::Base;
@@ -19,30 +19,7 @@ class Filler {
 public:
     explicit Filler(std::uint32_t seed) : random_(seed) {}
 
-    void Fill(base::HL7DataType& value) { value.SetValue(Value()); }
-
-    template <class... Types>
-    void Fill(base::CompositeOf<Types...>& composite) {
-        ++depth_;
-        [&]<std::size_t... I>(std::index_sequence<I...>) {
-            // Components of a third level share the separator of the second, so only the first can be told from the
-            // next component of the second.
-            ((Chance(3) && (depth_ < 3 || I == 0) ? Fill(composite.template Component<I + 1>()) : void()), ...);
-        }
-        (std::index_sequence_for<Types...>{});
-        --depth_;
-    }
-
-    template <base::HL7Name kName, class... Types>
-    void Fill(base::SegmentOf<kName, Types...>& segment) {
-        [&]<std::size_t... I>(std::index_sequence<I...>) {
-            ((Chance(4) ? Fill(segment.template Field<I + 1>()) : void()), ...);
-        }
-        (std::index_sequence_for<Types...>{});
-        if constexpr (kName.View() == "MSH") {
-            segment.template Field<1>().SetValue("|");
-        }
-    }
+    void Fill(base::HL7Segment& segment);
 
     template <class T>
     void Fill(base::HL7SegmentOp<T>& container) {
@@ -74,16 +51,8 @@ public:
 
 private:
     bool Chance(int oneIn) { return std::uniform_int_distribution(1, oneIn)(random_) == 1; }
-
-    std::string Value() {
-        std::string value(std::uniform_int_distribution<std::size_t>(1, 24)(random_), '\0');
-        for (char& c : value) {
-            do {
-                c = static_cast<char>(std::uniform_int_distribution(0, 255)(random_));
-            } while (c == '\r' || c == '|' || c == '^' || c == '&');
-        }
-        return value;
-    }
+    std::string Value();
+    void FillPart(base::HL7Object& part, int depth);
 
     template <class Container>
     void Append(Container& container, int count) {
@@ -97,32 +66,13 @@ private:
     }
 
     std::mt19937 random_;
-    int depth_ = 0;
     bool lastOrder_ = true;
 };
 
+/// Every value that is not empty, behind its place: "OBX-3.1=value", with one entry for each segment before its values.
 using Values = std::vector<std::string>;
 
-inline void Collect(const base::HL7DataType& value, Values& values) {
-    values.push_back(value.GetValue());
-}
-
-template <class... Types>
-void Collect(const base::CompositeOf<Types...>& composite, Values& values) {
-    [&]<std::size_t... I>(std::index_sequence<I...>) {
-        (Collect(composite.template Component<I + 1>(), values), ...);
-    }
-    (std::index_sequence_for<Types...>{});
-}
-
-template <base::HL7Name kName, class... Types>
-void Collect(const base::SegmentOf<kName, Types...>& segment, Values& values) {
-    values.emplace_back(segment.Name());
-    [&]<std::size_t... I>(std::index_sequence<I...>) {
-        (Collect(segment.template Field<I + 1>(), values), ...);
-    }
-    (std::index_sequence_for<Types...>{});
-}
+void Collect(const base::HL7Segment& segment, Values& values);
 
 template <base::HL7Name kName, class... Types>
 void Collect(const base::GroupOf<kName, Types...>& group, Values& values);

@@ -1,0 +1,93 @@
+#pragma once
+
+#include <cstddef>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+namespace HL7v251::Base {
+
+/// Appends to a text. Faster than the text's own append, since most of what a message consists of is single separators
+/// and short values. The text is complete when the writer is gone.
+class HL7Writer {
+public:
+    static constexpr std::size_t kLongestRun = 72;
+
+    explicit HL7Writer(std::string& out) : out_(out), at_(buffer_) {}
+    ~HL7Writer() { Flush(); }
+    HL7Writer(const HL7Writer&) = delete;
+    HL7Writer& operator=(const HL7Writer&) = delete;
+
+    void Put(char c) {
+        if (Left() == 0) {
+            Flush();
+        }
+        *at_++ = c;
+    }
+
+    /// `count` times `c`; `count` is at most kLongestRun.
+    void PutRun(char c, std::size_t count) {
+        if (Left() < kLongestRun) {
+            Flush();
+        }
+        std::memset(at_, c, 8);
+        if (count > 8) {
+            std::memset(at_ + 8, c, kLongestRun - 8);
+        }
+        at_ += count;
+    }
+
+    void Put(std::string_view text) {
+        if (Left() < text.size()) {
+            PutLong(text);
+            return;
+        }
+        Copy(text.data(), text.size());
+        at_ += text.size();
+    }
+
+    /// The length of the text so far.
+    std::size_t Size() const { return out_.size() + Buffered(); }
+
+    /// The last character of a text that is not empty.
+    char Back() const { return Buffered() > 0 ? at_[-1] : out_.back(); }
+
+    /// Removes every `c` from the end, but leaves `size` characters.
+    void Trim(char c, std::size_t size) {
+        while (Size() > size && Back() == c) {
+            RemoveLast();
+        }
+    }
+
+private:
+    std::size_t Buffered() const { return static_cast<std::size_t>(at_ - buffer_); }
+    std::size_t Left() const { return sizeof buffer_ - Buffered(); }
+
+    // Two moves that may overlap cover any short length: most values are short, and a call for each takes longer.
+    void Copy(const char* text, std::size_t size) {
+        if (size > 16) {
+            std::memcpy(at_, text, size);
+        } else if (size >= 8) {
+            std::memcpy(at_, text, 8);
+            std::memcpy(at_ + size - 8, text + size - 8, 8);
+        } else if (size >= 4) {
+            std::memcpy(at_, text, 4);
+            std::memcpy(at_ + size - 4, text + size - 4, 4);
+        } else if (size > 0) {
+            at_[0] = text[0];
+            at_[size / 2] = text[size / 2];
+            at_[size - 1] = text[size - 1];
+        }
+    }
+
+    void Flush();
+    void PutLong(std::string_view text);
+    void RemoveLast();
+
+    std::string& out_;
+    char* at_;
+    // Holds a whole message as a rule, so that the text grows once.
+    char buffer_[8192];
+};
+
+}  // namespace HL7v251::Base
