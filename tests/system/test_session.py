@@ -124,8 +124,8 @@ def test_hundreds_of_connections_leave_nothing_behind(analyzer: Analyzer, pc: Pc
         pc.connect()  # drops the connection before it
         pc.send_raw(GET_ACTIVITY[:chance.randrange(len(GET_ACTIVITY))])
     pc.disconnect()
-    wait_until(lambda: analyzer.daemon.threads() <= threads, 15, "the sessions' threads end")
-    assert analyzer.daemon.descriptors() <= descriptors
+    wait_until(lambda: analyzer.daemon.threads() <= threads and analyzer.daemon.descriptors() <= descriptors, 15,
+               "the sessions' threads end and their sockets are closed")
     pc.connect()
     assert pc.get_info(Info.ACTIVITY)
 

@@ -19,7 +19,6 @@ std::atomic<int> signalsTaken{0};
 // Faults: threads that exit at once run the exit handlers twice or crash, one that comes late goes on or waits for
 // ever.
 TEST(ProcessEndDeathTest, ExitsOnce) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     const testing::Matcher<const std::string&> once = testing::Eq("bye\n");
     EXPECT_EXIT(
         {

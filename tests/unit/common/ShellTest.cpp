@@ -19,7 +19,7 @@ TEST(ShellTest, KeepsTheDispositionsOfSignals) {
     struct sigaction action {};
     action.sa_handler = [](int) { ++quits; };
     sigaction(SIGQUIT, &action, nullptr);
-    const int status = RunShell("kill -QUIT $PPID; sleep 0.2; exit 3");
+    const int status = RunShell("sleep 0.1; kill -QUIT $PPID; sleep 0.1; exit 3");
     EXPECT_TRUE(WIFEXITED(status));
     EXPECT_EQ(WEXITSTATUS(status), 3);
     EXPECT_EQ(quits, 1);

@@ -65,7 +65,6 @@ TEST_F(ConfigMgrTest, KeepsItsOwnFileAndReplacesAForeignOne) {
 
 // Fault: a daemon that runs on, or waits, with settings that it can neither read nor write.
 TEST_F(ConfigMgrDeathTest, EndsTheProcessWhereNoFileCanBe) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     WriteFile(std::string(kOwnConfigFile) + "/file", "");
     EXPECT_EXIT(
         {

@@ -101,7 +101,6 @@ public:
 
 // Fault: an exception of a worker that is swallowed, so that the service lives on without it.
 TEST(ThreadTest, EscapedExceptionEndsTheProcess) {
-    testing::GTEST_FLAG(death_test_style) = "threadsafe";
     EXPECT_EXIT(
         {
             Thrower thrower;

@@ -15,10 +15,7 @@ const Buffer kGetInfo = Hex("0A1E 05 00 01 0012 1000");
 TEST_F(TCPSessionTest, PacketsComeInPiecesOrTogether) {
     TCPPair pair;
     Serve(std::move(pair.device));
-    for (const std::uint8_t byte : kGetInfo) {
-        Send(pair.pc, std::span(&byte, 1));
-        std::this_thread::yield();
-    }
+    SendInPieces(pair.pc, kGetInfo);
     Send(pair.pc, Hex("0A1E 06 00 01 000F  0A77 07 00 01 0010 FF  0A1E 08 00 01 0002  0A1C 09 00 01 0015 010203"));
     EXPECT_TRUE(WaitUntil([] { return Packets().size() == 4; }));
     EXPECT_EQ(Packets(), (Buffers{Hex("05 00 1000"), Hex("06 01"), Hex("08 00"), Hex("09 01 010203")}));

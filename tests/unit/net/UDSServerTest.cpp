@@ -42,12 +42,7 @@ TEST_F(UDSServerTest, ThePathHasALimit) {
 TEST_F(UDSServerTest, ReceivesMessages) {
     const CDescriptor zelApp = Connect();
     const Buffer message = LocalMessage(0x0510, Hex("01 02 03"));
-    std::thread sender([&] {
-        for (const std::uint8_t byte : message) {
-            Send(zelApp, std::span(&byte, 1));
-            std::this_thread::yield();
-        }
-    });
+    std::thread sender([&] { SendInPieces(zelApp, message); });
     EXPECT_EQ(ReceiveMessage(), 12);
     sender.join();
     EXPECT_TRUE(std::ranges::equal(message_.GetPayload(), Hex("01 02 03")));

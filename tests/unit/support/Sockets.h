@@ -1,6 +1,7 @@
 #pragma once
 
 #include <fcntl.h>
+#include <linux/sockios.h>
 #include <sys/un.h>
 
 #include <span>
@@ -76,6 +77,15 @@ inline Buffer LocalMessage(std::uint16_t id, const Buffer& payload) {
 
 inline void Send(const CDescriptor& to, std::span<const std::uint8_t> bytes) {
     EXPECT_EQ(send(to.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
+}
+
+/// Sends byte by byte, the next one when the one before has arrived; at a local socket, when it was read.
+inline void SendInPieces(const CDescriptor& to, std::span<const std::uint8_t> bytes) {
+    for (; !bytes.empty(); bytes = bytes.subspan(1)) {
+        Send(to, bytes.first(1));
+        int waiting = 0;
+        EXPECT_TRUE(WaitUntil([&] { return ioctl(to.Get(), SIOCOUTQ, &waiting) == 0 && waiting == 0; }));
+    }
 }
 
 inline Buffer Receive(const CDescriptor& from, std::size_t size, int flags) {
