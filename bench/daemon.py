@@ -15,6 +15,13 @@ from bench.sandbox import PROJECT, Process, Sandbox
 LOG = "/data/log/ZELRmUp.log"
 SANITIZER_REPORT = re.compile(r"(ERROR: (Address|Leak)Sanitizer|WARNING: ThreadSanitizer|runtime error:)")
 
+# What runs the daemon of a preset. ThreadSanitizer needs a memory layout that is not shuffled; programs for ARM need an
+# emulator, and the libraries that they were built against.
+RUNNERS = {
+    "tsan": ["setarch", "-R"],
+    "arm": ["qemu-arm-static", "-L", str(PROJECT / "build/arm-sysroot")],
+}
+
 T = TypeVar("T")
 
 
@@ -51,8 +58,7 @@ class Daemon:
         # A report must come out on standard error, where `sanitizer_report` looks.
         options = {f"{name}_OPTIONS": os.environ.get(f"{name}_OPTIONS", "") + ":log_path=stderr"
                    for name in ("ASAN", "TSAN", "UBSAN")}
-        # ThreadSanitizer needs a memory layout that is not shuffled.
-        command = ["setarch", "-R", str(path)] if preset() == "tsan" else [str(path)]
+        command = [*RUNNERS.get(preset(), []), str(path)]
         with open(self.sandbox.root / "stdout", "ab") as output, open(self.sandbox.root / "stderr", "ab") as error:
             self._process = self.sandbox.spawn(command, output, error, options | (env or {}))
         self.running = True

@@ -33,6 +33,8 @@ def count(report: Path) -> tuple[int, int, int]:
 def main() -> int:
     preset = sys.argv[1] if len(sys.argv) > 1 else "release"
     build = ROOT / "build" / preset
+    # Under the emulator a few tests show that the daemon works; the others would tell nothing more about the machine.
+    suites = ["arm"] if preset == "arm" else ["system", "hl7peers"]
     environment = dict(os.environ, ZEL_PRESET=preset, PYTHONPATH=str(ROOT))
     with tempfile.TemporaryDirectory(prefix="zel-test-") as reports:
         unit = Path(reports) / "unit.xml"
@@ -43,7 +45,8 @@ def main() -> int:
                  "--output-junit", unit], env=environment).returncode,
             subprocess.run(
                 ["/usr/bin/python3", "-m", "pytest", "-q", "-n", str(SYSTEM_TEST_JOBS), "-p", "no:cacheprovider",
-                 "--junit-xml", system, ROOT / "tests" / "system"], env=environment, cwd=ROOT).returncode,
+                 "--junit-xml", system, *(ROOT / "tests" / suite for suite in suites)],
+                env=environment, cwd=ROOT).returncode,
         ]
         totals = [sum(column) for column in zip(count(unit), count(system))]
     passed, failed, skipped = totals
