@@ -78,6 +78,7 @@ int ZELRmUp::Run() {
 
     StartUDSServer();
     device_->Initialize();
+    CUDSServer::GetInstance()->Serve();
     StartUDPServer();
     StartTCPListener();
     StartConnectionMonitor();

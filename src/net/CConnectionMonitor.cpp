@@ -130,8 +130,9 @@ void CConnectionMonitor::Check() {
     }
     if (const auto session = device->GetSession()) {
         session->StopSession();
-        device->ReleaseSession(session.get());
+        // In this order: once it is released, another session may claim its place and report the link up.
         SetTCPConnection(false);
+        device->ReleaseSession(session.get());
     }
 }
 

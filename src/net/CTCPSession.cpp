@@ -135,7 +135,7 @@ bool CTCPSession::SendBytes(const CDescriptor& socket, std::span<const std::uint
             retry = {};
         } else if (errno != EAGAIN && errno != EINTR) {
             return false;
-        } else if (Socket() == nullptr) {
+        } else if (Socket() == nullptr || IsStopped()) {
             errno = EBADF;
             return false;
         } else {
@@ -265,8 +265,13 @@ void CTCPSession::BecomeCurrentIfRegistered() {
     if (address.empty() || address != CConfigMgr::GetInstance()->GetContents(kPCIPAddress)) {
         return;
     }
-    if (CDeviceInfo::GetInstance()->ClaimSession(shared_from_this())) {
-        monitor_->SetTCPConnection(true);
+    CDeviceInfo* device = CDeviceInfo::GetInstance();
+    if (device->GetSession() != nullptr) {
+        return;
+    }
+    // In this order: a current session whose link does not count as up would be stopped by the monitor.
+    monitor_->SetTCPConnection(true);
+    if (device->ClaimSession(shared_from_this())) {
         log_->WriteInfo("%s [%s] TCP session reconnected", kRunTag, address.c_str());
     }
 }
@@ -293,16 +298,18 @@ int CTCPSession::Run() {
     }
     BecomeCurrentIfRegistered();
     if (!SetNonBlocking()) {
-        // Left open: whoever sends through a session that became current finds its socket as the PC opened it.
-        Socket()->Release();
+        // Not closed: whoever sends through a session that became current finds its socket as the PC opened it.
         return 0;
     }
     Serve();
 
     CloseSocket();
     routes_.sessionEnded(self);
-    if (CDeviceInfo::GetInstance()->ReleaseSession(this)) {
+    CDeviceInfo* device = CDeviceInfo::GetInstance();
+    if (device->GetSession().get() == this) {
+        // In this order: once it is released, another session may claim its place and report the link up.
         monitor_->SetTCPConnection(false);
+        device->ReleaseSession(this);
     }
     return 0;
 }

@@ -215,6 +215,7 @@ int CUDSServer::Run() {
     SendMessagePCCon(false);
     announced_ = true;
     announced_.notify_all();
+    mayServe_.wait(false);
 
     for (;;) {
         CUDSMsg message;
@@ -222,9 +223,7 @@ int CUDSServer::Run() {
         if (received == -2) {
             log_->WriteInfo("%s Reconstruct socket", kTag);
             sleep(1);
-            if (ServerOpen(kUDSPath) != 0) {
-                continue;
-            }
+            (void)ServerOpen(kUDSPath);  // the next round tries again
         } else if (received < 0) {
             // A transfer whose outcome nobody waits for any more must not keep the status.
             CDeviceInfo* device = CDeviceInfo::GetInstance();
@@ -238,6 +237,11 @@ int CUDSServer::Run() {
             Dispatch(message);
         }
     }
+}
+
+void CUDSServer::Serve() {
+    mayServe_ = true;
+    mayServe_.notify_all();
 }
 
 void CUDSServer::Dispatch(CUDSMsg& message) {

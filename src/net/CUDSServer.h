@@ -48,6 +48,10 @@ public:
     /// Waits until the running thread has sent its first message, so that ZELApp hears of the PC before anything else.
     void WaitAnnounced() const { announced_.wait(false); }
 
+    /// Lets the running thread take requests. Until then they wait in the socket: a request must not meet a device
+    /// state that is still being read.
+    void Serve();
+
 private:
     /// One recv that waits for the whole piece. Returns the bytes received, or -1 after an error line.
     int ReceivePiece(std::span<std::uint8_t> piece);
@@ -60,6 +64,7 @@ private:
     CDescriptor client_;
     std::atomic<int> clientDescriptor_{-1};  ///< client_ as other threads may read it
     std::atomic<bool> announced_{false};
+    std::atomic<bool> mayServe_{false};
     std::span<const UDSRoute> routes_;
 };
 

@@ -33,10 +33,11 @@ constexpr std::size_t kNameOffset = 14;
 constexpr std::size_t kNameSize = 10;
 constexpr std::size_t kPeerIDOffset = 24;
 
-/// A text field: its characters up to the first NUL.
+/// A text field: its characters up to the padding, or up to a control character, which no line of settings or log
+/// holds.
 std::string TextField(std::span<const std::uint8_t> payload, std::size_t offset, std::size_t size) {
     const auto field = payload.subspan(offset, size);
-    return std::string(field.begin(), std::ranges::find(field, std::uint8_t{0}));
+    return std::string(field.begin(), std::ranges::find_if(field, [](std::uint8_t byte) { return byte < ' '; }));
 }
 
 /// Copies a text into a zeroed field, cut to the field's size.
@@ -142,18 +143,23 @@ int CConnect::ProcessRegisterDevice(CPCMsg& message, const SessionPtr& session) 
     CDeviceInfo* device = CDeviceInfo::GetInstance();
     CConfigMgr* config = CConfigMgr::GetInstance();
     CConnectionMonitor* monitor = CConnectionMonitor::GetInstance();
+    const std::string address = session->GetClientIPAddr();
+    if (address.empty()) {
+        return -1;  // the PC has gone meanwhile; there is nobody to register
+    }
+    // Read before the link goes down, on which the monitor takes the status back.
+    const bool anotherPC = device->GetStatus() == DeviceStatus::kRegistered;
     monitor->SetTCPConnection(false);
     device->SetSession(session);
     monitor->SetIPChangePending(false);
     config->SetContents(kIPChanged, 0);
 
-    if (device->GetStatus() == DeviceStatus::kRegistered) {
+    if (anotherPC) {
         NotifyPreviousPC(message);
         monitor->SetTCPConnection(false);
     }
 
     log_->WriteInfo("%s Register device response making start", kTag);
-    const std::string address = session->GetClientIPAddr();
     const std::string name = TextField(request, kNameOffset, kNameSize);
     const std::uint8_t peerID = request[kPeerIDOffset];
     config->SetContents(kPCIPAddress, address);

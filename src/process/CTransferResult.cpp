@@ -217,6 +217,7 @@ void CTransferResult::MarkAsSent(int kind, const std::string& key) {
 }
 
 int CTransferResult::SetHL7ResultPacket(int kind, const std::string& key, std::string& hl7Text) {
+    hl7Text.clear();
     const bool patient = kind == kPatientResult;
     CRmDao dao;
     const CRmDao::Table summary = patient ? dao.GetResultSummary(key) : dao.GetControlSummary(key);
