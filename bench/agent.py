@@ -7,6 +7,7 @@ through the sandbox's own network. Standard library only; it is started as a pla
 
 import json
 import os
+import signal
 import socket
 import subprocess
 import sys
@@ -94,6 +95,8 @@ def serve(channel):
 
 
 def main():
+    # Who is started in the background of a shell has SIGINT ignored, and so would its children.
+    signal.signal(signal.SIGINT, signal.SIG_DFL)
     subprocess.run(["ip", "-batch", "-"], input=NETWORK, text=True, check=True)
     with socket.socket(fileno=int(sys.argv[1])) as channel:
         channel.send(b"{}")
