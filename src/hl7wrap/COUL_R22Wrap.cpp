@@ -147,16 +147,26 @@ void COUL_R22Wrap::AddObservation(const Observation& observation) {
     results.Append();
     OBX& obx = results.GetAt(results.Count() - 1)->Child<OBX>();
     obx.Field<1>().SetValue(std::to_string(results.Count()));
-    obx.Field<2>().SetValue(observation.valueType);
+    // Results of the analyzer leave these empty, and a field that is never touched costs nothing.
+    if (!observation.valueType.empty()) {
+        obx.Field<2>().SetValue(observation.valueType);
+    }
     const bool ownCode = observation.loincCode == kNoLoincCode;
-    obx.Field<3>().Component<1>().SetValue(ownCode ? observation.observationId : observation.loincCode);
-    obx.Field<3>().Component<2>().SetValue(observation.observationId);
+    const std::string& code = ownCode ? observation.observationId : observation.loincCode;
+    if (!code.empty()) {
+        obx.Field<3>().Component<1>().SetValue(code);
+    }
+    if (!observation.observationId.empty()) {
+        obx.Field<3>().Component<2>().SetValue(observation.observationId);
+    }
+    if (!observation.abnormalFlags.empty()) {
+        obx.Field<8>().SetValue(observation.abnormalFlags);
+    }
     obx.Field<3>().Component<3>().SetValue(ownCode ? kCodingSystem : "LN");
     obx.Field<4>().SetValue(observation.subId);
     obx.Field<5>().SetValue(observation.value);
     obx.Field<6>().Component<1>().SetValue(observation.units);
     obx.Field<7>().SetValue(observation.referenceRange);
-    obx.Field<8>().SetValue(observation.abnormalFlags);
     obx.Field<11>().SetValue("F");
     obx.Field<13>().SetValue(observation.userDefinedChecks);
     obx.Field<16>().Component<1>().SetValue(observation.responsibleObserver);

@@ -2,6 +2,7 @@
 
 #include <concepts>
 
+#include "hl7/base/HL7DataType.h"
 #include "hl7/base/HL7PartOwner.h"
 
 namespace HL7v251::Base {
@@ -9,6 +10,8 @@ namespace HL7v251::Base {
 /// A field made of components. As a field it separates them with "^"; as a component of another composite with "&".
 class HL7Composite : public HL7PartOwner {
 public:
+    using HL7PartOwner::HL7PartOwner;
+
     /// Components joined by the separator; separators at the end are removed.
     void Write(HL7Writer& out) const override;
     /// Components beyond the supplied pieces keep their values; pieces beyond the components stay in the text.
@@ -43,6 +46,8 @@ class CompositeOf : public HL7Composite {
 public:
     static constexpr std::size_t kComponents = sizeof...(Components);
 
+    CompositeOf() : HL7Composite((std::derived_from<Components, HL7DataType> && ...)) {}
+
     template <std::size_t N>
     auto& Component() {
         return static_cast<PartAt<N, Components...>&>(Make(N - 1));
@@ -56,11 +61,12 @@ public:
     }
 
 protected:
-    std::span<const HL7PartMaker> Makers() const override { return kMakers; }
+    std::span<const HL7PartType> Types() const override { return kTypes; }
 
 private:
     static_assert(kComponents <= kMaxParts);
-    static constexpr HL7PartMaker kMakers[] = {&MakePart<Components, true>...};
+    static constexpr HL7PartType kTypes[] = {
+        {&MakePart<Components, true>, std::derived_from<Components, HL7DataType>}...};
 };
 
 }  // namespace HL7v251::Base

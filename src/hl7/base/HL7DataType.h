@@ -10,7 +10,11 @@ public:
     virtual const std::string& GetValue() const { return value_; }
     virtual void SetValue(std::string_view value) { value_.assign(value); }
 
-    void Write(HL7Writer& out) const override { out.Put(value_); }
+    void Write(HL7Writer& out) const final { out.Put(value_); }
+    /// Writes the value behind `count` separators.
+    void WriteBehind(char separator, std::size_t count, HL7Writer& out) const {
+        out.PutBehind(separator, count, value_);
+    }
 
     /// Takes the whole text.
     int Read(HL7Reader& in) override {

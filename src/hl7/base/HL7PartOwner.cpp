@@ -3,7 +3,15 @@
 #include <algorithm>
 #include <memory>
 
+#include "hl7/base/HL7DataType.h"
+
 namespace HL7v251::Base {
+
+namespace {
+
+constexpr std::size_t kGrowth = 8;
+
+}  // namespace
 
 HL7PartOwner::~HL7PartOwner() {
     for (std::size_t index = 0; index < made_; ++index) {
@@ -17,31 +25,40 @@ HL7PartOwner::~HL7PartOwner() {
 }
 
 HL7Object& HL7PartOwner::Make(std::size_t index) {
-    const auto makers = Makers();
+    const auto types = Types();
     if (index >= made_) {
-        Grow(makers.size());
+        // In steps: parts are mostly set in ascending order, and what was outgrown stays in the store.
+        Grow(std::min(types.size(), (index + kGrowth) / kGrowth * kGrowth));
     }
     if (parts_[index] == nullptr) {
         int result = kDecoded;
-        parts_[index] = makers[index](*store_, {}, result);
+        parts_[index] = types[index].make(*store_, {}, result);
     }
     return *parts_[index];
 }
 
 void HL7PartOwner::WriteParts(HL7Writer& out, char separator, std::size_t first) const {
+    const std::span<HL7Object* const> parts(parts_, made_);
+    const HL7PartType* const types = onlyPrimitives_ ? nullptr : Types().data();
     std::size_t written = first;
-    for (std::size_t index = first; index < made_; ++index) {
-        if (const HL7Object* part = parts_[index]; part != nullptr) {
-            out.PutRun(separator, index - written);
-            written = index;
-            part->Write(out);
+    for (std::size_t index = first; index < parts.size(); ++index) {
+        if (parts[index] == nullptr) {
+            continue;
         }
+        // Most parts are primitives, and those need not be asked what they are.
+        if (types == nullptr || types[index].primitive) {
+            static_cast<const HL7DataType&>(*parts[index]).WriteBehind(separator, index - written, out);
+        } else {
+            out.PutRun(separator, index - written);
+            parts[index]->Write(out);
+        }
+        written = index;
     }
 }
 
 int HL7PartOwner::ReadParts(const HL7Pieces& pieces, std::size_t first) {
     const auto filled = pieces.Filled();
-    const auto makers = Makers();
+    const auto types = Types();
     const bool hadParts = HasParts();
     if (!filled.empty() && first + filled.back().index >= made_) {
         Grow(first + filled.back().index + 1);
@@ -50,7 +67,7 @@ int HL7PartOwner::ReadParts(const HL7Pieces& pieces, std::size_t first) {
     if (!hadParts) {
         for (const HL7Piece& piece : filled) {
             const std::size_t index = first + piece.index;
-            parts_[index] = makers[index](*store_, piece.Text(), result);
+            parts_[index] = types[index].make(*store_, piece.Text(), result);
             if (result == kMalformed) {
                 return static_cast<int>(index);
             }
@@ -68,7 +85,7 @@ int HL7PartOwner::ReadParts(const HL7Pieces& pieces, std::size_t first) {
         if (HL7Object* part = index < made_ ? parts_[index] : nullptr; part != nullptr) {
             result = part->Read(piece);
         } else if (!piece.text.empty()) {
-            parts_[index] = makers[index](*store_, piece.text, result);
+            parts_[index] = types[index].make(*store_, piece.text, result);
         }
         if (result == kMalformed) {
             return static_cast<int>(index);
@@ -81,7 +98,7 @@ int HL7PartOwner::ReadOnlyPart(std::string_view text) {
     int result = kDecoded;
     if (!HasParts()) {
         Grow(1);
-        parts_[0] = Makers()[0](*store_, text, result);
+        parts_[0] = Types()[0].make(*store_, text, result);
     } else {
         HL7Reader piece{text, store_};
         result = Make(0).Read(piece);
@@ -99,7 +116,9 @@ HL7PartStore& HL7PartOwner::Store() {
 
 void HL7PartOwner::Grow(std::size_t count) {
     auto** grown = static_cast<HL7Object**>(Store().Allocate(count * sizeof(HL7Object*)));
-    std::fill(std::copy_n(parts_, made_, grown), grown + count, nullptr);
+    for (std::size_t index = 0; index < count; ++index) {
+        grown[index] = index < made_ ? parts_[index] : nullptr;
+    }
     parts_ = grown;
     made_ = static_cast<std::uint8_t>(count);
 }

@@ -13,19 +13,23 @@
 
 namespace HL7v251::Base {
 
-/// Makes one part in a store and decodes `text` into it. A table of these, in order, is what tells one segment or
-/// composite from another.
-using HL7PartMaker = HL7Object* (*)(HL7PartStore& store, std::string_view text, int& result);
+/// What is to be known of one part. A table of these, in order, is what tells one segment or composite from another.
+struct HL7PartType {
+    /// Makes the part in `store` and decodes `text` into it.
+    HL7Object* (*make)(HL7PartStore& store, std::string_view text, int& result);
+    bool primitive;  ///< whether it is an HL7DataType
+};
 
 /// What segments and composites have in common: parts (fields, components) by position. A part is made when it is first
 /// written to; one that was never made counts as empty and takes no memory.
 class HL7PartOwner : public HL7Object {
 public:
-    HL7PartOwner() = default;
+    /// `onlyPrimitives`: whether every part is an HL7DataType.
+    explicit HL7PartOwner(bool onlyPrimitives) : onlyPrimitives_(onlyPrimitives) {}
     ~HL7PartOwner() override;
 
     /// The number of positions.
-    std::size_t Count() const { return Makers().size(); }
+    std::size_t Count() const { return Types().size(); }
     /// The part at `index`, counted from 0, or null when it was never made.
     const HL7Object* At(std::size_t index) const { return index < made_ ? parts_[index] : nullptr; }
     /// The part at `index`, made now if need be; `index` is below Count().
@@ -35,7 +39,7 @@ public:
     void LiveIn(HL7PartStore& store) { store_ = &store; }
 
 protected:
-    virtual std::span<const HL7PartMaker> Makers() const = 0;
+    virtual std::span<const HL7PartType> Types() const = 0;
 
     bool HasParts() const { return made_ > 0; }
     bool HasStore() const { return store_ != nullptr; }
@@ -58,6 +62,7 @@ private:
     // Small, so that with the separator of a composite they share one word: messages hold thousands of these objects.
     std::uint8_t made_ = 0;
     bool ownsStore_ = false;
+    const bool onlyPrimitives_;
 };
 
 /// An empty element of type T, for reading what was never written.

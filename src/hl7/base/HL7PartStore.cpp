@@ -9,7 +9,7 @@ namespace {
 
 // A handful of fields; what the fields of a very long message take at once.
 constexpr std::size_t kSmallestChunk = 480;
-constexpr std::size_t kLargestChunk = 32 * 1024;
+constexpr std::size_t kLargestChunk = 16 * 1024;
 
 }  // namespace
 

@@ -44,7 +44,7 @@ HL7Pieces::HL7Pieces(std::string_view text, char separator, std::size_t limit) {
     for (; textEnd - at >= static_cast<std::ptrdiff_t>(kWordSize) && count < limit; at += kWordSize) {
         for (std::uint64_t matches = Matches(LoadWord(at), separator); matches != 0 && count < limit;
              matches &= matches - 1) {
-            const char* const end = at + std::countr_zero(matches) / 8;
+            const char* const end = at + static_cast<unsigned>(std::countr_zero(matches)) / 8;
             add(end);
             pieceStart = end + 1;
         }

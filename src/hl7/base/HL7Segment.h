@@ -8,6 +8,8 @@ namespace HL7v251::Base {
 /// A segment: a three-letter name and fields, on one line of the message.
 class HL7Segment : public HL7PartOwner {
 public:
+    using HL7PartOwner::HL7PartOwner;
+
     virtual std::string_view Name() const = 0;
 
     /// The name, the fields without separators at their end, and the segment terminator; at least the name and one
@@ -23,6 +25,8 @@ class SegmentOf : public HL7Segment {
 public:
     static constexpr std::string_view kName = kText.View();
     static constexpr std::size_t kFields = sizeof...(FieldTypes);
+
+    SegmentOf() : HL7Segment((std::derived_from<FieldTypes, HL7DataType> && ...)) {}
 
     std::string_view Name() const override { return kName; }
 
@@ -42,12 +46,13 @@ public:
     }
 
 protected:
-    std::span<const HL7PartMaker> Makers() const override { return kMakers; }
+    std::span<const HL7PartType> Types() const override { return kTypes; }
 
 private:
     static_assert(kName.size() == 3);
     static_assert(kFields <= kMaxParts);
-    static constexpr HL7PartMaker kMakers[] = {&MakePart<FieldTypes, false>...};
+    static constexpr HL7PartType kTypes[] = {
+        {&MakePart<FieldTypes, false>, std::derived_from<FieldTypes, HL7DataType>}...};
 };
 
 }  // namespace HL7v251::Base

@@ -30,20 +30,22 @@ public:
         if (Left() < kLongestRun) {
             Flush();
         }
-        std::memset(at_, c, 8);
-        if (count > 8) {
-            std::memset(at_ + 8, c, kLongestRun - 8);
-        }
-        at_ += count;
+        at_ = Run(at_, c, count);
     }
 
-    void Put(std::string_view text) {
-        if (Left() < text.size()) {
+    void Put(std::string_view text) { PutBehind('\0', 0, text); }
+
+    /// `text` behind `count` times `c`; `count` is at most kLongestRun.
+    [[gnu::always_inline]] void PutBehind(char c, std::size_t count, std::string_view text) {
+        if (Left() < kLongestRun + text.size()) {
+            PutRun(c, count);
             PutLong(text);
             return;
         }
-        Copy(text.data(), text.size());
-        at_ += text.size();
+        // In one go: each time the position goes through memory costs as much as a short copy.
+        char* const at = Run(at_, c, count);
+        Copy(at, text.data(), text.size());
+        at_ = at + text.size();
     }
 
     /// The length of the text so far.
@@ -54,6 +56,9 @@ public:
 
     /// Removes every `c` from the end, but leaves `size` characters.
     void Trim(char c, std::size_t size) {
+        if (Buffered() > 0 && at_[-1] != c) {
+            return;
+        }
         while (Size() > size && Back() == c) {
             RemoveLast();
         }
@@ -63,20 +68,29 @@ private:
     std::size_t Buffered() const { return static_cast<std::size_t>(at_ - buffer_); }
     std::size_t Left() const { return sizeof buffer_ - Buffered(); }
 
+    // Writes up to kLongestRun characters, of which `count` are meant to stay; returns the end of these.
+    static char* Run(char* at, char c, std::size_t count) {
+        std::memset(at, c, 8);
+        if (count > 8) {
+            std::memset(at + 8, c, kLongestRun - 8);
+        }
+        return at + count;
+    }
+
     // Two moves that may overlap cover any short length: most values are short, and a call for each takes longer.
-    void Copy(const char* text, std::size_t size) {
+    static void Copy(char* to, const char* from, std::size_t size) {
         if (size > 16) {
-            std::memcpy(at_, text, size);
+            std::memcpy(to, from, size);
         } else if (size >= 8) {
-            std::memcpy(at_, text, 8);
-            std::memcpy(at_ + size - 8, text + size - 8, 8);
+            std::memcpy(to, from, 8);
+            std::memcpy(to + size - 8, from + size - 8, 8);
         } else if (size >= 4) {
-            std::memcpy(at_, text, 4);
-            std::memcpy(at_ + size - 4, text + size - 4, 4);
+            std::memcpy(to, from, 4);
+            std::memcpy(to + size - 4, from + size - 4, 4);
         } else if (size > 0) {
-            at_[0] = text[0];
-            at_[size / 2] = text[size / 2];
-            at_[size - 1] = text[size - 1];
+            to[0] = from[0];
+            to[size / 2] = from[size / 2];
+            to[size - 1] = from[size - 1];
         }
     }
 

@@ -1,5 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <random>
+#include <string>
+#include <vector>
+
 #include "hl7/message/Messages.h"
 
 namespace {
@@ -40,6 +45,31 @@ template <class Element>
 Outcome DecodeNew(std::string text) {
     Element element;
     return Decode(element, std::move(text));
+}
+
+// Pieces are cut eight characters at a time; the plain way must give the same, whatever the bytes around a separator.
+TEST(Pieces, AreCutAtEverySeparator) {
+    std::mt19937 random(5);
+    const std::string_view bytes("|}{\xfc\x7f\x80\0\x01", 8);
+    for (int round = 0; round < 5000; ++round) {
+        std::string text(random() % 40, ' ');
+        for (char& c : text) {
+            c = bytes[random() % bytes.size()];
+        }
+        const std::size_t limit = 1 + random() % 12;
+        std::vector<std::string> expected;
+        std::size_t start = 0;
+        for (; start < text.size() && expected.size() < limit; start += expected.back().size() + 1) {
+            expected.push_back(text.substr(start, text.find('|', start) - start));
+        }
+        const HL7v251::Base::HL7Pieces pieces(text, '|', limit);
+        std::vector<std::string> cut(pieces.Count());
+        for (const auto& piece : pieces.Filled()) {
+            cut.at(piece.index) = piece.Text();
+        }
+        ASSERT_EQ(cut, expected) << testing::PrintToString(text);
+        ASSERT_EQ(pieces.Consumed(), std::min(start, text.size()));
+    }
 }
 
 TEST(Decode, PrimitiveTakesTheWholeText) {

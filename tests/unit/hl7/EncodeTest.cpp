@@ -66,6 +66,27 @@ TEST(Encode, ValuesAreWrittenByteForByte) {
     EXPECT_EQ(note.Encode(), "NTE|||" + bytes + "\r");
 }
 
+// The writer passes its text on in portions; where these end must not show.
+TEST(Encode, LongTextsAreWholeWhereverAPortionEnds) {
+    for (std::size_t length = 8050; length < 8250; ++length) {
+        SCOPED_TRACE("length " + std::to_string(length));
+        const std::string value(length, 'x');
+        SAC container;
+        container.Field<1>().Component<1>().SetValue(value);
+        container.Field<40>().Component<2>().SetValue("twelve chars");
+        container.Field<44>().Component<1>().SetValue("abc");
+        ASSERT_EQ(container.Encode(), "SAC|" + value + std::string(39, '|') + "^twelve chars||||abc\r");
+    }
+    NTE note;
+    note.Field<2>().SetValue("P");
+    note.Field<3>().SetValue(std::string(20000, '|'));
+    EXPECT_EQ(note.Encode(), "NTE||P\r");
+    note.Field<3>().SetValue(std::string(20000, 'y'));
+    std::string out = "before";
+    note.EncodeTo(out);
+    EXPECT_EQ(out, "beforeNTE||P|" + std::string(20000, 'y') + "\r");
+}
+
 TEST(Encode, GroupWritesChildrenInOrderAndSkipsEmptyContainers) {
     G_OUL_R22_RESULT result;
     EXPECT_EQ(result.Encode(), "OBX|\r");
