@@ -92,9 +92,9 @@ def make_database(path: Path, password: str = PASSWORD) -> None:
 class Analyzer:
     """A simulated analyzer: sandbox, belongings, daemon and ZELApp."""
 
-    def __init__(self, model: str | None = "Human", tmp_size: int | None = None):
-        """`model` is "Human", "Veterinary", or None when the device does not know."""
-        self.sandbox = Sandbox(tmp_size)
+    def __init__(self, model: str | None = "Human", tmp_size: int | None = None, data_size: int | None = None):
+        """`model` is "Human", "Veterinary", or None when the device does not know; the sizes are the sandbox's."""
+        self.sandbox = Sandbox(tmp_size, data_size)
         self.daemon = Daemon(self.sandbox)
         self.zelapp = ZelApp(self.sandbox.connect_unix, self.sandbox.path("/tmp"))
         self.device = self.sandbox.path(DEVICE)
@@ -110,13 +110,16 @@ class Analyzer:
         (config / "config_zelapp.cfg").write_text("Comment=Application;\nReferenceRangeDisable=0;\n")
         for name in ("log", "update", "xml_bank/1st/chip_cal", "xml_bank/2nd/chip_cal"):
             self.sandbox.path(f"/data/{name}").mkdir(parents=True)
-        make_database(self.sandbox.path(DATABASE))
+        made = self.sandbox.root / "analyzer.db"
+        make_database(made)
+        self.sandbox.path(DATABASE).parent.mkdir()
+        shutil.move(made, self.sandbox.path(DATABASE))
 
-    def start(self) -> None:
+    def start(self, env: dict[str, str] | None = None) -> None:
         """Starts the daemon and connects ZELApp; returns when the daemon serves."""
         lines = ("Connection monitor thread start", "UDP bind success", "[CTCPListener::Run] Accept start")
         before = self.daemon.log()
-        self.daemon.start()
+        self.daemon.start(env)
         self.zelapp.connect()
         # The start notice and the first connection status come from two threads, in either order.
         first = {type(self.zelapp.receive()) for _ in range(2)}
@@ -171,6 +174,7 @@ class Analyzer:
         path.write_text("\n".join([*lines, f"{key}={value};"]) + "\n")
 
     def database(self) -> sqlite3.Connection:
+        """The database itself. Not for one on a memory file system: SQLite does not find its way there."""
         return sqlite3.connect(self.sandbox.path(DATABASE))
 
     def rows(self, statement: str) -> list[Any]:

@@ -104,10 +104,13 @@ class Daemon:
 
     def log(self) -> str:
         """The whole log, the oldest rotated file first."""
-        current = self.sandbox.path(LOG)
-        files = sorted(current.parent.glob("ZELRmUp*.log"), key=lambda path: path.stat().st_mtime_ns) \
-            if current.parent.is_dir() else []
-        return "".join(path.read_text(errors="replace") for path in files)
+        directory = self.sandbox.path(LOG).parent
+        while True:
+            try:
+                files = sorted(directory.glob("ZELRmUp*.log"), key=lambda path: path.stat().st_mtime_ns)
+                return "".join(path.read_text(errors="replace") for path in files)
+            except FileNotFoundError:
+                continue  # renamed meanwhile, by the rotation
 
     def wait_for_log(self, text: str, timeout: float = 5, count: int = 1) -> None:
         wait_until(lambda: self.log().count(text) >= count, timeout, f"log line \"{text}\"")
@@ -115,6 +118,12 @@ class Daemon:
     def memory(self) -> int:
         """Resident bytes."""
         return int(self._status_field("VmRSS")) * 1024
+
+    def memory_detail(self) -> tuple[int, int]:
+        """Resident bytes, and those of them that are the daemon's own and changed; counted exactly, page by page."""
+        with self.sandbox.open(f"/proc/{self.process.pid}/smaps_rollup", "r") as file:
+            fields = dict(line.split(":", 1) for line in file if line.endswith("kB\n"))
+        return int(fields["Rss"].split()[0]) << 10, int(fields["Private_Dirty"].split()[0]) << 10
 
     def threads(self) -> int:
         return int(self._status_field("Threads"))

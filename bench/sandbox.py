@@ -66,11 +66,11 @@ class Process:
 
 
 class Sandbox:
-    def __init__(self, tmp_size: int | None = None):
+    def __init__(self, tmp_size: int | None = None, data_size: int | None = None):
         """Builds the sandbox and its network.
 
-        With `tmp_size`, "/tmp" inside is a memory file system of that many bytes, to be filled up; it cannot be seen
-        with `path` then, only with `open`.
+        With `tmp_size` or `data_size`, "/tmp" or "/data" inside is a memory file system of that many bytes, to be filled
+        up.
         """
         remove_leftovers()
         self.root = Path(tempfile.mkdtemp(prefix="zel-sandbox-"))
@@ -83,7 +83,7 @@ class Sandbox:
         for name, text in ETC.items():
             (self.root / "etc" / name).write_text(text)
         shutil.copy("/etc/ld.so.cache", self.root / "etc")
-        self._tmp_size = tmp_size
+        self._sizes = {"tmp": tmp_size, "data": data_size}
         self._mutex = threading.Lock()
         self._channel, theirs = socket.socketpair(socket.AF_UNIX, socket.SOCK_SEQPACKET)
         info_read, info_write = os.pipe()
@@ -100,16 +100,19 @@ class Sandbox:
         self.init_pid: int = json.loads(text)["child-pid"]  # as seen outside, for nsenter
 
     def _command(self, channel: int, info: int) -> list[str]:
-        tmp = ["--size", str(self._tmp_size), "--tmpfs", "/tmp"] if self._tmp_size \
-            else ["--bind", str(self.root / "tmp"), "/tmp"]
-        return ["bwrap", "--unshare-all", "--die-with-parent", "--uid", "0", "--gid", "0",
+        writable = []
+        for name, size in self._sizes.items():
+            writable += ["--size", str(size), "--tmpfs", f"/{name}"] if size \
+                else ["--bind", str(self.root / name), f"/{name}"]
+        # The same capabilities for everybody: root would keep all of them, also to read what nobody may read.
+        return ["bwrap", "--unshare-all", "--die-with-parent", "--uid", "0", "--gid", "0", "--cap-drop", "ALL",
                 "--cap-add", "CAP_NET_ADMIN", "--cap-add", "CAP_SYS_ADMIN", "--cap-add", "CAP_NET_BIND_SERVICE",
                 "--info-fd", str(info),
                 "--ro-bind", "/usr", "/usr",
                 "--symlink", "usr/lib", "/lib", "--symlink", "usr/lib64", "/lib64",
                 "--symlink", "usr/bin", "/bin", "--symlink", "usr/sbin", "/sbin",
                 "--ro-bind", str(self.root / "etc"), "/etc", "--proc", "/proc", "--dev", "/dev",
-                "--bind", str(self.root / "data"), "/data", "--bind", str(self.root / "mnt"), "/mnt", *tmp,
+                "--bind", str(self.root / "mnt"), "/mnt", *writable,
                 "--ro-bind", str(PROJECT), str(PROJECT), "--chdir", "/",
                 "/usr/bin/python3", "-I", "-S", str(PROJECT / "bench/agent.py"), str(channel)]
 
@@ -127,7 +130,9 @@ class Sandbox:
 
     def path(self, inside: str) -> Path:
         """Where a file under "/data", "/tmp" or "/mnt" of the sandbox lies outside."""
-        return self.root / inside.lstrip("/")
+        relative = inside.lstrip("/")
+        in_memory = self._sizes.get(relative.split("/", 1)[0])
+        return (Path(f"/proc/{self.init_pid}/root") if in_memory else self.root) / relative
 
     def open(self, inside: str, mode: str = "rb") -> IO[Any]:
         """Opens any file as it is seen inside, "/proc" included, for reading or (re)writing."""

@@ -159,14 +159,14 @@ void COUL_R22Wrap::AddObservation(const Observation& observation) {
     if (!observation.observationId.empty()) {
         obx.Field<3>().Component<2>().SetValue(observation.observationId);
     }
-    if (!observation.abnormalFlags.empty()) {
-        obx.Field<8>().SetValue(observation.abnormalFlags);
-    }
     obx.Field<3>().Component<3>().SetValue(ownCode ? kCodingSystem : "LN");
     obx.Field<4>().SetValue(observation.subId);
     obx.Field<5>().SetValue(observation.value);
     obx.Field<6>().Component<1>().SetValue(observation.units);
     obx.Field<7>().SetValue(observation.referenceRange);
+    if (!observation.abnormalFlags.empty()) {
+        obx.Field<8>().SetValue(observation.abnormalFlags);
+    }
     obx.Field<11>().SetValue("F");
     obx.Field<13>().SetValue(observation.userDefinedChecks);
     obx.Field<16>().Component<1>().SetValue(observation.responsibleObserver);

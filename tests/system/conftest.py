@@ -56,9 +56,14 @@ def tmp_size() -> int | None:
 
 
 @pytest.fixture
-def new_analyzer(model: str | None, tmp_size: int | None) -> Iterator[Analyzer]:
+def data_size() -> int | None:
+    return None
+
+
+@pytest.fixture
+def new_analyzer(model: str | None, tmp_size: int | None, data_size: int | None) -> Iterator[Analyzer]:
     """An analyzer whose daemon the test starts. Whatever the test did, the daemon must end as it should."""
-    with Analyzer(model, tmp_size) as analyzer:
+    with Analyzer(model, tmp_size, data_size) as analyzer:
         yield analyzer
         daemon = analyzer.daemon
         if daemon.running:

@@ -1,17 +1,13 @@
-"""Start-up order, settings files, and every way the daemon ends."""
+"""Start-up order and settings files."""
 
 from __future__ import annotations
 
-import signal
 import socket
-import threading
-import time
-from typing import Any
 
 import pytest
 
 from bench.analyzer import CONFIG, PASSWORD, Analyzer
-from bench.daemon import preset, wait_until
+from bench.daemon import wait_until
 from bench.pc import ANALYZER_TCP_PORT, Pc, Refused
 from bench.sandbox import ANALYZER_ADDRESS
 
@@ -21,8 +17,6 @@ DEFAULTS = {
     "PCSWName": "", "PCPeerID": "0", "IPChanged": "0", "BootPartitions": "11", "UpdateImages": "0",
     "UpdateURL": "update.zel.example",
 }
-# A sanitizer looks for leaks on the way out.
-EXIT_TIME = 1 if preset() in ("release", "debug") else 15
 
 
 def own_file(analyzer: Analyzer) -> list[str]:
@@ -74,65 +68,6 @@ def test_start_up_is_logged_in_order(analyzer: Analyzer) -> None:
 def test_without_a_model_type_the_device_is_human(analyzer: Analyzer, pc: Pc) -> None:
     assert "Model Type: Human" in analyzer.daemon.log()
     assert pc.scan().model == "N62"
-
-
-def test_a_local_socket_that_cannot_be_bound_ends_the_daemon(new_analyzer: Analyzer) -> None:
-    analyzer = new_analyzer
-    (analyzer.sandbox.path("/tmp/.rm_proc") / "in the way").mkdir(parents=True)
-    begin = time.monotonic()
-    analyzer.daemon.start()
-    assert analyzer.daemon.wait(15) == 1
-    assert 3.9 < time.monotonic() - begin < 10
-    log = analyzer.daemon.log()
-    assert log.count("[ZELRmUp::StartUDSServer][D] Retry to open UDS server") == 4
-    assert "Server open failed, program exit" in log
-    assert "UDP server" not in log and "TCP listener" not in log
-
-
-@pytest.mark.parametrize("number", [signal.SIGHUP, signal.SIGQUIT, signal.SIGABRT, signal.SIGPIPE, signal.SIGTERM])
-def test_a_signal_ends_the_daemon_with_status_1(analyzer: Analyzer, number: int) -> None:
-    begin = time.monotonic()
-    analyzer.daemon.signal(number)
-    assert analyzer.daemon.wait(20) == 1
-    assert time.monotonic() - begin < EXIT_TIME
-    assert f"ZELRmUp received signal(#{int(number)})\n" in analyzer.daemon.stdout()
-
-
-def test_sigint_is_not_caught(analyzer: Analyzer) -> None:
-    analyzer.daemon.signal(signal.SIGINT)
-    assert analyzer.daemon.wait(5) == -signal.SIGINT
-    assert "received signal" not in analyzer.daemon.stdout()
-
-
-def test_a_signal_under_load_ends_the_daemon_as_well(analyzer: Analyzer, make_pc: Any) -> None:
-    """Workers that use what the exiting main thread destroys would crash or hang here."""
-    pcs = [make_pc(udp_port=9100 + i) for i in range(4)]
-    for pc in pcs:
-        pc.connect()
-    stopped = threading.Event()
-
-    def load(pc: Pc) -> None:
-        while not stopped.is_set():
-            try:
-                pc.send_datagram(bytes.fromhex("0a01010001002223a0c0a8281400000000"))
-                pc.send(0x0A1E, b"\x1f\xff")
-                pc.receive(0.2)
-            except OSError:
-                pass
-
-    threads = [threading.Thread(target=load, args=(pc,)) for pc in pcs]
-    for thread in threads:
-        thread.start()
-    try:
-        analyzer.daemon.wait_for_log("Get device info sequence complete", count=50)
-        begin = time.monotonic()
-        analyzer.daemon.signal(signal.SIGTERM)
-        assert analyzer.daemon.wait(20) == 1
-        assert time.monotonic() - begin < EXIT_TIME
-    finally:
-        stopped.set()
-        for thread in threads:
-            thread.join()
 
 
 def test_a_missing_settings_file_is_made_with_defaults(analyzer: Analyzer) -> None:

@@ -26,7 +26,6 @@ enum Method : std::uint8_t {
 constexpr std::uint8_t kOnlyAsk = 1;
 
 constexpr char kQCMaterialFile[] = "/tmp/control_material_rm.xml";
-constexpr long kMicroseconds = 1000000;
 
 }  // namespace
 
@@ -55,7 +54,7 @@ int CUpdate::Run() {
     CImageReceiver::GetInstance()->Shut();
     device_->RefreshVersions();
     DeleteRemainingFiles(images_);
-    gettimeofday(&start_, nullptr);
+    start_ = std::chrono::steady_clock::now();
 
     Fetched fetched = Fetched::kNothing;
     switch (method_) {
@@ -210,29 +209,25 @@ int CUpdate::WriteUpdate() {
         SendUDSUpdateError(kErrorBootPartition);
         return -1;
     }
-    timeval end{};
-    gettimeofday(&end, nullptr);
-    RecordHistory(end);
+    RecordHistory();
     SetNewVersion(images_);
     SendUDSUpdateComplete();
     return 0;
 }
 
-void CUpdate::RecordHistory(const timeval& end) {
+void CUpdate::RecordHistory() {
+    const std::time_t end = std::time(nullptr);
     tm local{};
-    localtime_r(&end.tv_sec, &local);
+    localtime_r(&end, &local);
     char completeTime[128] = "";
     strftime(completeTime, sizeof(completeTime), "%F %T", &local);
 
-    long seconds = static_cast<long>(end.tv_sec - start_.tv_sec);
-    long microseconds = static_cast<long>(end.tv_usec - start_.tv_usec);
-    if (microseconds < 0) {
-        --seconds;
-        microseconds += kMicroseconds;
-    }
+    // Not from the clock that tells the date: the operator may set that one meanwhile.
+    const auto taken =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start_).count();
     QENFx::Common::String elapsed;
-    elapsed.Format("%dm %ds.%d", static_cast<int>(seconds / 60), static_cast<int>(seconds % 60),
-                   static_cast<int>(microseconds / 1000));
+    elapsed.Format("%dm %ds.%d", static_cast<int>(taken / 60'000), static_cast<int>(taken / 1000 % 60),
+                   static_cast<int>(taken % 1000));
 
     CRmDao dao;
     for (int i = 0; i < kImageCount; ++i) {

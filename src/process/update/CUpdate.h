@@ -1,7 +1,6 @@
 #pragma once
 
-#include <sys/time.h>
-
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -51,7 +50,7 @@ private:
     [[nodiscard]] Fetched UpdateFromPC();
     void UpdateQCMaterial();
     [[nodiscard]] int WriteUpdate();
-    void RecordHistory(const timeval& end);
+    void RecordHistory();
 
     // Reports
     [[nodiscard]] int SendUDSUpdateInfo(Images& images);
@@ -148,7 +147,7 @@ private:
     std::uint8_t method_ = 0;
     const DeviceStatus savedStatus_;
     PackageVersions package_;
-    timeval start_{};
+    std::chrono::steady_clock::time_point start_;
     std::string methodText_;  ///< how the history names the method
 };
 

@@ -1,0 +1,215 @@
+"""What the machine refuses: space, descriptors, threads, files; and a clock that somebody sets."""
+
+from __future__ import annotations
+
+import re
+import shutil
+import sqlite3
+import time
+from collections.abc import Callable
+from contextlib import suppress
+from pathlib import Path
+
+import pytest
+
+from bench.analyzer import CONFIG, DATABASE, PASSWORD, PATIENT_ID, Analyzer
+from bench.daemon import preset, wait_until
+from bench.pc import Pc, Refused
+from bench.pcpacket import Info
+from bench.zelapp import PATIENT, PcConnection, ResultFailed, ResultSent
+from updates import NEW, USB, history, insert_stick, release, start, succeed
+
+SANITIZED = preset() not in ("release", "debug")
+
+
+def transfer(analyzer: Analyzer, pc: Pc) -> str:
+    analyzer.zelapp.send_result(PATIENT, f"ResultID = {PATIENT_ID}")
+    text = pc.receive_result()
+    analyzer.zelapp.expect(ResultSent)
+    return text
+
+
+def limit(analyzer: Analyzer, resource: str, value: int | str) -> None:
+    """Sets the soft limit of the running daemon."""
+    analyzer.sandbox.run("prlimit", "--pid", str(analyzer.daemon.process.pid), f"--{resource}={value}:")
+
+
+def synced(analyzer: Analyzer, copy: Path) -> bool:
+    """Whether the sample result is marked, from a copy of a database that lies on a memory file system."""
+    shutil.copy(analyzer.sandbox.path(DATABASE), copy)
+    database = sqlite3.connect(copy)
+    try:
+        return database.execute(f"SELECT PCSync FROM Tb_Result_Summary WHERE ResultID = {PATIENT_ID}").fetchone() == (1,)
+    finally:
+        database.close()
+
+
+def connects(pc: Pc) -> bool:
+    with suppress(ConnectionRefusedError):
+        pc.connect()
+        return True
+    return False
+
+
+def fill(directory: Path) -> Path:
+    """Takes all the space that is left."""
+    filler = directory / "filler"
+    with open(filler, "wb", buffering=0) as file, suppress(OSError):
+        while True:
+            file.write(bytes(512))
+    return filler
+
+
+@pytest.mark.parametrize("data_size", [1 << 20])
+def test_a_full_data_partition(analyzer: Analyzer, connected_pc: Pc, make_pc: Callable[..., Pc],
+                               tmp_path: Path) -> None:
+    """Results still reach the PC; what cannot be stored is not stored by half, and nothing stored is lost."""
+    filler = fill(analyzer.sandbox.path("/data"))
+    stored = analyzer.sandbox.path(f"{CONFIG}/config_zelrm.cfg").read_text()
+    transfer(analyzer, connected_pc)
+    assert not synced(analyzer, tmp_path / "copy.db")
+    other = make_pc(udp_port=9100, name="Other", peer_id="2")
+    other.register(PASSWORD)
+    assert analyzer.sandbox.path(f"{CONFIG}/config_zelrm.cfg").read_text() == stored
+    # What cannot be stored does not survive a restart, which a full partition does not prevent.
+    other.close()
+    connected_pc.disconnect()
+    analyzer.daemon.stop()
+    analyzer.zelapp.close()
+    analyzer.daemon.start()
+    analyzer.zelapp.connect()
+    wait_until(lambda: connects(connected_pc), 10, "the daemon serves")
+    assert analyzer.zelapp.expect(PcConnection).name == connected_pc.name
+
+    filler.unlink()
+    transfer(analyzer, connected_pc)
+    assert synced(analyzer, tmp_path / "copy.db")
+    assert analyzer.sandbox.path(f"{CONFIG}/config_zelrm.cfg").read_text() == stored
+
+
+@pytest.mark.parametrize("tmp_size", [1 << 20])
+def test_results_need_no_space_in_tmp(analyzer: Analyzer, connected_pc: Pc) -> None:
+    analyzer.zelapp.write_request(f"{PATIENT},ResultID = {PATIENT_ID}".encode())
+    fill(analyzer.sandbox.path("/tmp"))
+    analyzer.zelapp.send(0x0510, b"\0\1")
+    connected_pc.receive_result()
+    analyzer.zelapp.expect(ResultSent)
+    assert analyzer.synced("Result", PATIENT_ID)
+
+
+def test_a_read_only_database(analyzer: Analyzer, connected_pc: Pc) -> None:
+    """The PC gets the result, which stays unmarked, and an update is complete without its history."""
+    database = analyzer.sandbox.path(DATABASE)
+    database.chmod(0o444)
+    transfer(analyzer, connected_pc)
+    assert "[CRmDao::SetSyncResult] insert table error" in analyzer.daemon.log()
+    assert "Write PCSync to 'true' error" in analyzer.daemon.log()
+    assert not analyzer.synced("Result", PATIENT_ID)
+    files = release()
+    insert_stick(analyzer, files)
+    start(analyzer, USB)
+    succeed(analyzer)
+    assert analyzer.daemon.log().count("[CRmDao::SetUpdateHistory] insert table error") == 8
+    assert not history(analyzer) and set(analyzer.read_device("versions.cfg").values()) == {NEW}
+    database.chmod(0o644)
+    transfer(analyzer, connected_pc)
+    assert analyzer.synced("Result", PATIENT_ID)
+
+
+def test_an_unreadable_settings_file(analyzer: Analyzer, connected_pc: Pc) -> None:
+    """While it serves, the daemon does without; at the start it gives the file up, and the next start makes a new one."""
+    path = analyzer.sandbox.path(f"{CONFIG}/config_zelrm.cfg")
+    path.chmod(0)
+    assert connected_pc.scan().serial == "N62A0001234"
+    analyzer.daemon.stop()
+    analyzer.zelapp.close()
+    analyzer.daemon.start()
+    assert analyzer.daemon.wait(5) == 1
+    assert "ZELRmUp Shutdown\n" in analyzer.daemon.stdout()
+    assert "[CConfigMgr::CheckConfigFile] Exception: " in analyzer.daemon.log()
+    assert not path.exists()
+    connected_pc.disconnect()
+    analyzer.start()
+    connected_pc.register(PASSWORD)
+    assert analyzer.zelapp.expect(PcConnection).name == connected_pc.name
+
+
+def test_descriptors_run_out(analyzer: Analyzer, connected_pc: Pc, make_pc: Callable[..., Pc]) -> None:
+    """A PC more is turned away and a result fails; the connected PC stays, and afterwards everything goes on."""
+    limit(analyzer, "nofile", analyzer.daemon.descriptors())
+    other = make_pc(udp_port=9100)
+    for _ in range(20):
+        with pytest.raises((ConnectionError, TimeoutError)):
+            other.connect()
+            other.receive(5)
+    assert "[CTCPListener::Run] Accept error: Too many open files(24)" in analyzer.daemon.log()
+    analyzer.zelapp.send_result(PATIENT, f"ResultID = {PATIENT_ID}")
+    analyzer.zelapp.expect(ResultFailed)
+    assert connected_pc.scan()
+    limit(analyzer, "nofile", 1024)
+    transfer(analyzer, connected_pc)
+    assert analyzer.synced("Result", PATIENT_ID)
+    other.connect()
+    assert other.get_info(Info.SERIAL)
+
+
+@pytest.mark.skipif(SANITIZED, reason="a sanitizer's own memory does not fit either")
+def test_memory_for_threads_runs_out(analyzer: Analyzer, connected_pc: Pc, make_pc: Callable[..., Pc]) -> None:
+    """One PC more cannot be served, and an update cannot start; what is there goes on."""
+    with analyzer.sandbox.open(f"/proc/{analyzer.daemon.process.pid}/statm", "r") as file:
+        size = int(file.read().split()[0]) * 4096
+    limit(analyzer, "as", size + (200 << 10))
+    other = make_pc(udp_port=9100)
+    other.connect()
+    with pytest.raises(ConnectionError):
+        other.receive()
+    assert "[CTCPListener::Run] New session failed: Cannot create a thread" in analyzer.daemon.log()
+    insert_stick(analyzer, release())
+    analyzer.zelapp.start_update(USB)
+    analyzer.daemon.wait_for_log("Cannot create a thread", count=2)
+    transfer(analyzer, connected_pc)
+    limit(analyzer, "as", "unlimited")
+    start(analyzer, USB)
+    succeed(analyzer)
+    other.connect()
+    assert other.get_info(Info.SERIAL)
+
+
+@pytest.mark.skipif(SANITIZED, reason="a sanitizer and the library that sets the clock do not go together")
+def test_the_clock_is_set(new_analyzer: Analyzer, pc: Pc) -> None:
+    """Nothing that waits, and nothing that takes time, goes by the clock that people set."""
+    analyzer = new_analyzer
+    clock = analyzer.sandbox.path("/tmp/clock")
+
+    def set_clock(offset: str) -> None:
+        new = clock.with_suffix(".new")
+        new.write_text(offset)
+        new.rename(clock)
+
+    set_clock("+0")
+    library = next(Path("/usr/lib").glob("*/faketime/libfaketimeMT.so.1"))
+    analyzer.start({"LD_PRELOAD": str(library), "FAKETIME_TIMESTAMP_FILE": "/tmp/clock", "FAKETIME_NO_CACHE": "1",
+                    "FAKETIME_DONT_FAKE_MONOTONIC": "1", "NO_FAKE_STAT": "1"})
+    pc.register(PASSWORD)
+    pc.start_heartbeat()
+    assert analyzer.zelapp.expect(PcConnection).connected
+    seen = len(analyzer.zelapp.history)
+    insert_stick(analyzer, files := release())
+    analyzer.set_faults(**{"upImgWrite.delay_ms": "100"})
+    for offset in ("+400d", "-400d"):
+        set_clock(offset)
+        begin = time.monotonic()
+        text = transfer(analyzer, pc)
+        assert time.monotonic() - begin < 2
+        year = time.gmtime(time.time() + int(offset[:-1]) * 86400).tm_year
+        assert text.split("|")[6].startswith(str(year)), "the daemon did not see the new time"
+    set_clock("+0")
+    start(analyzer, USB)
+    wait_until(lambda: "upImgWrite 2" in "".join(analyzer.calls()), 10, "images are written")
+    set_clock("-3d")
+    succeed(analyzer)
+    assert all(re.fullmatch(r"0m [0-9]s\.[0-9]{1,3}", row[2]) for row in history(analyzer)), history(analyzer)
+    # Longer than a PC may be silent.
+    time.sleep(11)
+    assert not [message for message in analyzer.zelapp.history[seen:] if isinstance(message, PcConnection)]
+    transfer(analyzer, pc)
