@@ -79,6 +79,10 @@ constexpr UDSRoute kUDSRoutes[] = {
 
 }  // namespace
 
+Routes AllRoutes() {
+    return {kUDPRoutes, kTCP, kUDSRoutes};
+}
+
 void ConnectRoutes() {
     CConnectionMonitor* monitor = CConnectionMonitor::GetInstance();
     CUDPServer::GetInstance()->Connect(kUDPRoutes, monitor);

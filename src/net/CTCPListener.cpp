@@ -11,7 +11,7 @@
 #include "common/Constants.h"
 #include "net/CNetUtils.h"
 #include "net/CTCPSession.h"
-#include "net/SocketTimeout.h"
+#include "net/SocketSetup.h"
 
 namespace RMUP::Net {
 
@@ -61,11 +61,7 @@ int CTCPListener::ServerOpen() {
         log_->WriteError("%s Set socket option(SO_REUSEADDR) error: %s", kTag, strerror(errno));
     }
 
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_ANY);
-    address.sin_port = htons(kPort);
-    if (bind(socket_.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+    if (BindToPort(socket_.Get(), kPort) != 0) {
         log_->WriteError("%s Bind error: %s", kTag, strerror(errno));
         socket_.Reset();
         return -1;

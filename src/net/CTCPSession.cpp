@@ -292,7 +292,9 @@ bool CTCPSession::SetNonBlocking() {
 }
 
 int CTCPSession::Run() {
-    const std::shared_ptr<CTCPSession> self = std::move(self_);
+    // The session of a thread of its own owns itself until here; one that is run by its owner does not.
+    const std::shared_ptr<CTCPSession> self = shared_from_this();
+    self_.reset();
     if (!MoveFromDescriptorZero()) {
         return -1;
     }

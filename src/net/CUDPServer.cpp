@@ -12,7 +12,7 @@
 #include "common/Constants.h"
 #include "common/ProcessEnd.h"
 #include "net/CNetUtils.h"
-#include "net/SocketTimeout.h"
+#include "net/SocketSetup.h"
 
 namespace RMUP::Net {
 
@@ -56,11 +56,7 @@ int CUDPServer::ServerOpen() {
         return -1;
     }
 
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_ANY);
-    address.sin_port = htons(kPort);
-    if (bind(socket_.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+    if (BindToPort(socket_.Get(), kPort) != 0) {
         log_->WriteError("%s Bind error: %s", kTag, strerror(errno));
         socket_.Reset();
         return -1;

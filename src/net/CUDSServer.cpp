@@ -16,7 +16,7 @@
 #include "common/ProcessEnd.h"
 #include "config/CConfigMgr.h"
 #include "config/CDeviceInfo.h"
-#include "net/SocketTimeout.h"
+#include "net/SocketSetup.h"
 #include "net/UDSMessageId.h"
 
 namespace RMUP::Net {

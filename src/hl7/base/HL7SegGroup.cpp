@@ -13,8 +13,13 @@ void HL7SegGroup::WriteChildren(std::span<const HL7Object* const> children, HL7W
 }
 
 int HL7SegGroup::ReadChildren(std::span<HL7Object* const> children, HL7Reader& in) {
+    const std::string_view text = in.text;
     for (HL7Object* child : children) {
         const int result = child->Read(in);
+        if (result == kAbsent) {
+            // Segments of the same kinds may belong to another group that begins like this one.
+            in.text = text;
+        }
         if (result < kDecoded) {
             return result;
         }

@@ -15,8 +15,7 @@ public:
 protected:
     /// A child whose text does not end with the segment terminator gets one.
     static void WriteChildren(std::span<const HL7Object* const> children, HL7Writer& out);
-    /// The group is there only when every child is; what earlier children consumed stays consumed when a later one
-    /// fails.
+    /// The group is there only when every child is; when one is missing, nothing is consumed.
     static int ReadChildren(std::span<HL7Object* const> children, HL7Reader& in);
 };
 

@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "config/CConfigMgr.h"
-#include "net/SocketTimeout.h"
+#include "net/SocketSetup.h"
 #include "process/update/CUpdate.h"
 #include "process/update/HttpResponse.h"
 #include "process/update/ServerRequest.h"
@@ -105,15 +105,9 @@ int CUpdate::DownloadUpdateInfoXML(CHttpConnection& connection, std::string& tex
         ReadDocumentHeader(connection, length, kTag) != 0) {
         return -1;
     }
-    text.clear();
-    for (std::size_t left = length; left > 0;) {
-        const auto piece = connection.Take(left);
-        if (piece.empty()) {
-            LogBodyFailure(kTag);
-            return -1;
-        }
-        text.append(piece.begin(), piece.end());
-        left -= piece.size();
+    if (!ReadHttpBody(connection, length, text)) {
+        LogBodyFailure(kTag);
+        return -1;
     }
     // The document is a text: it ends at a zero byte.
     text.resize(std::min(text.find('\0'), text.size()));

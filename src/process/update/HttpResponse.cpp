@@ -51,6 +51,18 @@ HttpLength ParseContentLength(std::string_view header, std::size_t& length) {
     return HttpLength::kGood;
 }
 
+bool ReadHttpBody(CByteSource& source, std::size_t length, std::string& body) {
+    body.clear();
+    while (body.size() < length) {
+        const auto piece = source.Take(length - body.size());
+        if (piece.empty()) {
+            return false;
+        }
+        body.append(piece.begin(), piece.end());
+    }
+    return true;
+}
+
 bool IsHttpRefusal(std::string_view header) {
     if (!header.starts_with(kProtocol)) {
         return false;

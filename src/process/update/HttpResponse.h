@@ -19,6 +19,9 @@ enum class HttpLength { kGood, kMissing, kInvalid };
 /// The value of "Content-Length". Invalid: negative, no number, or more than a document of 16 MiB.
 [[nodiscard]] HttpLength ParseContentLength(std::string_view header, std::size_t& length);
 
+/// Reads a body of this length. False, with the errno of CByteSource::Take, when the source ends or fails before.
+[[nodiscard]] bool ReadHttpBody(CByteSource& source, std::size_t length, std::string& body);
+
 /// Whether the header's status says that the body is not what was asked for. A header without a status line is taken.
 [[nodiscard]] bool IsHttpRefusal(std::string_view header);
 

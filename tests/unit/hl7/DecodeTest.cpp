@@ -177,12 +177,12 @@ TEST(Decode, OptionalRepetitionFailsOnAMalformedElement) {
 TEST(Decode, GroupIsThereOnlyWhenEveryChildIs) {
     EXPECT_EQ(DecodeNew<G_BROKEN>("NTE|1\rZBR|\rrest"), (Outcome{1, "rest", ""}));
     EXPECT_EQ(DecodeNew<G_BROKEN>("ZBR|\r"), (Outcome{0, "ZBR|\r", ""}));
-    // What the first child consumed is gone.
-    EXPECT_EQ(DecodeNew<G_BROKEN>("NTE|1\rrest"), (Outcome{0, "rest", ""}));
+    // Nothing is consumed of a group that is not whole.
+    EXPECT_EQ(DecodeNew<G_BROKEN>("NTE|1\rrest"), (Outcome{0, "NTE|1\rrest", ""}));
     EXPECT_EQ(DecodeNew<HL7SegmentRe<G_BROKEN>>("NTE|1\rrest"),
-              (Outcome{0, "rest", "G_BROKEN Segment/SegGroup has a parsing error\n"}));
+              (Outcome{0, "NTE|1\rrest", "G_BROKEN Segment/SegGroup has a parsing error\n"}));
     EXPECT_EQ(DecodeNew<G_OUL_R22_SPECIMEN>("SPM|1\rOBX|1\r"),
-              (Outcome{0, "", "G_OUL_R22_ORDER Segment/SegGroup has a parsing error\n"}));
+              (Outcome{0, "SPM|1\rOBX|1\r", "G_OUL_R22_ORDER Segment/SegGroup has a parsing error\n"}));
 }
 
 TEST(Decode, MessageForgivesAMissingPartButNotAMalformedOne) {

@@ -33,10 +33,7 @@ public:
 
     template <class T>
     void Fill(base::HL7SegmentOpRe<T>& container) {
-        // The order behind a prior result would be read as one more prior order.
-        if (!std::same_as<T, G_OML_O33_PRIOR_RESULT> || lastOrder_) {
-            Append(container, Chance(3) ? 2 : Chance(2) ? 1 : 0);
-        }
+        Append(container, Chance(3) ? 2 : Chance(2) ? 1 : 0);
     }
 
     template <base::HL7Name kName, class... Types>
@@ -58,15 +55,11 @@ private:
     void Append(Container& container, int count) {
         for (int index = 0; index < count; ++index) {
             container.Append();
-            if constexpr (std::same_as<typename Container::Element, G_OML_O33_ORDER>) {
-                lastOrder_ = index + 1 == count;
-            }
             Fill(*container.GetAt(index));
         }
     }
 
     std::mt19937 random_;
-    bool lastOrder_ = true;
 };
 
 /// Every value that is not empty, behind its place: "OBX-3.1=value", with one entry for each segment before its values.

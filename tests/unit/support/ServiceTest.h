@@ -72,7 +72,7 @@ protected:
         std::filesystem::create_directories("/data/config");
         std::filesystem::create_directories("/data/log");
         const CDescriptor control(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-        ifreq loopback{"lo", {}};
+        ifreq loopback{{"lo"}, {}};
         loopback.ifr_flags = IFF_UP | IFF_RUNNING;
         EXPECT_EQ(ioctl(control.Get(), SIOCSIFFLAGS, &loopback), 0);
     }

@@ -9,7 +9,7 @@
 #include "common/CDescriptor.h"
 #include "net/CNetUtils.h"
 #include "net/CUDSServer.h"
-#include "net/SocketTimeout.h"
+#include "net/SocketSetup.h"
 #include "unit/support/ServiceTest.h"
 
 namespace UnitTest {

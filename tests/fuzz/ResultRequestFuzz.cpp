@@ -1,0 +1,37 @@
+#include "fuzz/Device.h"
+#include "hl7wrap/COUL_R22Wrap.h"
+#include "net/CPCMsg.h"
+#include "net/PCCommand.h"
+#include "process/CTransferResult.h"
+
+using Fuzz::Require;
+
+/// The request file in which ZELApp names a result, and the result that is sent for it.
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    Fuzz::Device& device = Fuzz::Device::Get();
+    device.Reset(2);
+    device.Database().Execute("UPDATE Tb_Result_Summary SET PCSync = 0; UPDATE Tb_Ctrl_Summary SET PCSync = 0");
+    UnitTest::WriteFile("/tmp/sendtopc.data", std::string(Fuzz::Text({data, size})));
+
+    std::string key;
+    const int kind = CTransferResult().GetResultInfo(key);
+    Require(kind >= -1 && kind <= 9, "a kind is a digit");
+    Require((kind >= 0) == (size > 2 && size <= 4096 && data[0] >= '0' && data[0] <= '9'), "a request is well-formed");
+    Require(kind < 0 || key == Fuzz::Text({data, size}).substr(2), "the condition is taken as it stands");
+
+    const auto session = std::make_shared<UnitTest::ScriptedSession>();
+    CDeviceInfo::GetInstance()->SetSession(session);
+    CUDSMsg request;
+    const int result = CTransferResult().ProcessSendResult(request);
+    CDeviceInfo::GetInstance()->SetSession(nullptr);
+    Require(session->sent.size() == (result == 0 ? 1U : 0U), "a result that was sent is one packet");
+    if (result == 0) {
+        CPCMsg packet;
+        std::copy_n(session->sent[0].begin(), CPCMsg::kHeaderSize, packet.GetRawHeader().begin());
+        const auto payload = Fuzz::Bytes(session->sent[0]).subspan(CPCMsg::kHeaderSize);
+        Require(packet.GetCommand() == kResult && packet.GetPayloadLength() == payload.size(), "the packet is whole");
+        ZELHL7::COUL_R22Wrap message;
+        Require(payload.empty() || message.Decode(Fuzz::Text(payload)) == 1, "the packet carries a message");
+    }
+    return 0;
+}

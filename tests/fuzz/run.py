@@ -1,0 +1,130 @@
+"""Runs the fuzz targets of one build, two at a time, each for as many seconds as are asked for.
+
+    /usr/bin/python3 tests/fuzz/run.py BUILD SECONDS [TARGET ...]
+
+What a target has learnt stays in BUILD/corpus/<target>; what makes it fail is kept in BUILD/found/<target>, and what it
+wrote in BUILD/found/<target>.log. The corpus in the source tree is only read. Status 1 when anything was found or a
+target did not run.
+"""
+
+from __future__ import annotations
+
+import argparse
+import re
+import subprocess
+import sys
+from concurrent.futures import ThreadPoolExecutor
+from dataclasses import dataclass
+from pathlib import Path
+
+from rich.console import Console
+from rich.table import Table
+
+HERE = Path(__file__).resolve().parent
+JOBS = 2
+MEGABYTES = 1024
+TIMEOUT = 10  # seconds for one input; the longest take milliseconds
+GRACE = 120  # seconds that a target may take beside its time, to start and to end
+
+
+@dataclass(frozen=True)
+class Target:
+    name: str
+    longest: int  # bytes of an input: what lets it reach every branch, and no more, because small inputs run faster
+    dictionary: str | None = None
+
+
+TARGETS = [
+    Target("hl7_message", 8192, "hl7"),
+    Target("hl7_wrap", 8192, "hl7"),
+    Target("http_response", 4096, "http"),
+    Target("local_message", 1024),
+    Target("pc_datagram", 4200, "pc"),
+    Target("pc_msg", 33000),
+    Target("pc_session", 2048, "pc"),
+    Target("result_request", 4200, "result"),
+    Target("settings", 2048, "settings"),
+    Target("system_package", 2048, "update"),
+    Target("update_file", 512, "update"),
+    Target("update_info_xml", 4096, "xml"),
+]
+
+
+@dataclass
+class Outcome:
+    executions: str = ""
+    speed: str = ""
+    coverage: str = ""
+    corpus: str = ""
+    found: list[str] | None = None  # none: the target did not run
+
+
+def last(pattern: str, text: str) -> str:
+    found = re.findall(pattern, text)
+    return found[-1] if found else ""
+
+
+def fuzz(target: Target, build: Path, seconds: int) -> Outcome:
+    learnt = build / "corpus" / target.name
+    found = build / "found" / target.name
+    for directory in (learnt, found):
+        directory.mkdir(parents=True, exist_ok=True)
+    before = {path: path.stat().st_mtime_ns for path in found.iterdir()}
+    command = ["nice", HERE.parent / "private-paths", build, build / "bin" / f"fuzz_{target.name}",
+               f"-max_total_time={seconds}", f"-max_len={target.longest}", f"-rss_limit_mb={MEGABYTES}",
+               f"-timeout={TIMEOUT}", "-print_final_stats=1", f"-artifact_prefix={found}/"]
+    if target.dictionary:
+        command.append(f"-dict={HERE / 'dictionaries' / target.dictionary}.dict")
+    command += [learnt, HERE / "corpus" / target.name]
+    log = build / "found" / f"{target.name}.log"
+    with log.open("wb") as output:
+        try:
+            status = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=output, stderr=output,
+                                    timeout=seconds + GRACE).returncode
+        except subprocess.TimeoutExpired:
+            return Outcome()
+    text = log.read_text(errors="replace")
+    executions = last(r"stat::number_of_executed_units: (\d+)", text)
+    inputs = sorted(path.name for path in found.iterdir()
+                    if not path.name.startswith("slow-unit-") and before.get(path) != path.stat().st_mtime_ns)
+    if status != 0 and not inputs or status == 0 and not executions:
+        return Outcome(executions)
+    return Outcome(executions, last(r"stat::average_exec_per_sec: +(\d+)", text), last(r"\bcov: (\d+)", text),
+                   last(r"\bcorp: (\d+)", text), inputs)
+
+
+def show(outcomes: dict[Target, Outcome], console: Console) -> None:
+    table = Table("target", "executions", "exec/s", "coverage", "corpus", "found", title="Fuzz targets of ZELRmUp")
+    for target, outcome in outcomes.items():
+        found = "[bold red]did not run" if outcome.found is None else \
+            "[bold red]" + "\n".join(outcome.found) if outcome.found else "[green]nothing"
+        table.add_row(target.name, outcome.executions, outcome.speed, outcome.coverage, outcome.corpus, found)
+    console.print(table)
+
+
+def main() -> int:
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("build", type=Path, metavar="BUILD", help="folder of a build with ZELRM_FUZZ")
+    parser.add_argument("seconds", type=int, metavar="SECONDS", help="for each target")
+    parser.add_argument("target", nargs="*", metavar="TARGET", help="only these")
+    options = parser.parse_args()
+    known = {target.name: target for target in TARGETS}
+    unknown = [name for name in options.target if name not in known]
+    if unknown or options.seconds < 1:
+        parser.error(f"no such target: {', '.join(unknown)}; there are {', '.join(known)}" if unknown
+                     else "a target needs a second at least")
+    chosen = [known[name] for name in options.target or known]
+    build = options.build.resolve()
+    console = Console(width=None if sys.stdout.isatty() else 120)
+    console.print(f"{len(chosen)} targets, {options.seconds} s each, {JOBS} at a time ...")
+    with ThreadPoolExecutor(JOBS) as pool:
+        outcomes = dict(zip(chosen, pool.map(lambda target: fuzz(target, build, options.seconds), chosen)))
+    show(outcomes, console)
+    failed = [target.name for target, outcome in outcomes.items() if outcome.found is None or outcome.found]
+    if failed:
+        console.print(f"look into {build / 'found'} for {', '.join(failed)}")
+    return 1 if failed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
