@@ -82,7 +82,6 @@ void CTCPSession::Launch() {
         self_.reset();
         throw;
     }
-    pthread_detach(GetThreadId());
 }
 
 CTCPSession::SocketPtr CTCPSession::Socket() const {
@@ -292,9 +291,13 @@ bool CTCPSession::SetNonBlocking() {
 }
 
 int CTCPSession::Run() {
-    // The session of a thread of its own owns itself until here; one that is run by its owner does not.
     const std::shared_ptr<CTCPSession> self = shared_from_this();
-    self_.reset();
+    if (self_ != nullptr) {
+        // On a thread of its own, which nobody waits for; until here the session owned itself. It detaches itself,
+        // because whoever launched it may come too late for that.
+        pthread_detach(pthread_self());
+        self_.reset();
+    }
     if (!MoveFromDescriptorZero()) {
         return -1;
     }

@@ -134,6 +134,7 @@ def test_an_unreadable_settings_file(analyzer: Analyzer, connected_pc: Pc) -> No
     assert analyzer.zelapp.expect(PcConnection).name == connected_pc.name
 
 
+@pytest.mark.skipif(preset() == "asan", reason="UndefinedBehaviorSanitizer needs descriptors of its own")
 def test_descriptors_run_out(analyzer: Analyzer, connected_pc: Pc, make_pc: Callable[..., Pc]) -> None:
     """A PC more is turned away and a result fails; the connected PC stays, and afterwards everything goes on."""
     limit(analyzer, "nofile", analyzer.daemon.descriptors())
