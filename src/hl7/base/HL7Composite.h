@@ -27,6 +27,7 @@ private:
 /// Makes a part of type T: a field, or a component when `kComponent`.
 template <class T, bool kComponent>
 HL7Object* MakePart(HL7PartStore& store, std::string_view text, int& result) {
+    static_assert(alignof(T) <= alignof(void*), "what the store aligns for");
     T* part = ::new (store.Allocate(sizeof(T))) T;
     if constexpr (std::derived_from<T, HL7Composite>) {
         part->LiveIn(store);
