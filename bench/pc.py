@@ -142,6 +142,12 @@ class Pc:
             self.tcp.close()
             self.tcp = None
 
+    def reset(self) -> None:
+        """Drops the session without a goodbye, as a PC does that loses its power."""
+        if self.tcp:
+            self.tcp.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+            self.disconnect()
+
     def send_raw(self, data: bytes) -> None:
         assert self.tcp, "not connected"
         self.tcp.settimeout(10)
