@@ -116,11 +116,19 @@ class Records:
         return thirds.get(0, []), thirds.get(2, [])
 
 
-# How much worse the last third of a life may be than the first. The machine is shared and its pauses hit where they
-# like, so the slowest calls get a fixed allowance besides; a median moves little on a busy machine.
-P99_TIMES, P99_ALLOWANCE = 4, 0.5
-MEDIAN_TIMES, MEDIAN_ALLOWANCE = 2, 0.05
-FEWEST = 20  # calls in either third; of fewer, nothing can be said
+@dataclass(frozen=True)
+class Limit:
+    """How much worse the last third of the daemon's lives may be than the first: so many times, and so many seconds
+    more. The machine is shared and its pauses hit where they like, so the slowest calls are allowed the most; a median
+    of many calls hardly moves on a busy machine."""
+    name: str
+    part: float
+    fewest: int  # calls in either third; of fewer, nothing can be said
+    times: float
+    more: float
+
+
+LIMITS = (Limit("p99", 0.99, 20, 4, 0.5), Limit("median", 0.5, 20, 2, 0.05), Limit("median", 0.5, 500, 1.5, 0.002))
 
 MEMORY_GROWTH = 96  # KiB between the medians of the outer thirds of a life
 TREND_GROWTH = 48  # KiB, when almost every sample is above those before it
@@ -132,14 +140,13 @@ def latency_drift(records: Records) -> list[str]:
     found = []
     for name, kind in records.kinds.items():
         first, last = records.outer_thirds(kind)
-        if min(len(first), len(last)) < FEWEST:
-            continue
-        for what, part, times, allowance in (("p99", 0.99, P99_TIMES, P99_ALLOWANCE),
-                                             ("median", 0.5, MEDIAN_TIMES, MEDIAN_ALLOWANCE)):
-            before, after = percentile(first, part), percentile(last, part)
-            if after > times * before + allowance:
-                found.append(f"{name}: the {what} rose from {before * 1000:.1f} ms in the first third of the daemon's "
-                             f"lives to {after * 1000:.1f} ms in the last")
+        for limit in LIMITS:
+            if min(len(first), len(last)) < limit.fewest:
+                continue
+            before, after = percentile(first, limit.part), percentile(last, limit.part)
+            if after > limit.times * before + limit.more:
+                found.append(f"{name}: the {limit.name} rose from {before * 1000:.1f} ms in the first third of the "
+                             f"daemon's lives to {after * 1000:.1f} ms in the last")
     return found
 
 

@@ -7,6 +7,7 @@ import struct
 from contextlib import closing
 from dataclasses import dataclass
 from datetime import datetime, timedelta, timezone
+from itertools import zip_longest
 from typing import Any
 
 from bench.analyzer import (ANIMAL, ANIMAL_DATA, ANIMAL_ID, CONTROL, CONTROL_DATA, CONTROL_ID, PATIENT, PATIENT_DATA,
@@ -142,7 +143,8 @@ def check_text(text: str, result: Result) -> None:
     check(found == expected, f"the text of {result.number} says {found} instead of {expected}")
     measured = [(str(number), row["AnalyteID"], row.get("Unit", ""), limits(row, patient), summary["OperatorID"],
                  digits(summary["Date"]), row["Result"]) for number, row in enumerate(result.rows, 1)]
-    check(observations == measured, f"the text of {result.number} tells {observations} instead of {measured}")
+    wrong = [pair for pair in zip_longest(observations, measured) if pair[0] != pair[1]]
+    check(not wrong, f"the text of {result.number} tells, instead of: {wrong[:3]}")
 
 
 def limits(row: dict[str, Any], patient: bool) -> str:
