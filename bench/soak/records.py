@@ -130,8 +130,8 @@ class Limit:
 
 LIMITS = (Limit("p99", 0.99, 20, 4, 0.5), Limit("median", 0.5, 20, 2, 0.05), Limit("median", 0.5, 500, 1.5, 0.002))
 
-MEMORY_GROWTH = 96  # KiB between the medians of the outer thirds of a life
-TREND_GROWTH = 48  # KiB, when almost every sample is above those before it
+MEMORY_GROWTH = 192  # KiB between the medians of the outer thirds of a life
+TREND_GROWTH = 96  # KiB, when almost every sample is above those before it
 TREND = 0.8  # of all pairs of samples, the part in which the later is the larger
 FEWEST_RESTS = 6
 

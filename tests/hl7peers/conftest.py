@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import functools
 import subprocess
 
 import pytest
@@ -25,11 +26,18 @@ def tool() -> Tool:
     return run
 
 
+@functools.cache
+def why_no_npm_packages() -> str:
+    """Empty when they are there. Where they cannot be had, finding that out takes long: once is enough."""
+    try:
+        npm_packages.install()
+    except (OSError, RuntimeError) as error:
+        return str(error)
+    return ""
+
+
 @pytest.fixture(params=PEERS, ids=lambda peer: peer.name)
 def peer(request: pytest.FixtureRequest) -> Peer:
-    if isinstance(request.param, NpmPackage):
-        try:
-            npm_packages.install()
-        except (OSError, RuntimeError) as error:
-            pytest.skip(f"the npm packages cannot be had here: {error}")
+    if isinstance(request.param, NpmPackage) and (reason := why_no_npm_packages()):
+        pytest.skip(f"the npm packages cannot be had here: {reason}")
     return request.param
