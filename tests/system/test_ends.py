@@ -43,7 +43,7 @@ def check_regained(analyzer: Analyzer, pc: Pc, result: int = PATIENT_ID) -> None
     analyzer.start()
     pc.start_heartbeat(0.1)
     pc.connect()
-    assert analyzer.zelapp.expect(PcConnection).name == pc.name
+    assert analyzer.zelapp.expect(PcConnection, 20).name == pc.name
     analyzer.zelapp.send_result(PATIENT, f"ResultID = {result}")
     pc.receive_result()
     analyzer.zelapp.expect(ResultSent)

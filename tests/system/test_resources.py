@@ -78,8 +78,10 @@ def test_a_full_data_partition(analyzer: Analyzer, connected_pc: Pc, make_pc: Ca
     analyzer.zelapp.close()
     analyzer.daemon.start()
     analyzer.zelapp.connect()
+    assert not analyzer.zelapp.expect(PcConnection, 20).connected  # as at every start
     wait_until(lambda: connects(connected_pc), 10, "the daemon serves")
-    assert analyzer.zelapp.expect(PcConnection).name == connected_pc.name
+    status = analyzer.zelapp.expect(PcConnection, 20)
+    assert (status.connected, status.name) == (True, connected_pc.name)
 
     filler.unlink()
     transfer(analyzer, connected_pc)
@@ -138,20 +140,20 @@ def test_an_unreadable_settings_file(analyzer: Analyzer, connected_pc: Pc) -> No
 def test_descriptors_run_out(analyzer: Analyzer, connected_pc: Pc, make_pc: Callable[..., Pc]) -> None:
     """A PC more is turned away and a result fails; the connected PC stays, and afterwards everything goes on."""
     limit(analyzer, "nofile", analyzer.daemon.descriptors())
+    analyzer.zelapp.send_result(PATIENT, f"ResultID = {PATIENT_ID}")
+    analyzer.zelapp.expect(ResultFailed)
     other = make_pc(udp_port=9100)
     for _ in range(20):
         with pytest.raises((ConnectionError, TimeoutError)):
             other.connect()
             other.receive(5)
     assert "[CTCPListener::Run] Accept error: Too many open files(24)" in analyzer.daemon.log()
-    analyzer.zelapp.send_result(PATIENT, f"ResultID = {PATIENT_ID}")
-    analyzer.zelapp.expect(ResultFailed)
     assert connected_pc.scan()
     limit(analyzer, "nofile", 1024)
+    wait_until(lambda: connects(other), 10, "the daemon listens again")
+    assert other.get_info(Info.SERIAL)
     transfer(analyzer, connected_pc)
     assert analyzer.synced("Result", PATIENT_ID)
-    other.connect()
-    assert other.get_info(Info.SERIAL)
 
 
 @pytest.mark.skipif(SANITIZED, reason="a sanitizer's own memory does not fit either")
