@@ -128,7 +128,7 @@ class Limit:
     more: float
 
 
-LIMITS = (Limit("p99", 0.99, 20, 4, 0.5), Limit("median", 0.5, 20, 2, 0.05), Limit("median", 0.5, 500, 1.5, 0.002))
+LIMITS = (Limit("p99", 0.99, 20, 4, 0.5), Limit("median", 0.5, 20, 2, 0.05), Limit("median", 0.5, 200, 1.5, 0.002))
 
 MEMORY_GROWTH = 192  # KiB between the medians of the outer thirds of a life
 TREND_GROWTH = 96  # KiB, when almost every sample is above those before it
