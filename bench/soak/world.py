@@ -113,15 +113,20 @@ class World:
             return
         REPORTS.mkdir(parents=True, exist_ok=True)
         daemon = self.analyzer.daemon
-        try:
-            status = f"status {daemon.status}; descriptors: {self.watcher.descriptors()}"
-        except (OSError, RuntimeError, AssertionError) as error:
-            status = f"status {daemon.status}; {error}"
         self.report = REPORTS / f"seed-{self.seed}-{time.strftime('%Y%m%d-%H%M%S')}.log"
         self.report.write_text("\n".join([
-            f"seed {self.seed}, life {len(self.records.lives)}: {text}", trace, f"daemon: {status}",
+            f"seed {self.seed}, life {len(self.records.lives)}: {text}", trace, self._state(),
             "--- its log since shortly before the operation", *self.log.since(self._mark, LINES_BEFORE),
             "--- standard output", daemon.stdout()[-8000:], "--- standard error", daemon.stderr()[-20000:]]) + "\n")
+
+    def _state(self) -> str:
+        """The daemon's state, as far as there is still somebody to ask."""
+        try:
+            status = self.analyzer.daemon.status
+            return f"the daemon ended with status {status}" if status is not None \
+                else f"the daemon's descriptors: {self.watcher.descriptors()}"
+        except (OSError, RuntimeError, AssertionError) as error:
+            return f"the daemon's state cannot be told: {error}"
 
     @contextmanager
     def operation(self, name: str) -> Iterator[None]:
