@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import signal
 import time
 from typing import Any
 
@@ -57,6 +58,14 @@ def test_only_the_registered_pcs_heartbeats_count(analyzer: Analyzer, pc: Pc, ma
     pc.send_heartbeat(mask=0x2000, rest=b"N62A0001234".ljust(15, b"\0"))
     assert pc.heartbeat_answered.wait(5)
     assert analyzer.zelapp.expect(PcConnection).connected
+
+
+def test_a_daemon_that_was_stopped_goes_on(analyzer: Analyzer, connected_pc: Pc) -> None:
+    for _ in range(3):
+        analyzer.daemon.signal(signal.SIGSTOP)
+        analyzer.daemon.signal(signal.SIGCONT)
+        connected_pc.scan()
+    assert "UDP disconnection confirmed" not in analyzer.daemon.log()
 
 
 def test_one_log_line_in_121_heartbeats(analyzer: Analyzer, connected_pc: Pc) -> None:
