@@ -6,8 +6,11 @@ numbers are little-endian.
 
 from __future__ import annotations
 
+import fcntl
 import socket
 import struct
+import sys
+import termios
 import time
 from collections.abc import Callable
 from dataclasses import dataclass, field
@@ -178,6 +181,11 @@ class ZelApp:
 
     def send(self, message_id: int, payload: bytes = b"") -> None:
         self.send_raw(frame(message_id, payload))
+
+    def unread(self) -> int:
+        """0 once the daemon has read all that was sent, else the memory that the rest takes."""
+        assert self.socket
+        return int.from_bytes(fcntl.ioctl(self.socket, termios.TIOCOUTQ, bytes(4)), sys.byteorder)
 
     def receive(self, timeout: float = 5) -> Message:
         """The next message, whatever it is. Its frame and CRC are checked."""

@@ -58,8 +58,8 @@ class Company:
     def __init__(self, analyzer: Analyzer, records: Records, seed: int, failed: Callable[[str, str], None]):
         self.sandbox, self.records, self._failed = analyzer.sandbox, records, failed
         self._seed, self._visits = seed, 0
-        # Any packet that the daemon sends over TCP discards an acknowledgement that it has not looked at yet. Held by
-        # whoever asks over TCP, and from a result to its outcome.
+        # An answer to anybody discards an acknowledgement that no result waits for. Held by whoever asks over TCP, and by
+        # whoever looks for such an acknowledgement.
         self.answers = threading.Lock()
         self._stopped = threading.Event()
         self._threads: list[threading.Thread] = []

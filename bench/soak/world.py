@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 import random
-import select
 import socket
 import struct
 import time
@@ -218,27 +217,10 @@ class World:
     # The registered PC
 
     def connect(self) -> None:
-        """The registered PC, which had no session, connects; it is current at once.
-
-        The analyzer may still be busy with the end of the session before and end this one with it; then the PC connects
-        again, as whenever its session is ended.
-        """
-        while True:
-            began = time.monotonic()
+        """The registered PC, which had no session, connects; it is current at once."""
+        with self.records.measure("connect to connection status"):
             self.pc.connect()
-            if self._status_or_end():
-                break
-            with self.records.measure("connect again, because the new session was ended"):
-                self.wait_closed(self.pc)
-        self.hear_connected(self.pc)
-        self.records.add("connect to connection status", time.monotonic() - began)
-
-    def _status_or_end(self) -> bool:
-        """Whether ZELApp hears something; false when the PC's session is ended before."""
-        zelapp, pc = self.zelapp.socket, self.pc.tcp
-        ready = select.select([zelapp, pc], [], [], PATIENCE)[0]
-        check(ready, f"ZELApp heard nothing of the connection within {PATIENCE} s")
-        return zelapp in ready
+            self.hear_connected(self.pc)
 
     def wait_closed(self, pc: Pc) -> None:
         """The analyzer ends the PC's session."""
@@ -295,14 +277,13 @@ class World:
     def _result_reaches(self, pc: Pc) -> bool:
         self._hear_connections()
         result = self.results.pick()
-        with self.company.answers:
-            self.request(result)
-            try:
-                text = pc.receive_result(2)
-            except (TimeoutError, ConnectionError):
-                text = None
-            while isinstance(outcome := self.receive(), PcConnection):
-                pass
+        self.request(result)
+        try:
+            text = pc.receive_result(2)
+        except (TimeoutError, ConnectionError):
+            text = None
+        while isinstance(outcome := self.receive(), PcConnection):
+            pass
         self.wait_outcome_over()
         if text is None:
             check(isinstance(outcome, ResultFailed), f"ZELApp heard {outcome} of a result that nobody received")
@@ -345,15 +326,14 @@ class World:
         result = self.results.pick()
         # The daemon pauses for a second after it waited five in vain for ZELApp, and after what it could not use.
         rested = time.monotonic() - self.served > ZELAPP_SILENCE
-        with self.company.answers:
-            with self.records.measure("result: request to packet" + ", after a pause" * rested):
-                self.request(result)
-                text = self.pc.receive_result(PATIENCE, acknowledge=False)
-            check_text(text, result)
-            self.results.check_marks("before the PC acknowledged")
-            with self.records.measure("result: acknowledgement to 0x0513"):
-                self.pc.send(Command.RESULT)
-                self.hear(ResultSent)
+        with self.records.measure("result: request to packet" + ", after a pause" * rested):
+            self.request(result)
+            text = self.pc.receive_result(PATIENCE, acknowledge=False)
+        check_text(text, result)
+        self.results.check_marks("before the PC acknowledged")
+        with self.records.measure("result: acknowledgement to 0x0513"):
+            self.pc.send(Command.RESULT)
+            self.hear(ResultSent)
         self.results.acknowledged(result)
         self.results.check_marks("after the PC acknowledged")
         self.active = True

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <memory>
 #include <thread>
+#include <utility>
 
 #include "common/Bytes.h"
 #include "common/Constants.h"
@@ -37,6 +38,24 @@ CConnectionMonitor* CConnectionMonitor::GetInstance() {
 }
 
 CConnectionMonitor::CConnectionMonitor() : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)) {}
+
+bool CConnectionMonitor::ClaimLink(std::shared_ptr<IPCSession> session) {
+    const std::lock_guard lock(linkMutex_);
+    CDeviceInfo* device = CDeviceInfo::GetInstance();
+    if (device->GetSession() != nullptr) {
+        return false;
+    }
+    // In this order: a current session whose link does not count as up would be stopped.
+    SetTCPConnection(true);
+    return device->ClaimSession(std::move(session));
+}
+
+void CConnectionMonitor::ReleaseLink(const IPCSession& session) {
+    const std::lock_guard lock(linkMutex_);
+    if (CDeviceInfo::GetInstance()->ReleaseSession(&session)) {
+        SetTCPConnection(false);
+    }
+}
 
 void CConnectionMonitor::SetTCPConnection(bool connected) {
     static constexpr char kTag[] = "[CConnectionMonitor::SetTCPConnection]";
@@ -107,6 +126,9 @@ void CConnectionMonitor::AnnounceIPChange() {
 }
 
 void CConnectionMonitor::Check() {
+    CDeviceInfo* device = CDeviceInfo::GetInstance();
+    // Taken first: a PC that connects again while ZELApp is told of the loss has a new session, which nothing ails.
+    const auto session = device->GetSession();
     const bool tcp = tcpConnected_;
     const bool udp = udpConnected_;
     const bool up = tcp && udp;
@@ -118,7 +140,6 @@ void CConnectionMonitor::Check() {
     log_->WriteInfo("%s connection success TCP(%c), UDP(%c)\n", kRunTag, tcp ? 'T' : 'F', udp ? 'T' : 'F');
     CUDSServer::GetInstance()->SendMessagePCCon(up);
 
-    CDeviceInfo* device = CDeviceInfo::GetInstance();
     if (up) {
         if (device->GetStatus() == DeviceStatus::kDisconnect) {
             device->SetStatus(DeviceStatus::kRegistered);
@@ -128,11 +149,9 @@ void CConnectionMonitor::Check() {
     if (device->GetStatus() != DeviceStatus::kDisconnect) {
         device->SetStatus(DeviceStatus::kDisconnect);
     }
-    if (const auto session = device->GetSession()) {
+    if (session != nullptr) {
         session->StopSession();
-        // In this order: once it is released, another session may claim its place and report the link up.
-        SetTCPConnection(false);
-        device->ReleaseSession(session.get());
+        ReleaseLink(*session);
     }
 }
 

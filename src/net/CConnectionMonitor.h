@@ -1,6 +1,8 @@
 #pragma once
 
 #include <atomic>
+#include <memory>
+#include <mutex>
 
 #include "common/CInstance.h"
 #include "net/ILinkMonitor.h"
@@ -18,7 +20,9 @@ public:
 
     CConnectionMonitor();
 
-    void SetTCPConnection(bool connected) override;
+    bool ClaimLink(std::shared_ptr<IPCSession> session) override;
+    void ReleaseLink(const IPCSession& session) override;
+    void SetTCPConnection(bool connected);
     void SetUDPConnection(bool connected) override;
 
     /// Whether the PC was last reported as connected.
@@ -42,6 +46,7 @@ private:
     static CInstance<CConnectionMonitor> instance_;
 
     QENFx::Log::FileLog* log_;
+    std::mutex linkMutex_;  ///< makes one step of a session's change and its link's
     std::atomic<bool> tcpConnected_{false};
     std::atomic<bool> udpConnected_{false};
     std::atomic<bool> connected_{false};

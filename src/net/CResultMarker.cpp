@@ -3,13 +3,29 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <mutex>
+
 #include "common/CDescriptor.h"
 
 namespace {
 
 constexpr char kPath[] = "/tmp/rm_send_result_success";
 
+std::mutex awaitedMutex;
+int awaited = 0;
+
 }  // namespace
+
+CResultMarker::Awaited::Awaited() {
+    const std::lock_guard lock(awaitedMutex);
+    ++awaited;
+    Remove();
+}
+
+CResultMarker::Awaited::~Awaited() {
+    const std::lock_guard lock(awaitedMutex);
+    --awaited;
+}
 
 void CResultMarker::Create() {
     const CDescriptor file(open(kPath, O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
@@ -21,4 +37,11 @@ void CResultMarker::Remove() {
 
 bool CResultMarker::Exists() {
     return access(kPath, F_OK) == 0;
+}
+
+void CResultMarker::RemoveStale() {
+    const std::lock_guard lock(awaitedMutex);
+    if (awaited == 0) {
+        Remove();
+    }
 }

@@ -15,7 +15,6 @@
 #include "common/Bytes.h"
 #include "common/Constants.h"
 #include "config/CConfigMgr.h"
-#include "config/CDeviceInfo.h"
 #include "net/CNetUtils.h"
 #include "net/CResultMarker.h"
 #include "net/PCCommand.h"
@@ -97,10 +96,15 @@ void CTCPSession::CloseSocket() {
 
 int CTCPSession::SendMessage(std::span<const std::uint8_t> packet) {
     static constexpr char kTag[] = "[CTCPSession::SendMessage]";
-    // An acknowledgement that is still there belongs to an earlier packet.
-    CResultMarker::Remove();
     if (packet.size() < CPCMsg::kHeaderSize) {
         return -1;
+    }
+    // An acknowledgement that is still there belongs to an earlier packet.
+    std::optional<CResultMarker::Awaited> awaited;
+    if (IsResult(packet)) {
+        awaited.emplace();
+    } else {
+        CResultMarker::RemoveStale();
     }
     const SocketPtr socket = Socket();
     int sent = 0;
@@ -117,7 +121,7 @@ int CTCPSession::SendMessage(std::span<const std::uint8_t> packet) {
     }
     idleWake_.notify_all();
 
-    if (IsResult(packet) && !WaitAcknowledgement()) {
+    if (awaited && !WaitAcknowledgement()) {
         log_->WriteError("%s There is not ACK message from PC", kTag);
         return -1;
     }
@@ -264,13 +268,7 @@ void CTCPSession::BecomeCurrentIfRegistered() {
     if (address.empty() || address != CConfigMgr::GetInstance()->GetContents(kPCIPAddress)) {
         return;
     }
-    CDeviceInfo* device = CDeviceInfo::GetInstance();
-    if (device->GetSession() != nullptr) {
-        return;
-    }
-    // In this order: a current session whose link does not count as up would be stopped by the monitor.
-    monitor_->SetTCPConnection(true);
-    if (device->ClaimSession(shared_from_this())) {
+    if (monitor_->ClaimLink(shared_from_this())) {
         log_->WriteInfo("%s [%s] TCP session reconnected", kRunTag, address.c_str());
     }
 }
@@ -310,12 +308,7 @@ int CTCPSession::Run() {
 
     CloseSocket();
     routes_.sessionEnded(self);
-    CDeviceInfo* device = CDeviceInfo::GetInstance();
-    if (device->GetSession().get() == this) {
-        // In this order: once it is released, another session may claim its place and report the link up.
-        monitor_->SetTCPConnection(false);
-        device->ReleaseSession(this);
-    }
+    monitor_->ReleaseLink(*this);
     return 0;
 }
 

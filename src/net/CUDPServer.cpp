@@ -87,13 +87,10 @@ int CUDPServer::ReceiveMessage(CPCMsg& message) {
     std::array<std::uint8_t, kMaxDatagram> buffer{};
     sockaddr_in& peer = message.GetPeerAddress();
     socklen_t peerLength = sizeof(peer);
-    // MSG_TRUNC gives the size that the datagram had, so that one that was cut cannot pass for a whole one.
-    ssize_t received = -1;
-    do {
-        received = recvfrom(socket_.Get(), buffer.data(), buffer.size(), MSG_TRUNC, reinterpret_cast<sockaddr*>(&peer),
-                            &peerLength);
-        // A process that was stopped and goes on is interrupted; that is no silence of the PC.
-    } while (received < 0 && errno == EINTR);
+    // MSG_TRUNC gives the size that the datagram had, so that one that was cut cannot pass for a whole one. A process
+    // that was stopped and goes on is interrupted; that is no silence of the PC.
+    const ssize_t received = TEMP_FAILURE_RETRY(recvfrom(socket_.Get(), buffer.data(), buffer.size(), MSG_TRUNC,
+                                                         reinterpret_cast<sockaddr*>(&peer), &peerLength));
     if (received < 0) {
         return -1;
     }

@@ -124,7 +124,9 @@ int CUDSServer::ServerOpen(const char* path) {
 
 int CUDSServer::ReceivePiece(std::span<std::uint8_t> piece) {
     static constexpr char kTag[] = "[CUDSServer::ReceiveMessage]";
-    const ssize_t received = recv(client_.Get(), piece.data(), piece.size(), MSG_WAITALL);
+    // A process that was stopped and goes on is interrupted; giving up then would take the rest of a message for the
+    // next one.
+    const ssize_t received = TEMP_FAILURE_RETRY(recv(client_.Get(), piece.data(), piece.size(), MSG_WAITALL));
     if (received < 0) {
         log_->WriteError("%s Receive failed: %s", kTag, strerror(errno));
         return -1;
@@ -177,7 +179,7 @@ int CUDSServer::ReceiveMessage(CUDSMsg& message) {
 
 int CUDSServer::SendMessage(std::span<const std::uint8_t> packet) {
     static constexpr char kTag[] = "[CUDSServer::SendMessage]";
-    const ssize_t sent = send(clientDescriptor_, packet.data(), packet.size(), 0);
+    const ssize_t sent = TEMP_FAILURE_RETRY(send(clientDescriptor_, packet.data(), packet.size(), 0));
     if (sent < 0) {
         log_->WriteError("%s send error: %s", kTag, strerror(errno));
         return 0;

@@ -1,5 +1,9 @@
 #pragma once
 
+#include <memory>
+
+#include "config/IPCSession.h"
+
 /// Whom the endpoints tell what they see of the two links to the PC. Called from any thread.
 class ILinkMonitor {
 public:
@@ -8,6 +12,11 @@ public:
     ILinkMonitor& operator=(const ILinkMonitor&) = delete;
     virtual ~ILinkMonitor() = default;
 
-    virtual void SetTCPConnection(bool connected) = 0;
+    /// Makes this session the current one and counts the TCP link as up, unless there is one. Returns whether it did.
+    [[nodiscard]] virtual bool ClaimLink(std::shared_ptr<IPCSession> session) = 0;
+
+    /// Forgets this session and counts the TCP link as down if it is the current one.
+    virtual void ReleaseLink(const IPCSession& session) = 0;
+
     virtual void SetUDPConnection(bool connected) = 0;
 };

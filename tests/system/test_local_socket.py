@@ -2,10 +2,12 @@
 
 from __future__ import annotations
 
+import signal
 import struct
 import time
 
 from bench.analyzer import PATIENT_ID, Analyzer
+from bench.daemon import wait_until
 from bench.pc import Pc
 from bench.pcpacket import Command
 from bench.zelapp import PATIENT, ResultSent, crc16_arc, frame
@@ -26,6 +28,14 @@ def test_a_message_may_arrive_in_pieces(analyzer: Analyzer, connected_pc: Pc) ->
         analyzer.zelapp.send_raw(SEND_RESULT[:cut])
         time.sleep(0.3)  # so that the daemon reads a short piece first
         send_result_and_see(analyzer, connected_pc, SEND_RESULT[cut:])
+
+
+def test_a_daemon_that_is_stopped_within_a_message_goes_on(analyzer: Analyzer, connected_pc: Pc) -> None:
+    analyzer.zelapp.send_raw(SEND_RESULT[:6])
+    wait_until(lambda: analyzer.zelapp.unread() == 0, 5, "the header is read")
+    analyzer.daemon.signal(signal.SIGSTOP)
+    analyzer.daemon.signal(signal.SIGCONT)
+    send_result_and_see(analyzer, connected_pc, SEND_RESULT[6:])
 
 
 def test_a_wrong_crc_drops_the_message_only(analyzer: Analyzer, connected_pc: Pc) -> None:

@@ -23,11 +23,7 @@ bool CFileSource::Seek(off_t offset) {
 }
 
 ssize_t CFileSource::Fill(std::span<std::uint8_t> buffer) {
-    ssize_t count = -1;
-    do {
-        count = read(file_.Get(), buffer.data(), buffer.size());
-    } while (count < 0 && errno == EINTR);
-    return count;
+    return TEMP_FAILURE_RETRY(read(file_.Get(), buffer.data(), buffer.size()));
 }
 
 }  // namespace RMUP::Process

@@ -5,11 +5,13 @@
 #include <mutex>
 
 #include "config/CConfigMgr.h"
+#include "net/CConnectionMonitor.h"
 #include "net/CTCPSession.h"
 #include "unit/support/Sockets.h"
 
 namespace UnitTest {
 
+using RMUP::Net::CConnectionMonitor;
 using RMUP::Net::CTCPSession;
 
 /// Sessions over loopback whose packets are kept.
@@ -20,7 +22,7 @@ protected:
     /// A session that its own thread serves; from now on no call on its socket blocks.
     static std::shared_ptr<CTCPSession> Serve(CDescriptor device) {
         const int descriptor = device.Get();
-        auto session = std::make_shared<CTCPSession>(std::move(device), kTCP, nullptr);
+        auto session = std::make_shared<CTCPSession>(std::move(device), kTCP, CConnectionMonitor::GetInstance());
         session->Launch();
         EXPECT_TRUE(WaitUntil([descriptor] { return (fcntl(descriptor, F_GETFL) & O_NONBLOCK) != 0; }));
         return session;

@@ -17,7 +17,7 @@ class TCPSendTest : public SessionTest {};
 // stale one left for the next result.
 TEST_F(TCPSendTest, SendsErrorNotices) {
     TCPPair pair;
-    CTCPSession session(std::move(pair.device), kTCP, nullptr);
+    CTCPSession session(std::move(pair.device), kTCP, CConnectionMonitor::GetInstance());
     CResultMarker::Create();
     EXPECT_EQ(session.SendErrorMessage(0x41, 0x07, 0x000E), 0);
     EXPECT_EQ(Receive(pair.pc, 9), Hex("0AFF 07 41 01 0012 000E"));
@@ -25,14 +25,19 @@ TEST_F(TCPSendTest, SendsErrorNotices) {
     EXPECT_EQ(Logged("INFO 0A FF 07 41  01 00 12 00  0E "), 1);
 }
 
-// Faults: a result told as sent without the PC's acknowledgement or with that of an earlier one, a wait given up early.
+// Faults: a result told as sent without the PC's acknowledgement or with that of an earlier one, a wait given up early,
+// an acknowledgement that is lost because another PC is answered meanwhile.
 TEST_F(TCPSendTest, AResultWaitsForItsAcknowledgement) {
     TCPPair pair;
-    CTCPSession session(std::move(pair.device), kTCP, nullptr);
+    CTCPSession session(std::move(pair.device), kTCP, CConnectionMonitor::GetInstance());
+    TCPPair neighbour;
+    CTCPSession other(std::move(neighbour.device), kTCP, CConnectionMonitor::GetInstance());
     const Buffer result = Hex("7B01 01 30 01 0010 4D");
     std::thread pc([&] {
         EXPECT_EQ(Receive(pair.pc, 8), result);
+        EXPECT_EQ(other.SendErrorMessage(0x41, 0x07, 0x000E), 0);
         CResultMarker::Create();
+        EXPECT_EQ(other.SendErrorMessage(0x41, 0x07, 0x000E), 0);
     });
     EXPECT_EQ(session.SendMessage(result), 8);
     pc.join();
@@ -59,7 +64,7 @@ TEST_F(TCPSendTest, APartlySentPacketGoesOutAgainFromItsStart) {
     }
     int sent = 0;
     std::thread sender([&, device = std::move(pair.device)]() mutable {
-        sent = CTCPSession(std::move(device), kTCP, nullptr).SendMessage(packet);
+        sent = CTCPSession(std::move(device), kTCP, CConnectionMonitor::GetInstance()).SendMessage(packet);
     });
     Buffer received;
     for (Buffer piece; !(piece = Receive(pair.pc, 1000)).empty();) {
