@@ -45,9 +45,5 @@ constexpr void (*kDecoders[])(std::string_view) = {&Decode<ACK>,     &Decode<OML
 
 /// An HL7 text, read as the message type that the first byte chooses.
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    Fuzz::SilenceDecoder();
-    Fuzz::Bytes input(data, size);
-    const std::size_t type = Fuzz::TakeByte(input) % std::size(kDecoders);
-    kDecoders[type](Fuzz::Text(input));
-    return 0;
+    return Fuzz::DecodeChosen(kDecoders, data, size);
 }

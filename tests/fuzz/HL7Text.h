@@ -31,4 +31,14 @@ inline void SilenceDecoder() {
     Require(nowhere != nullptr, "there is a /dev/null");
 }
 
+/// Hands the text behind the first byte to the decoder that this byte chooses.
+inline int DecodeChosen(std::span<void (*const)(std::string_view)> decoders, const std::uint8_t* data,
+                        std::size_t size) {
+    SilenceDecoder();
+    Bytes input(data, size);
+    const std::size_t chosen = TakeByte(input) % decoders.size();
+    decoders[chosen](Text(input));
+    return 0;
+}
+
 }  // namespace Fuzz

@@ -26,6 +26,17 @@ void SetHeader(Wrap& wrap, bool fromAnalyzer, const char* controlId) {
     }
 }
 
+template <class Wrap>
+void SetPatient(Wrap& wrap) {
+    wrap.SetPatient("P-4711", "Doe", "Jane", "19750309", "F", "CANINE", "W-3", "Dog");
+}
+
+template <class Wrap>
+void SetSpecimen(Wrap& wrap) {
+    wrap.SetSpecimen("S-42", "SER", "P");
+    wrap.SetContainer("T-7", "C-2", "5");
+}
+
 std::string Acknowledgment() {
     ZELHL7::CACKWrap wrap;
     SetHeader(wrap, false, "A-1");
@@ -38,10 +49,9 @@ std::string Acknowledgment() {
 std::string WorkOrder() {
     ZELHL7::COML_O33Wrap wrap;
     SetHeader(wrap, false, "M-17");
-    wrap.SetPatient("P-4711", "Doe", "Jane", "19750309", "F", "CANINE", "W-3", "Dog");
+    SetPatient(wrap);
     wrap.SetVisit("I", "V-9");
-    wrap.SetSpecimen("S-42", "SER", "P");
-    wrap.SetContainer("T-7", "C-2", "5");
+    SetSpecimen(wrap);
     wrap.AddOrder({"NW", "O-1", "20230517140000", "S", "LIVER6", "Liver 6", "Miller"});
     wrap.AddOrder({"NW", "O-2", "20230517140001", "R", "RENAL2", "Renal 2", "Miller"});
     return TextOf(wrap);
@@ -52,9 +62,8 @@ std::string OrderAnswer() {
     SetHeader(wrap, true, "0");
     wrap.SetAcknowledgment("AA", "M-17", "");
     wrap.SetError("OBR", "2", "4", "103", "Table value not found", "W");
-    wrap.SetPatient("P-4711", "Doe", "Jane", "19750309", "F", "CANINE", "W-3", "Dog");
-    wrap.SetSpecimen("S-42", "SER", "P");
-    wrap.SetContainer("T-7", "C-2", "5");
+    SetPatient(wrap);
+    SetSpecimen(wrap);
     wrap.AddOrder({"OK", "O-1", "F-1", "SC", "20230517140002"});
     wrap.AddOrder({"UA", "O-2", "F-2", "CA", "20230517140003"});
     return TextOf(wrap);
@@ -63,7 +72,7 @@ std::string OrderAnswer() {
 std::string Result() {
     ZELHL7::COUL_R22Wrap wrap;
     SetHeader(wrap, true, "0");
-    wrap.SetPatient("P-4711", "Doe", "Jane", "19750309", "F", "CANINE", "W-3", "Dog");
+    SetPatient(wrap);
     wrap.SetSpecimen("SER", "P");
     wrap.SetContainer("1", "2", "0", "3.1");
     wrap.SetInventory("Orvela Control", "Level 1", "QL77", "20241231");

@@ -11,42 +11,7 @@ protected:
     AnalyzerDatabase database_;
 };
 
-/// One text of the first row; "none" without a row.
-std::string First(const CRmDao::Table& table, const char* column) {
-    if (table == nullptr || !table->MoveNext()) {
-        return "none";
-    }
-    return table->getCurrent()->getString(column);
-}
-
 }  // namespace
-
-// Faults: a statement on the wrong table, a result marked that was not meant, a history column exchanged with another.
-TEST_F(RmDaoTest, ReadsAndMarksResults) {
-    database_.Execute(
-        "INSERT INTO Tb_Result_Summary (ResultID, PatientID) VALUES (1, 'P1'), (2, 'P2');"
-        "INSERT INTO Tb_Ctrl_Summary (ResultID, ControlID) VALUES (1, 'C1'), (2, 'C2');"
-        "INSERT INTO Tb_Result_Data (ResultID, AnalyteID) VALUES (2, 'GLU'), (2, NULL);"
-        "INSERT INTO Tb_Ctrl_Data (ResultID, AnalyteID) VALUES (2, 'ALB');");
-    CRmDao dao;
-    EXPECT_EQ(First(dao.GetResultSummary("ResultID = 2"), "PatientID"), "P2");
-    EXPECT_EQ(First(dao.GetControlSummary("ResultID = 2"), "ControlID"), "C2");
-    EXPECT_EQ(First(dao.GetResultData("ResultID = 2"), "AnalyteID"), "GLU");
-    EXPECT_EQ(First(dao.GetResultData("ResultID = 2 AND AnalyteID IS NULL"), "AnalyteID"), "");
-    EXPECT_EQ(First(dao.GetControlData("ResultID = 2"), "AnalyteID"), "ALB");
-    EXPECT_EQ(First(dao.GetResultSummary("ResultID = 3"), "PatientID"), "none");
-    EXPECT_EQ(LogLines(), std::vector<std::string>(2, "INFO [CRmDao::GetResultSummary] Select complete"));
-
-    EXPECT_EQ(dao.SetSyncResult("ResultID = 2"), 0);
-    EXPECT_EQ(dao.SetSyncCtrlResult("ResultID = 1"), 0);
-    EXPECT_EQ(database_.Values("SELECT PCSync FROM Tb_Result_Summary ORDER BY ResultID"), "0 1 ");
-    EXPECT_EQ(database_.Values("SELECT PCSync FROM Tb_Ctrl_Summary ORDER BY ResultID"), "1 0 ");
-
-    EXPECT_EQ(dao.SetUpdateHistory("RootF/S", "2023-01-02", "00:01", "1.0", "2.0", "USB"), 0);
-    EXPECT_EQ(database_.Values("SELECT ModuleName, UpdateCompleteTime, ElapsedTime, OldVersion, NewVersion, Method"
-                               " FROM Tb_Update_History"),
-              "RootF/S 2023-01-02 00:01 1.0 2.0 USB ");
-}
 
 // Fault: a value that is not there, or is NULL, read as something else than the empty text.
 TEST_F(RmDaoTest, ReadsSingleValues) {
@@ -83,29 +48,6 @@ TEST_F(RmDaoTest, MissingTablesFail) {
                                 testing::StartsWith("ERROR [CRmDao::GetResultData] Select error: "),
                                 "ERROR [CRmDao::GetClassFromSpeciesID] Select error: no such table: Tb_Species_Feature",
                                 "ERROR [CRmDao::GetAdminPassword] get table error"));
-}
-
-// Faults: a statement that fails although ZELApp holds the database for a moment only, one that waits for ever.
-TEST_F(RmDaoTest, WaitsForALockedDatabase) {
-    using Clock = std::chrono::steady_clock;
-    database_.Execute("INSERT INTO Tb_Result_Summary (ResultID) VALUES (1)");
-    CRmDao dao;
-    database_.Execute("BEGIN EXCLUSIVE");
-    const auto begin = Clock::now();
-    EXPECT_EQ(dao.SetSyncResult("1"), -1);
-    EXPECT_EQ(dao.GetAdminPassword(), "");
-    const auto waited = Clock::now() - begin;
-    EXPECT_GE(waited, std::chrono::milliseconds(400));
-    EXPECT_LT(waited, std::chrono::seconds(5));
-    EXPECT_THAT(LogLines(), testing::ElementsAre("ERROR [CRmDao::SetSyncResult] insert table error",
-                                                 "ERROR [CRmDao::GetAdminPassword] get table error"));
-
-    std::thread zelApp([this] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        database_.Execute("COMMIT");
-    });
-    EXPECT_EQ(dao.SetSyncResult("1"), 0);
-    zelApp.join();
 }
 
 // Faults: an empty database made in the place of one that is missing, a crash without a connection.

@@ -27,22 +27,6 @@ protected:
     HostTest::TempDir dir_;
 };
 
-// Faults: a missing line read as another's value, NULL where the callers need a text, one thread's text overwritten by
-// another's question.
-TEST_F(DeviceTest, Identity) {
-    EXPECT_STREQ(nv_get_value("sn"), "");
-    EXPECT_EQ(nv_get_value("model_type"), nullptr);
-    WriteFile(dir_ / "nv.cfg", "snx=1\nsn=S 1=2 \r\nmodel_type=Veterinary");
-    const char* serial = nv_get_value("sn");
-    EXPECT_STREQ(nv_get_value("model_type"), "Veterinary");
-    EXPECT_STREQ(nv_get_value("project"), "");
-    EXPECT_EQ(nv_get_value("other"), nullptr);
-    EXPECT_EQ(nv_get_value(nullptr), nullptr);
-    WriteFile(dir_ / "nv.cfg", "sn=" + std::string(1000, '9'));
-    std::jthread([] { EXPECT_EQ(std::string(nv_get_value("sn")).substr(0, 3), "999"); }).join();
-    EXPECT_STREQ(serial, "S 1=2");
-}
-
 // Faults: versions given in the order of the image ids, a text that runs into its neighbour, one of two recorded at
 // once lost, a version that breaks the file.
 TEST_F(DeviceTest, Versions) {
@@ -83,48 +67,6 @@ TEST_F(DeviceTest, Versions) {
     std::filesystem::remove(dir_ / "faults.cfg");
     EXPECT_EQ(nv_set_img_version(3, "1234567890123456", 0), 0);
     EXPECT_EQ(ReadLines(dir_ / "versions.cfg")[3], "APP=1234567890123456");
-}
-
-// Faults: a block at a wrong place, a block that cuts what lies behind it, the tail of a longer image left behind a
-// shorter one, a fault that hits another block or image.
-TEST_F(DeviceTest, ImageBlocks) {
-    EXPECT_EQ(upImgWrite(3, "aaaa", 0, 4), 4);
-    EXPECT_EQ(upImgWrite(3, "bbbb", 8, 4), 4);
-    EXPECT_EQ(upImgWrite(3, "cc", 4, 2), 2);
-    EXPECT_EQ(ReadFile(dir_ / "images/3.img"), std::string("aaaacc\0\0bbbb", 12));
-    EXPECT_EQ(upImgWrite(3, "new", 0, 3), 3);
-    EXPECT_EQ(ReadFile(dir_ / "images/3.img"), "new");
-
-    WriteFile(dir_ / "faults.cfg", "upImgWrite.3=fail@4\nupImgWrite.3=fail@8\nupImgWrite.delay_ms=30\n");
-    const auto begin = std::chrono::steady_clock::now();
-    EXPECT_LT(upImgWrite(3, "x", 4, 1), 0);
-    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(30));
-    EXPECT_LT(upImgWrite(3, "x", 8, 1), 0);
-    EXPECT_EQ(upImgWrite(2, "x", 4, 1), 1);
-    EXPECT_EQ(upImgWrite(3, "y", 3, 1), 1);
-    EXPECT_EQ(ReadFile(dir_ / "images/3.img"), "newy");
-    EXPECT_LT(upImgWrite(8, "x", 0, 1), 0);
-    EXPECT_LT(upImgWrite(-1, "x", 0, 1), 0);
-    EXPECT_LT(upImgWrite(0, nullptr, 0, 1), 0);
-    {
-        const HostTest::FullDisk full(50000);
-        EXPECT_LT(upImgWrite(0, std::string(60000, 'x').data(), 0, 60000), 0);
-    }
-}
-
-// Faults: the same partition chosen again, a switch done although it is said to have failed.
-TEST_F(DeviceTest, PartitionSwitch) {
-    WriteFile(dir_ / "faults.cfg", "changeUpActiveIndex=fail");
-    EXPECT_NE(changeUpActiveIndex(), 100);
-    EXPECT_FALSE(std::filesystem::exists(dir_ / "next"));
-    std::filesystem::remove(dir_ / "faults.cfg");
-    EXPECT_EQ(getActiveIndex(), 0);
-    EXPECT_EQ(changeUpActiveIndex(), 100);
-    EXPECT_EQ(ReadFile(dir_ / "next"), "1");
-    WriteFile(dir_ / "active", "1\n");
-    EXPECT_EQ(getActiveIndex(), 1);
-    EXPECT_EQ(changeUpActiveIndex(), 100);
-    EXPECT_EQ(ReadFile(dir_ / "next"), "0");
 }
 
 /// Mounts, looks, unmounts, and mounts again without the stick.
@@ -174,42 +116,6 @@ TEST_F(DeviceTest, UsbStick) {
         ::_exit(HasFailure() ? 1 : 0);
     });
     EXPECT_EQ(HostTest::WaitFor(child), 0);
-}
-
-// Faults: a call that is not recorded, its data in the record, lines of several threads mixed, a text that forges a
-// line.
-TEST_F(DeviceTest, CallsAreRecorded) {
-    const std::string block(131072, 'x');
-    checkUsbConnect();
-    usbMount(0, (dir_ / "none/").c_str());
-    upImgWrite(3, block.data(), 131072, 131072);
-    upImgWrite(9, block.data(), 0, 1);
-    getActiveIndex();
-    changeUpActiveIndex();
-    nv_get_value("sn");
-    nv_get_value("a\nchangeUpActiveIndex");
-    char all[8][16];
-    nv_get_img_version_all(all[0]);
-    nv_set_img_version(3, "1.02.03.0004\0\0\0", 0);
-    EXPECT_EQ(ReadLines(dir_ / "calls.log"),
-              (std::vector<std::string>{"checkUsbConnect", "usbMount 0 " + (dir_ / "none/"),
-                                        "upImgWrite 3 131072 131072", "upImgWrite 9 0 1", "getActiveIndex",
-                                        "changeUpActiveIndex", "nv_get_value sn", "nv_get_value a?changeUpActiveIndex",
-                                        "nv_get_img_version_all", "nv_set_img_version 3 1.02.03.0004 0"}));
-
-    std::filesystem::remove(dir_ / "calls.log");
-    {
-        std::vector<std::jthread> threads;
-        for (unsigned thread = 0; thread < 4; ++thread) {
-            threads.emplace_back([] {
-                for (int i = 0; i < 100; ++i) {
-                    nv_get_value("project");
-                }
-            });
-        }
-    }
-    const auto lines = ReadLines(dir_ / "calls.log");
-    EXPECT_EQ(std::count(lines.begin(), lines.end(), "nv_get_value project"), 400);
 }
 
 }  // namespace

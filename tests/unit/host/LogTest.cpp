@@ -9,7 +9,6 @@
 #include <thread>
 
 #include "TempDir.h"
-#include "platform/Service.h"
 
 using HostTest::ReadLines;
 using QENFx::Log::FileLog;
@@ -129,37 +128,6 @@ TEST_F(LogTest, ChannelsOutliveTheLogger) {
     Logger::DestroyLogger();
     log->WriteInfo("after");
     EXPECT_EQ(ReadLines(file_).size(), 1u);
-}
-
-class Chatter final : public QENFx::Service::Thread {
-public:
-    int Run() override {
-        FileLog* log = Logger::getLogger()->getLog("[RMUP]");
-        for (int i = 0;; ++i) {
-            log->WriteInfo("line %d of a worker that nobody stops", i);
-        }
-    }
-};
-
-// Fault: a logger destroyed, or its lock waited for, while the process exits: a crash, or a process that stays, which
-// the alarm ends with another status.
-TEST_F(LogTest, ExitWhileWorkersLog) {
-    const pid_t child = HostTest::InChild([this] {
-        ::alarm(20);
-        // Runs after the destructors of whatever is made from here on, and gives the workers time to meet it.
-        std::atexit([] { ::usleep(100000); });
-        std::vector<std::unique_ptr<Chatter>> workers(4);
-        for (auto& worker : workers) {
-            worker = std::make_unique<Chatter>();
-            worker->Start();
-        }
-        while (!std::filesystem::exists(dir_ / "new/log/ZELRmUp.1.log")) {
-            ::usleep(1000);
-        }
-        std::exit(1);
-    });
-    const int status = HostTest::WaitFor(child);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status;
 }
 
 }  // namespace

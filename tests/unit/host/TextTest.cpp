@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/Crc16.h"
-
-using QENFx::Common::String;
 using QENFx::Common::Version;
 
 namespace {
@@ -22,23 +19,6 @@ TEST(VersionTest, ComparesFieldsAndReadsAnythingElseAsNone) {
     }
     EXPECT_EQ(Version(std::string_view("1.2.3.4\0", 8)), Version());
     EXPECT_EQ(Version().getVersion(), "0.00.00.0000");
-}
-
-// Faults: a buffer of fixed size, the text destroyed before it is used as an argument.
-TEST(StringTest, FormatsAnyLength) {
-    String text(std::string(5000, 'a'));
-    text.Format("<%s|%d>", text.c_str(), 7);
-    EXPECT_EQ(text.str(), "<" + std::string(5000, 'a') + "|7>");
-    text.Format("%s", "");
-    EXPECT_EQ(text.str(), "");
-}
-
-// Fault: another polynomial, bit order or start value.
-TEST(Crc16Test, CheckValue) {
-    const std::string text = "123456789";
-    const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
-    EXPECT_EQ(QENFx::Common::Convertor::CRC16::crc16(bytes, text.size()), 0xBB3D);
-    EXPECT_EQ(QENFx::Common::Convertor::CRC16::crc16(nullptr, 0), 0);
 }
 
 }  // namespace

@@ -38,25 +38,6 @@ TEST_F(UDSServerTest, ThePathHasALimit) {
     EXPECT_EQ(Logged("ERROR [CUDSServer::ServerOpen] Bind error: No such file or directory"), 1);
 }
 
-// Faults: a message given up because it comes in pieces or runs into the next; a wrong CRC that costs the next message.
-TEST_F(UDSServerTest, ReceivesMessages) {
-    const CDescriptor zelApp = Connect();
-    const Buffer message = LocalMessage(0x0510, Hex("01 02 03"));
-    std::thread sender([&] { SendInPieces(zelApp, message); });
-    EXPECT_EQ(ReceiveMessage(), 12);
-    sender.join();
-    EXPECT_TRUE(std::ranges::equal(message_.GetPayload(), Hex("01 02 03")));
-
-    Buffer several = message;
-    several[7] ^= 1;
-    std::ranges::copy(LocalMessage(0x0564, {}), std::back_inserter(several));
-    Send(zelApp, several);
-    EXPECT_EQ(ReceiveMessage(), -1);
-    EXPECT_EQ(Logged("ERROR [CUDSServer::ReceiveMessage] CRC checksum error"), 1);
-    EXPECT_EQ(ReceiveMessage(), 9);
-    EXPECT_EQ(message_.GetMessageId(), 0x0564);
-}
-
 // Faults: half a message handed on, a short trailer that is not looked at any further, an end taken for a message.
 TEST_F(UDSServerTest, ShortMessagesFail) {
     Buffer cut = LocalMessage(0x0510, Hex("01"));

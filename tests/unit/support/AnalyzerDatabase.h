@@ -41,19 +41,6 @@ public:
             << sqlite3_errmsg(connection_);
     }
 
-    /// The values of all rows in their order, each followed by a blank.
-    std::string Values(const std::string& query) {
-        std::string values;
-        const auto append = [](void* into, int count, char** columns, char**) {
-            for (int i = 0; i < count; ++i) {
-                *static_cast<std::string*>(into) += std::string(columns[i] == nullptr ? "NULL" : columns[i]) + " ";
-            }
-            return 0;
-        };
-        EXPECT_EQ(sqlite3_exec(connection_, query.c_str(), append, &values, nullptr), SQLITE_OK);
-        return values;
-    }
-
     static constexpr char kPath[] = "/data/db/analyzer.db";
 
 private:

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <functional>
 
 #include "config/IPCSession.h"
 #include "unit/support/ServiceTest.h"
@@ -12,10 +11,6 @@ namespace UnitTest {
 class ScriptedSession : public IPCSession {
 public:
     int SendMessage(std::span<const std::uint8_t> packet) override {
-        onSend();
-        if (packet.empty() || fails) {
-            return -1;
-        }
         sent.emplace_back(packet.begin(), packet.end());
         return static_cast<int>(packet.size());
     }
@@ -31,8 +26,6 @@ public:
     bool GetUpdateFlag() const override { return updateFlag; }
 
     std::string address = "127.0.0.1";
-    bool fails = false;
-    std::function<void()> onSend = [] {};
     Buffers sent;
     Buffers errors;  ///< sub-tag, tag and the two bytes of the code
     std::atomic<bool> stopped{false};

@@ -79,7 +79,7 @@ inline void Send(const CDescriptor& to, std::span<const std::uint8_t> bytes) {
     EXPECT_EQ(send(to.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
 }
 
-/// Sends byte by byte, the next one when the one before has arrived; at a local socket, when it was read.
+/// Sends byte by byte, the next one when the one before has arrived.
 inline void SendInPieces(const CDescriptor& to, std::span<const std::uint8_t> bytes) {
     for (; !bytes.empty(); bytes = bytes.subspan(1)) {
         Send(to, bytes.first(1));

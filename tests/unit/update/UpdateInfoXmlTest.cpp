@@ -29,21 +29,6 @@ protected:
     ImageInfos images_;
 };
 
-TEST_F(UpdateInfoXml, OfferOfTheOwnModel) {
-    const UpdateInfo info = Parse(Models(kApp));
-    ASSERT_EQ(info.error, UpdateInfoError::kNone);
-    EXPECT_EQ(info.model, "N62");
-    ASSERT_EQ(info.offers.size(), 1U);
-    EXPECT_EQ(info.offers[0].image, kAppImage);
-    EXPECT_EQ(info.offers[0].version, Version("1.2.3.4"));
-    EXPECT_EQ(info.offers[0].path, "/a");
-
-    identity_ = {"Veterinary", "N62"};
-    EXPECT_TRUE(Parse(Models(kApp)).offers.empty());
-    identity_ = {"Other", ""};
-    EXPECT_EQ(Parse(Models(kApp)).error, UpdateInfoError::kOtherModels);
-}
-
 // Faults: part of a document taken although the rest is not in order, a path that breaks the request line.
 TEST_F(UpdateInfoXml, WholeDocumentOrNothing) {
     EXPECT_EQ(Parse("").error, UpdateInfoError::kNoModels);
