@@ -159,4 +159,3 @@ def message_in_pieces(world: World) -> None:
     world.results.acknowledged(result)
     world.results.check_marks("of a request in pieces")
     world.active = True
-

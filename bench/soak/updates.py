@@ -268,4 +268,3 @@ def stalled_push(world: World) -> None:
     world.pc.send(Command.IMAGE_DATA, files[APP][:IMAGE_PIECE], flag=True)
     fail(world)
     wait_idle(world)
-
