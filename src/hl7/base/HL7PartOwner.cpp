@@ -116,9 +116,7 @@ HL7PartStore& HL7PartOwner::Store() {
 
 void HL7PartOwner::Grow(std::size_t count) {
     auto** grown = static_cast<HL7Object**>(Store().Allocate(count * sizeof(HL7Object*)));
-    for (std::size_t index = 0; index < count; ++index) {
-        grown[index] = index < made_ ? parts_[index] : nullptr;
-    }
+    std::fill(std::copy_n(parts_, made_, grown), grown + count, nullptr);
     parts_ = grown;
     made_ = static_cast<std::uint8_t>(count);
 }
