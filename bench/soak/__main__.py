@@ -25,8 +25,8 @@ from bench.soak.world import LifeOver, World
 
 # Operation -> how often it comes in a round; the daemon is mostly asked, and some things take their time.
 OPERATIONS: dict[Callable[[World], None], int] = {
-    operations.scan: 6,
-    operations.device_information: 8,
+    operations.scans: 6,
+    operations.device_information_requests: 8,
     operations.heartbeat: 4,
     operations.results: 16,
     operations.result_that_does_not_exist: 3,

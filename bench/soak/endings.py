@@ -102,4 +102,4 @@ def end(world: World, name: str) -> None:
         check(notice.payload == b"\x00\x08" + socket.inet_aton(ANALYZER_ADDRESS), f"the PC was told {notice}")
     world.connect()
     world.transfer()
-    operations.device_information(world)  # the PC is registered, and the versions are those of the last update
+    operations.device_information_requests(world)  # the PC is registered, and the versions are those of the last update

@@ -25,7 +25,7 @@ REQUEST_FILE_ERROR = bytes([0x0B, 0x00, 0x02, 0x51, 0x20, 0x00])
 
 # What a PC asks
 
-def scan(world: World) -> None:
+def scans(world: World) -> None:
     """The PC scans; the answer names it and tells whether it is registered."""
     def found() -> bool:
         with world.records.measure("scan"):
@@ -39,7 +39,7 @@ def scan(world: World) -> None:
         check(found(), f"a scan does not tell {world.active}")
 
 
-def device_information(world: World) -> None:
+def device_information_requests(world: World) -> None:
     """Every item; the first request may come while the session pauses for a second."""
     kind = "device information, after a pause"
     for _ in range(world.chance.randrange(5, 20)):

@@ -56,7 +56,9 @@ class Life:
 
 @dataclass
 class Kind:
-    """One kind of operation."""
+    """One kind of operation, or of calls within operations. How long an operation takes is mostly chance; how long a
+    call takes is up to the daemon."""
+    call: bool
     done: int = 0
     failed: int = 0
     taken: list[tuple[float, float]] = field(default_factory=list)  # (when it was over, seconds)
@@ -86,20 +88,20 @@ class Records:
         return self.lives[-1]
 
     @contextmanager
-    def measure(self, kind: str) -> Iterator[None]:
-        """Counts and times one operation. Whatever leaves it by an exception has failed."""
+    def measure(self, kind: str, call: bool = True) -> Iterator[None]:
+        """Counts and times one call or operation. Whatever leaves it by an exception has failed."""
         began = time.monotonic()
         try:
             yield
         except Exception:
             with self._mutex:
-                self.kinds.setdefault(kind, Kind()).failed += 1
+                self.kinds.setdefault(kind, Kind(call)).failed += 1
             raise
-        self.add(kind, time.monotonic() - began)
+        self.add(kind, time.monotonic() - began, call)
 
-    def add(self, kind: str, seconds: float) -> None:
+    def add(self, kind: str, seconds: float, call: bool = True) -> None:
         with self._mutex:
-            self.kinds.setdefault(kind, Kind()).add(seconds)
+            self.kinds.setdefault(kind, Kind(call)).add(seconds)
 
     def fail(self, text: str) -> bool:
         """Notes a failure; whether it is the first."""
@@ -139,6 +141,8 @@ FEWEST_RESTS = 6
 def latency_drift(records: Records) -> list[str]:
     found = []
     for name, kind in records.kinds.items():
+        if not kind.call:
+            continue
         first, last = records.outer_thirds(kind)
         for limit in LIMITS:
             if min(len(first), len(last)) < limit.fewest:

@@ -63,6 +63,7 @@ def start(world: World, method: int) -> None:
 
 def begin_push(world: World, files: Files) -> None:
     """The PC offers the files, ZELApp agrees, and the analyzer asks the PC to go on."""
+    world.wake()
     with world.records.measure("update: offer to acceptance"):
         world.pc.offer_update(OFFERS[image] for image in files)
         check(world.hear(UpdateRequested).payload == b"\4", "ZELApp was asked something else")

@@ -15,7 +15,7 @@ from typing import TypeVar
 from bench.analyzer import OLD_VERSION, PASSWORD, Analyzer
 from bench.daemon import LOG, preset, wait_until
 from bench.pc import Pc
-from bench.pcpacket import Command, Packet
+from bench.pcpacket import Command, Info, Packet
 from bench.sandbox import PROJECT
 from bench.soak.company import Company
 from bench.soak.records import Life, Records, Wrong, check
@@ -132,7 +132,7 @@ class World:
         """One operation of the main sequence. A failure is noted, and the next operation finds the PC connected."""
         self._mark = self.log.mark()
         try:
-            with self.records.measure(name):
+            with self.records.measure(name, call=False):
                 yield
                 check(self.analyzer.daemon.status is None, "the daemon ended")
         except Exception as error:  # whatever it is, the operation did not do what it is there for
@@ -221,6 +221,12 @@ class World:
         with self.records.measure("connect to connection status"):
             self.pc.connect()
             self.hear_connected(self.pc)
+
+    def wake(self) -> None:
+        """Ends the pauses of a second that the daemon makes on links over which nothing came for a while."""
+        self.zelapp.send(0x0999)
+        wait_until(lambda: self.zelapp.unread() == 0, PATIENCE, "the daemon reads what ZELApp sends")
+        self.pc.get_info(Info.ACTIVITY)
 
     def wait_closed(self, pc: Pc) -> None:
         """The analyzer ends the PC's session."""
