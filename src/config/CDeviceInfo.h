@@ -84,10 +84,10 @@ public:
     std::shared_ptr<IPCSession> GetSession() const;
     void SetSession(std::shared_ptr<IPCSession> session);
 
-    /// Makes this session the current one unless there is one. Returns whether it did.
+    /// Makes `session` the current one unless there is one. Returns whether it did.
     [[nodiscard]] bool ClaimSession(std::shared_ptr<IPCSession> session);
 
-    /// Forgets this session if it is the current one. Returns whether it was.
+    /// Forgets `session` if it is the current one. Returns whether it was.
     bool ReleaseSession(const IPCSession* session);
 
 private:

@@ -41,13 +41,11 @@ CConnectionMonitor::CConnectionMonitor() : log_(QENFx::Log::Logger::getLogger()-
 
 bool CConnectionMonitor::ClaimLink(std::shared_ptr<IPCSession> session) {
     const std::lock_guard lock(linkMutex_);
-    CDeviceInfo* device = CDeviceInfo::GetInstance();
-    if (device->GetSession() != nullptr) {
+    if (!CDeviceInfo::GetInstance()->ClaimSession(std::move(session))) {
         return false;
     }
-    // In this order: a current session whose link does not count as up would be stopped.
     SetTCPConnection(true);
-    return device->ClaimSession(std::move(session));
+    return true;
 }
 
 void CConnectionMonitor::ReleaseLink(const IPCSession& session) {
@@ -127,9 +125,11 @@ void CConnectionMonitor::AnnounceIPChange() {
 
 void CConnectionMonitor::Check() {
     CDeviceInfo* device = CDeviceInfo::GetInstance();
-    // Taken first: a PC that connects again while ZELApp is told of the loss has a new session, which nothing ails.
+    // Taken now: a PC that connects again while ZELApp is told of the loss has a new session, which nothing ails.
+    std::unique_lock lock(linkMutex_);
     const auto session = device->GetSession();
     const bool tcp = tcpConnected_;
+    lock.unlock();
     const bool udp = udpConnected_;
     const bool up = tcp && udp;
     if (up == connected_) {

@@ -46,7 +46,7 @@ private:
     static CInstance<CConnectionMonitor> instance_;
 
     QENFx::Log::FileLog* log_;
-    std::mutex linkMutex_;  ///< makes one step of a session's change and its link's
+    std::mutex linkMutex_;  ///< makes one step of what happens to a session and to its link
     std::atomic<bool> tcpConnected_{false};
     std::atomic<bool> udpConnected_{false};
     std::atomic<bool> connected_{false};

@@ -12,10 +12,10 @@ public:
     ILinkMonitor& operator=(const ILinkMonitor&) = delete;
     virtual ~ILinkMonitor() = default;
 
-    /// Makes this session the current one and counts the TCP link as up, unless there is one. Returns whether it did.
+    /// Makes `session` the current one and counts the TCP link as up, unless there is one. Returns whether it did.
     [[nodiscard]] virtual bool ClaimLink(std::shared_ptr<IPCSession> session) = 0;
 
-    /// Forgets this session and counts the TCP link as down if it is the current one.
+    /// Forgets `session` and counts the TCP link as down, if it is the current one.
     virtual void ReleaseLink(const IPCSession& session) = 0;
 
     virtual void SetUDPConnection(bool connected) = 0;

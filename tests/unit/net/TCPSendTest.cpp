@@ -52,6 +52,10 @@ TEST_F(TCPSendTest, AResultWaitsForItsAcknowledgement) {
     EXPECT_EQ(Receive(pair.pc, 8), result);
     EXPECT_EQ(Logged("ERROR [CTCPSession::SendMessage] There is not ACK message from PC"), 1);
     EXPECT_EQ(session.SendMessage({}), -1);
+
+    CResultMarker::Create();
+    EXPECT_EQ(other.SendErrorMessage(0x41, 0x07, 0x000E), 0);
+    EXPECT_FALSE(std::filesystem::exists(kMarker));
 }
 
 // Fault: the rest of a partly sent packet sent in the place of the whole one, or bytes counted wrongly.
