@@ -9,7 +9,7 @@ from pathlib import Path
 import hl7
 
 from benchmarks.measure import BIN, Row, best, google_benchmark, nanoseconds, run
-from tests.hl7peers.npm_packages import run_node
+from benchmarks.npm_packages import run_node
 
 GOAL = 10
 HEAP_LIMIT = 200_000

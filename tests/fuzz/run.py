@@ -36,11 +36,9 @@ class Target:
 
 TARGETS = [
     Target("hl7_message", 8192, "hl7"),
-    Target("hl7_wrap", 8192, "hl7"),
     Target("http_response", 4096, "http"),
     Target("local_message", 1024),
     Target("pc_datagram", 4200, "pc"),
-    Target("pc_msg", 33000),
     Target("pc_session", 2048, "pc"),
     Target("result_request", 4200, "result"),
     Target("settings", 2048, "settings"),

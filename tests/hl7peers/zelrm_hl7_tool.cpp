@@ -3,7 +3,6 @@
 ///
 ///     zelrm_hl7_tool encode MESSAGE    lines POSITION=VALUE in, message out
 ///     zelrm_hl7_tool decode MESSAGE    message in, lines POSITION=VALUE out, without empty values
-///     zelrm_hl7_tool sample MESSAGE    a message filled by its wrapper out
 ///
 /// A position is written as HL7 people speak of it: PID-5.1.1, and OBX[2]-5 in the second OBX of the message. MESSAGE
 /// is a structure such as OUL_R22. Status 1: the input does not fit the message; status 2: wrong usage.
@@ -16,7 +15,6 @@
 #include <utility>
 #include <vector>
 
-#include "Samples.h"
 #include "hl7/message/Messages.h"
 
 namespace {
@@ -175,11 +173,6 @@ int main(int count, char** arguments) {
     if (found != messages.end() && command == "decode") {
         return found->second.decode();
     }
-    if (command == "sample") {
-        const std::string text = SampleMessage(arguments[2]);
-        std::cout << text;
-        return text.empty() ? 2 : 0;
-    }
-    std::cerr << "usage: zelrm_hl7_tool encode|decode|sample MESSAGE\n";
+    std::cerr << "usage: zelrm_hl7_tool encode|decode MESSAGE\n";
     return 2;
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <fstream>
 #include <tuple>
 #include <type_traits>
 
@@ -17,10 +18,7 @@ namespace {
 using namespace ZELHL7;
 
 // The text with line feeds for carriage returns, and the time of writing, which it must hold, replaced.
-template <class Wrap>
-std::string TextOf(const Wrap& wrap) {
-    std::string text;
-    wrap.GetMessageText(text);
+std::string Untimed(std::string text) {
     std::replace(text.begin(), text.end(), '\r', '\n');
     std::size_t time = 0;
     for (int separator = 0; separator < 6; ++separator) {
@@ -30,6 +28,28 @@ std::string TextOf(const Wrap& wrap) {
     EXPECT_EQ(length, 14U) << text;
     EXPECT_EQ(text.find_first_not_of("0123456789", time), time + length) << text;
     return text.replace(time, length, "TIME");
+}
+
+template <class Wrap>
+std::string TextOf(const Wrap& wrap) {
+    std::string text;
+    wrap.GetMessageText(text);
+    return Untimed(text);
+}
+
+// The message of this structure that the document shows to those who write the other side.
+std::string Shown(const std::string& structure) {
+    std::ifstream document(ZELRM_HL7_DOCUMENT);
+    std::string text;
+    for (std::string line; std::getline(document, line);) {
+        const bool begins = line.starts_with("    MSH|") && line.find("^" + structure + "|") != std::string::npos;
+        if (begins || (!text.empty() && line.starts_with("    "))) {
+            text += line.substr(4) + "\n";
+        } else if (!text.empty()) {
+            break;
+        }
+    }
+    return Untimed(text);
 }
 
 // What a getter reads into its outputs, or "absent".
@@ -56,13 +76,29 @@ void Reread(const Wrap& wrap, Wrap& read) {
     std::string again;
     read.GetMessageText(again);
     EXPECT_EQ(again, text);
-    EXPECT_EQ(Got(read, &Wrap::GetHeader), "app,fac,to,there,17");
+    EXPECT_EQ(Got(read, &Wrap::GetHeader), Got(wrap, &Wrap::GetHeader));
+}
+
+void SetHeader(COUL_R22Wrap& wrap) {
+    wrap.SetHeader("app", "fac", "to", "there", "17");
+}
+
+// What the analyzer answers goes the other way than what it is asked.
+template <class Wrap>
+void SetHeader(Wrap& wrap, bool fromAnalyzer, const char* controlId) {
+    if (fromAnalyzer) {
+        wrap.SetHeader("ORVELA", "LAB", "LabLink", "Clinic", controlId);
+    } else {
+        wrap.SetHeader("LabLink", "Clinic", "ORVELA", "LAB", controlId);
+    }
 }
 
 template <class Wrap>
-void SetHeader(Wrap& wrap) {
-    wrap.SetHeader("app", "fac", "to", "there", "17");
+void SetPatient(Wrap& wrap) {
+    wrap.SetPatient("P-4711", "Doe", "Jane", "19750309", "F", "CANINE", "W-3", "Dog");
 }
+
+constexpr char kPatient[] = "P-4711,Doe,Jane,19750309,F,CANINE,W-3,Dog";
 
 Observation SomeObservation(const std::string& subId, const std::string& loincCode) {
     return {.observationId = "obs",
@@ -163,148 +199,115 @@ TEST(Wrap, DecodeStartsFromANewMessage) {
     EXPECT_EQ(Got(wrap, &COUL_R22Wrap::GetHeader), "other,,,,");
 }
 
-TEST(AckWrap, RoundTrip) {
+TEST(AckWrap, WritesAndReadsWhatIsShown) {
     CACKWrap wrap;
-    SetHeader(wrap);
+    SetHeader(wrap, false, "A-1");
     wrap.SetMessageType("R22");
-    wrap.SetAcknowledgment("AE", "16", "text");
+    wrap.SetAcknowledgment("AE", "0", "no such patient");
     EXPECT_EQ(Got(wrap, &CACKWrap::GetError), "absent");
-    wrap.SetError("OBX", "2", "5", "102", "Data type error", "E");
-    EXPECT_EQ(TextOf(wrap),
-              "MSH|^~\\&|app|fac|to|there|TIME||ACK^R22^ACK|17|P|2.5.1|||NE|NE||UNICODE UTF-8\n"
-              "MSA|AE|16|text\n"
-              "ERR||OBX^2^5|102^Data type error^HL70357|E\n");
+    wrap.SetError("PID", "1", "3", "204", "Unknown key identifier", "E");
+    EXPECT_EQ(TextOf(wrap), Shown("ACK"));
     CACKWrap read;
     Reread(wrap, read);
+    EXPECT_EQ(Got(read, &CACKWrap::GetHeader), "LabLink,Clinic,ORVELA,LAB,A-1");
     EXPECT_EQ(Got(read, &CACKWrap::GetMessageType), "R22");
-    EXPECT_EQ(Got(read, &CACKWrap::GetAcknowledgment), "AE,16,text");
-    EXPECT_EQ(Got(read, &CACKWrap::GetError), "OBX,2,5,102,Data type error,E");
+    EXPECT_EQ(Got(read, &CACKWrap::GetAcknowledgment), "AE,0,no such patient");
+    EXPECT_EQ(Got(read, &CACKWrap::GetError), "PID,1,3,204,Unknown key identifier,E");
 }
 
-TEST(OmlO33Wrap, RoundTrip) {
+TEST(OmlO33Wrap, WritesAndReadsWhatIsShown) {
     COML_O33Wrap wrap;
     WorkOrder order;
     EXPECT_EQ(wrap.GetOrder(0, order), 0);
     EXPECT_EQ(Got(wrap, &COML_O33Wrap::GetPatient), "absent");
     EXPECT_EQ(Got(wrap, &COML_O33Wrap::GetSpecimen), "absent");
-    SetHeader(wrap);
-    wrap.SetPatient("P1", "Family", "Given", "20010203", "F", "DOG", "C1", "Canine");
+    SetHeader(wrap, false, "M-17");
+    SetPatient(wrap);
     EXPECT_EQ(Got(wrap, &COML_O33Wrap::GetVisit), "absent");
-    wrap.SetVisit("O", "V7");
-    wrap.SetSpecimen("S1", "SER", "P");
+    wrap.SetVisit("I", "V-9");
+    wrap.SetSpecimen("S-42", "SER", "P");
     EXPECT_EQ(Got(wrap, &COML_O33Wrap::GetContainer), "absent");
-    wrap.SetContainer("T1", "R2", "3");
-    wrap.AddOrder({"NW", "o1", "20260102", "S", "ALT", "Alanine", "dr"});
-    wrap.AddOrder({"CA", "o2", "20260103", "", "AST", "Aspartate", "dr"});
-    EXPECT_EQ(TextOf(wrap),
-              "MSH|^~\\&|app|fac|to|there|TIME||OML^O33^OML_O33|17|P|2.5.1|||ER|AL||UNICODE UTF-8|||LAB-28^IHE\n"
-              "PID|||P1||Family^Given^^^^^L||20010203|F|||||||||||||C1||||||||||||||DOG^DOG^ORVELA^^Canine\n"
-              "PV1||O|||||||||||||||||V7\n"
-              "SPM|1|S1||SER|||||||P\n"
-              "SAC|||T1|||||||R2|3\n"
-              "ORC|NW|o1|||||||20260102\n"
-              "TQ1|||||||||S\n"
-              "OBR|1|o1||ALT^Alanine^ORVELA||||||||||||dr\n"
-              "ORC|CA|o2|||||||20260103\n"
-              "OBR|2|o2||AST^Aspartate^ORVELA||||||||||||dr\n");
+    wrap.SetContainer("T-7", "C-2", "5");
+    wrap.AddOrder({"NW", "O-1", "20230517140000", "S", "LIVER6", "Liver 6", "Miller"});
+    wrap.AddOrder({"NW", "O-2", "20230517140001", "R", "RENAL2", "Renal 2", "Miller"});
+    EXPECT_EQ(TextOf(wrap), Shown("OML_O33"));
     COML_O33Wrap read;
     Reread(wrap, read);
-    EXPECT_EQ(Got(read, &COML_O33Wrap::GetPatient), "P1,Family,Given,20010203,F,DOG,C1,Canine");
-    EXPECT_EQ(Got(read, &COML_O33Wrap::GetVisit), "O,V7");
-    EXPECT_EQ(Got(read, &COML_O33Wrap::GetSpecimen), "S1,SER,P");
-    EXPECT_EQ(Got(read, &COML_O33Wrap::GetContainer), "T1,R2,3");
-    ASSERT_EQ(read.GetOrder(0, order), 1);
+    EXPECT_EQ(Got(read, &COML_O33Wrap::GetPatient), kPatient);
+    EXPECT_EQ(Got(read, &COML_O33Wrap::GetVisit), "I,V-9");
+    EXPECT_EQ(Got(read, &COML_O33Wrap::GetSpecimen), "S-42,SER,P");
+    EXPECT_EQ(Got(read, &COML_O33Wrap::GetContainer), "T-7,C-2,5");
+    ASSERT_EQ(read.GetOrder(1, order), 1);
     EXPECT_EQ(order.orderControl + order.placerOrderNumber + order.transactionTime + order.priority + order.serviceId +
                   order.serviceText + order.orderingProvider,
-              "NWo120260102SALTAlaninedr");
-    ASSERT_EQ(read.GetOrder(1, order), 1);
-    EXPECT_EQ(order.priority + order.serviceId, "AST");
+              "NWO-220230517140001RRENAL2Renal 2Miller");
     EXPECT_EQ(read.GetOrder(2, order), 0);
 }
 
-TEST(OrlO34Wrap, RoundTrip) {
+TEST(OrlO34Wrap, WritesAndReadsWhatIsShown) {
     CORL_O34Wrap wrap;
     OrderAnswer answer;
     EXPECT_EQ(wrap.GetOrder(0, answer), 0);
     EXPECT_EQ(Got(wrap, &CORL_O34Wrap::GetPatient), "absent");
-    SetHeader(wrap);
-    wrap.SetAcknowledgment("AA", "16", "");
-    wrap.SetError("SPM", "1", "4", "103", "Table value not found", "W");
-    wrap.SetPatient("P1", "Family", "Given", "20010203", "F", "", "", "");
-    wrap.SetSpecimen("S1", "SER", "P");
+    SetHeader(wrap, true, "0");
+    wrap.SetAcknowledgment("AA", "M-17", "");
+    wrap.SetError("OBR", "2", "4", "103", "Table value not found", "W");
+    SetPatient(wrap);
+    wrap.SetSpecimen("S-42", "SER", "P");
     EXPECT_EQ(Got(wrap, &CORL_O34Wrap::GetContainer), "absent");
-    wrap.SetContainer("T1", "R2", "3");
-    wrap.AddOrder({"OK", "o1", "f1", "SC", "20260102"});
-    wrap.AddOrder({"UA", "o2", "f2", "CA", "20260103"});
-    EXPECT_EQ(TextOf(wrap),
-              "MSH|^~\\&|app|fac|to|there|TIME||ORL^O34^ORL_O34|17|P|2.5.1|||NE|NE||UNICODE UTF-8|||LAB-28^IHE\n"
-              "MSA|AA|16\n"
-              "ERR||SPM^1^4|103^Table value not found^HL70357|W\n"
-              "PID|||P1||Family^Given^^^^^L||20010203|F\n"
-              "SPM|1|S1||SER|||||||P\n"
-              "SAC|||T1|||||||R2|3\n"
-              "ORC|OK|o1|f1||SC||||20260102\n"
-              "ORC|UA|o2|f2||CA||||20260103\n");
+    wrap.SetContainer("T-7", "C-2", "5");
+    wrap.AddOrder({"OK", "O-1", "F-1", "SC", "20230517140002"});
+    wrap.AddOrder({"UA", "O-2", "F-2", "CA", "20230517140003"});
+    EXPECT_EQ(TextOf(wrap), Shown("ORL_O34"));
     CORL_O34Wrap read;
     Reread(wrap, read);
-    EXPECT_EQ(Got(read, &CORL_O34Wrap::GetAcknowledgment), "AA,16,");
-    EXPECT_EQ(Got(read, &CORL_O34Wrap::GetError), "SPM,1,4,103,Table value not found,W");
-    EXPECT_EQ(Got(read, &CORL_O34Wrap::GetPatient), "P1,Family,Given,20010203,F,,,");
-    EXPECT_EQ(Got(read, &CORL_O34Wrap::GetSpecimen), "S1,SER,P");
-    EXPECT_EQ(Got(read, &CORL_O34Wrap::GetContainer), "T1,R2,3");
+    EXPECT_EQ(Got(read, &CORL_O34Wrap::GetAcknowledgment), "AA,M-17,");
+    EXPECT_EQ(Got(read, &CORL_O34Wrap::GetError), "OBR,2,4,103,Table value not found,W");
+    EXPECT_EQ(Got(read, &CORL_O34Wrap::GetPatient), kPatient);
+    EXPECT_EQ(Got(read, &CORL_O34Wrap::GetSpecimen), "S-42,SER,P");
+    EXPECT_EQ(Got(read, &CORL_O34Wrap::GetContainer), "T-7,C-2,5");
     ASSERT_EQ(read.GetOrder(1, answer), 1);
     EXPECT_EQ(answer.orderControl + answer.placerOrderNumber + answer.fillerOrderNumber + answer.orderStatus +
                   answer.transactionTime,
-              "UAo2f2CA20260103");
+              "UAO-2F-2CA20230517140003");
     EXPECT_EQ(read.GetOrder(2, answer), 0);
 }
 
-TEST(QbpQ13Wrap, RoundTrip) {
+TEST(QbpQ13Wrap, WritesAndReadsWhatIsShown) {
     CQBP_Q13Wrap wrap;
-    SetHeader(wrap);
-    wrap.SetQuery("Q1", "Work of specimen", "tag", "S1");
+    SetHeader(wrap, true, "Q-5");
+    wrap.SetQuery("WOS", "Work Order Step", "TAG-8", "S-42");
     EXPECT_EQ(Got(wrap, &CQBP_Q13Wrap::GetColumn), "absent");
-    wrap.SetColumn("Test", "ST", "20");
-    wrap.SetResponseControl("I", "50", "R");
-    EXPECT_EQ(TextOf(wrap),
-              "MSH|^~\\&|app|fac|to|there|TIME||QBP^Q13^QBP_Q13|17|P|2.5.1|||ER|AL||UNICODE UTF-8\n"
-              "QPD|Q1^Work of specimen^ORVELA|tag|S1\n"
-              "RDF|1|Test^ST^20\n"
-              "RCP|I|50^RD|R\n");
+    wrap.SetColumn("PlacerOrderNumber", "EI", "20");
+    wrap.SetResponseControl("I", "10", "R");
+    EXPECT_EQ(TextOf(wrap), Shown("QBP_Q13"));
     CQBP_Q13Wrap read;
     Reread(wrap, read);
-    EXPECT_EQ(Got(read, &CQBP_Q13Wrap::GetQuery), "Q1,Work of specimen,tag,S1");
-    EXPECT_EQ(Got(read, &CQBP_Q13Wrap::GetColumn), "Test,ST,20");
-    EXPECT_EQ(Got(read, &CQBP_Q13Wrap::GetResponseControl), "I,50,R");
+    EXPECT_EQ(Got(read, &CQBP_Q13Wrap::GetQuery), "WOS,Work Order Step,TAG-8,S-42");
+    EXPECT_EQ(Got(read, &CQBP_Q13Wrap::GetColumn), "PlacerOrderNumber,EI,20");
+    EXPECT_EQ(Got(read, &CQBP_Q13Wrap::GetResponseControl), "I,10,R");
 }
 
-TEST(RtbK13Wrap, RoundTrip) {
+TEST(RtbK13Wrap, WritesAndReadsWhatIsShown) {
     CRTB_K13Wrap wrap;
     std::string row;
     EXPECT_EQ(wrap.GetRow(0, row), 0);
-    SetHeader(wrap);
-    wrap.SetAcknowledgment("AA", "16", "");
-    wrap.SetQueryStatus("tag", "OK", "5", "2", "3");
-    wrap.SetQuery("Q1", "Work of specimen", "tag", "S1");
+    SetHeader(wrap, false, "K-5");
+    wrap.SetAcknowledgment("AA", "Q-5", "");
+    wrap.SetError("QPD", "1", "3", "207", "Cut short", "I");
+    wrap.SetQueryStatus("TAG-8", "OK", "3", "2", "1");
+    wrap.SetQuery("WOS", "Work Order Step", "TAG-8", "S-42");
     EXPECT_EQ(Got(wrap, &CRTB_K13Wrap::GetColumn), "absent");
-    wrap.SetColumn("Test", "ST", "20");
-    wrap.AddRow("ALT");
-    wrap.AddRow("AST");
-    EXPECT_EQ(TextOf(wrap),
-              "MSH|^~\\&|app|fac|to|there|TIME||RTB^K13^RTB_K13|17|P|2.5.1|||NE|NE||UNICODE UTF-8\n"
-              "MSA|AA|16\n"
-              "QAK|tag|OK||5|2|3\n"
-              "QPD|Q1^Work of specimen^ORVELA|tag|S1\n"
-              "RDF|1|Test^ST^20\n"
-              "RDT|ALT\n"
-              "RDT|AST\n");
+    wrap.SetColumn("PlacerOrderNumber", "EI", "20");
+    wrap.AddRow("O-1");
+    wrap.AddRow("O-2");
+    EXPECT_EQ(TextOf(wrap), Shown("RTB_K13"));
     CRTB_K13Wrap read;
     Reread(wrap, read);
-    EXPECT_EQ(Got(read, &CRTB_K13Wrap::GetQueryStatus), "tag,OK,5,2,3");
-    EXPECT_EQ(Got(read, &CRTB_K13Wrap::GetQuery), "Q1,Work of specimen,tag,S1");
-    EXPECT_EQ(Got(read, &CRTB_K13Wrap::GetColumn), "Test,ST,20");
+    EXPECT_EQ(Got(read, &CRTB_K13Wrap::GetQueryStatus), "TAG-8,OK,3,2,1");
+    EXPECT_EQ(Got(read, &CRTB_K13Wrap::GetQuery), "WOS,Work Order Step,TAG-8,S-42");
     ASSERT_EQ(read.GetRow(1, row), 1);
-    EXPECT_EQ(row, "AST");
+    EXPECT_EQ(row, "O-2");
     EXPECT_EQ(read.GetRow(2, row), 0);
 }
 

@@ -1,6 +1,5 @@
 #include <sqlite3.h>
 
-#include <chrono>
 #include <memory>
 
 #include "TempDir.h"
@@ -97,23 +96,6 @@ TEST_F(SqliteTest, RunsOneStatement) {
     EXPECT_STREQ(table->getCurrent()->getString("Name"), "x");
 }
 
-// Faults: a timeout read as milliseconds or ignored; a statement that stays broken, or keeps its lock, after the other
-// writer has gone.
-TEST_F(SqliteTest, WaitsForABusyDatabase) {
-    database_.Open(path_, kOpenReadWrite);
-    Other("BEGIN EXCLUSIVE");
-    const auto begin = std::chrono::steady_clock::now();
-    EXPECT_NE(Failure([&] { database_.Execute("UPDATE T SET Value = 2", kTimeout); }).find("locked"),
-              std::string::npos);
-    const auto waited = std::chrono::steady_clock::now() - begin;
-    EXPECT_GE(waited, std::chrono::milliseconds(200));
-    EXPECT_LT(waited, std::chrono::seconds(10));
-    Other("COMMIT");
-    database_.Execute("UPDATE T SET Value = 2", kTimeout);
-    const auto held = Query("SELECT * FROM T");
-    Other("UPDATE T SET Value = 3");
-}
-
 // Faults: an empty database made where none is, a name that SQLite gives a meaning of its own, a use before opening.
 TEST_F(SqliteTest, NeverMakesADatabase) {
     const std::string missing = dir_ / "missing.db";
@@ -128,32 +110,6 @@ TEST_F(SqliteTest, NeverMakesADatabase) {
     EXPECT_NE(Failure([&] { Query("SELECT 1"); }), "");
     EXPECT_NE(Failure([&] { database_.Execute("SELECT 1", kTimeout); }), "");
     database_.Close();
-}
-
-// Faults: damage or a full disk taken for an empty result or a done update.
-TEST_F(SqliteTest, DamageAndWriteFailuresAreReported) {
-    database_.Open(path_, kOpenReadWrite);
-    {
-        const HostTest::FullDisk full(100);
-        EXPECT_NE(Failure([&] { database_.Execute("UPDATE T SET Value = 9", kTimeout); }), "");
-    }
-    const auto table = Query("SELECT Value FROM T ORDER BY Id");
-    ASSERT_TRUE(table->MoveNext());
-    EXPECT_EQ(table->getCurrent()->getDouble("Value"), 0.1);
-    database_.Close();
-
-    // A write format from the future makes a database read-only, also for root.
-    std::string content = HostTest::ReadFile(path_);
-    content[18] = 3;
-    HostTest::WriteFile(dir_ / "readonly.db", content);
-    database_.Open(dir_ / "readonly.db", kOpenReadWrite);
-    EXPECT_TRUE(Query("SELECT * FROM T")->MoveNext());
-    EXPECT_NE(Failure([&] { database_.Execute("UPDATE T SET Value = 9", kTimeout); }).find("readonly"),
-              std::string::npos);
-
-    HostTest::WriteFile(dir_ / "noise.db", std::string(8192, 'n'));
-    database_.Open(dir_ / "noise.db", kOpenReadWrite);
-    EXPECT_NE(Failure([&] { Query("SELECT * FROM T"); }).find("not a database"), std::string::npos);
 }
 
 }  // namespace

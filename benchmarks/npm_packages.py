@@ -1,4 +1,4 @@
-"""Installs the npm packages that tests and benchmarks compare with, into the build directory.
+"""Installs the npm packages that the benchmarks compare with, into the build directory.
 
 They are development dependencies: nothing of the product knows them.
 """
@@ -12,7 +12,7 @@ import subprocess
 from pathlib import Path
 
 HERE = Path(__file__).resolve().parent
-DIRECTORY = HERE.parent.parent / "build/hl7peers"
+DIRECTORY = HERE.parent / "build/hl7peers"
 LISTS = ("package.json", "package-lock.json")
 
 
