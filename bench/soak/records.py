@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import statistics
 import threading
 import time
 from collections.abc import Iterator
@@ -26,11 +25,12 @@ class Sample:
     descriptors: int
     threads: int
     resident: int  # KiB
-    private: int  # KiB of the resident memory that are the daemon's own and changed: heap and stacks
+    heap: int  # bytes in use
+    blocks: int  # of the heap in use
 
     def most(self, other: Sample) -> Sample:
-        return Sample(self.time, max(self.descriptors, other.descriptors), max(self.threads, other.threads),
-                      max(self.resident, other.resident), max(self.private, other.private))
+        return Sample(self.time, *(max(getattr(self, name), getattr(other, name))
+                                   for name in ("descriptors", "threads", "resident", "heap", "blocks")))
 
 
 @dataclass
@@ -41,6 +41,7 @@ class Life:
     ended: float = 0
     end: str = ""
     most: Sample | None = None
+    fresh: Sample | None = None  # at rest before the warm-up
     rest: list[Sample] = field(default_factory=list)  # at rest; the first one after the warm-up
 
     def third(self, moment: float) -> int | None:
@@ -48,10 +49,6 @@ class Life:
         if len(self.rest) < 2 or not self.rest[0].time < moment < self.rest[-1].time:
             return None
         return min(int(3 * (moment - self.rest[0].time) / (self.rest[-1].time - self.rest[0].time)), 2)
-
-    def outer_thirds(self) -> tuple[list[Sample], list[Sample]]:
-        count = max(len(self.rest) // 3, 1)
-        return self.rest[:count], self.rest[-count:]
 
 
 @dataclass
@@ -132,10 +129,9 @@ class Limit:
 
 LIMITS = (Limit("p99", 0.99, 20, 4, 0.5), Limit("median", 0.5, 20, 2, 0.05), Limit("median", 0.5, 200, 1.5, 0.002))
 
-MEMORY_GROWTH = 192  # KiB between the medians of the outer thirds of a life
-TREND_GROWTH = 96  # KiB, when almost every sample is above those before it
-TREND = 0.8  # of all pairs of samples, the part in which the later is the larger
-FEWEST_RESTS = 6
+# What the heap at rest may differ by: some texts that are kept have a digit more. It stays the same otherwise.
+HEAP_GROWTH = 512  # bytes
+BLOCK_GROWTH = 3
 
 
 def latency_drift(records: Records) -> list[str]:
@@ -154,26 +150,19 @@ def latency_drift(records: Records) -> list[str]:
     return found
 
 
-def memory_growth(life: Life, name: str) -> float:
-    """KiB between the medians of the samples at rest in the outer thirds of a life."""
-    first, last = ([getattr(sample, name) for sample in third] for third in life.outer_thirds())
-    return statistics.median(last) - statistics.median(first)
-
-
-def rising_pairs(values: list[int]) -> float:
-    """Of all pairs of values, the part in which the later is the larger."""
-    pairs = [(early, late) for at, early in enumerate(values) for late in values[at + 1:]]
-    return sum(early < late for early, late in pairs) / len(pairs)
+def growth(life: Life, name: str) -> int:
+    """From the first rest of a life to its last."""
+    return getattr(life.rest[-1], name) - getattr(life.rest[0], name) if life.rest else 0
 
 
 def memory_drift(life: Life) -> list[str]:
-    found = []
-    if len(life.rest) < FEWEST_RESTS:
-        return found
-    for name in ("resident", "private"):
-        grown = memory_growth(life, name)
-        rising = rising_pairs([getattr(sample, name) for sample in life.rest])
-        if grown > MEMORY_GROWTH or grown > TREND_GROWTH and rising > TREND:
-            found.append(f"life {life.number}: {name} memory at rest grew by {grown:.0f} KiB from the first to the "
-                         f"last third; {rising:.0%} of its steps rise")
-    return found
+    return [f"life {life.number}: the heap at rest grew by {growth(life, name)} {unit}"
+            for name, unit, limit in (("heap", "bytes", HEAP_GROWTH), ("blocks", "blocks", BLOCK_GROWTH))
+            if growth(life, name) > limit]
+
+
+def smallest_leak(records: Records, kind: Kind) -> int | None:
+    """Bytes that one operation of a kind must have lost for a life to be told to have grown; none when no life tells."""
+    most = max((sum(life.rest[0].time < when < life.rest[-1].time for when, _ in kind.taken)
+                for life in records.lives if life.rest), default=0)
+    return HEAP_GROWTH // most + 1 if most else None

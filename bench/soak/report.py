@@ -5,7 +5,7 @@ from __future__ import annotations
 from rich.console import Console
 from rich.table import Table
 
-from bench.soak.records import Life, Records, memory_growth, percentile
+from bench.soak.records import Life, Records, growth, percentile, smallest_leak
 
 
 def milliseconds(values: list[float], part: float) -> str:
@@ -20,27 +20,24 @@ def show(records: Records, endings: list[str], console: Console) -> None:
 
 def operations(records: Records) -> Table:
     table = Table("operation", title="What was done, in milliseconds")
-    for name in ("done", "failed", "p50", "p99", "max", "p50 first third", "p50 last third", "p99 first third",
-                 "p99 last third"):
+    for name in ("done", "failed", "p50", "p99", "max", "a leak shows\nfrom bytes"):
         table.add_column(name, justify="right")
     for name, kind in sorted(records.kinds.items()):
         seconds = [taken for _, taken in kind.taken]
-        first, last = records.outer_thirds(kind)
         table.add_row(name, str(kind.done), f"[bold red]{kind.failed}" if kind.failed else "0",
                       milliseconds(seconds, 0.5), milliseconds(seconds, 0.99), milliseconds(seconds, 1),
-                      milliseconds(first, 0.5), milliseconds(last, 0.5), milliseconds(first, 0.99),
-                      milliseconds(last, 0.99))
+                      str(smallest_leak(records, kind) or ""))
     return table
 
 
 def lives(records: Records) -> Table:
     table = Table("life", "ended by", title="The daemon: at rest after its warm-up, at rest at the end, and its most")
-    for name in ("minutes", "rests", "descriptors", "threads", "resident KiB", "private KiB", "growth KiB"):
+    for name in ("rests", "descriptors", "threads", "resident\nKiB", "heap at rest\nbytes (growth)", "blocks\n(growth)"):
         table.add_column(name, justify="right", no_wrap=True)
     for life in records.lives:
-        table.add_row(str(life.number), life.end, f"{(life.ended - life.started) / 60:.1f}", str(len(life.rest)),
-                      *(three(life, name) for name in ("descriptors", "threads", "resident", "private")),
-                      growth(life))
+        table.add_row(str(life.number), life.end, str(len(life.rest)),
+                      *(three(life, name) for name in ("descriptors", "threads", "resident")),
+                      *(grown(life, name) for name in ("heap", "blocks")))
     return table
 
 
@@ -50,11 +47,8 @@ def three(life: Life, name: str) -> str:
     return " / ".join(str(getattr(sample, name)) for sample in samples)
 
 
-def growth(life: Life) -> str:
-    """From the first to the last third of a life, resident and private."""
-    if len(life.rest) < 2:
-        return ""
-    return " / ".join(f"{memory_growth(life, name):+.0f}" for name in ("resident", "private"))
+def grown(life: Life, name: str) -> str:
+    return f"{getattr(life.rest[-1], name)} ({growth(life, name):+})" if life.rest else ""
 
 
 def ends(records: Records, endings: list[str]) -> Table:

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import os
 import re
+import struct
 import threading
 import time
 from collections import deque
@@ -19,7 +20,9 @@ from bench.soak.records import Records, Sample
 KEPT_LINES = 100_000
 POLL, SAMPLE = 0.05, 1.0
 
-TMP_FILES = re.compile(r"\.rm_proc|sendtopc\.data|rm_send_result_success|zel_dsp\.out|"
+HEAP_COUNT = "/tmp/.heap_count"
+
+TMP_FILES = re.compile(r"\.rm_proc|\.heap_count|sendtopc\.data|rm_send_result_success|zel_dsp\.out|"
                        r"zel_(boot|kernel|rootfs|app|qte|sys)\.n62\.raw")
 DATA_FILES = re.compile(r"zel_xml\.zip|config/config_(zelrm|zel|zelapp|webbase)\.cfg|db/analyzer\.db|"
                         r"log/ZELRmUp(\.[1-3])?\.log|(device|xml_bank)/.*")
@@ -118,8 +121,13 @@ class Watcher:
 
     def sample(self) -> Sample:
         daemon = self.analyzer.daemon
-        resident, private = daemon.memory_detail()
-        return Sample(time.monotonic(), daemon.descriptors(), daemon.threads(), resident >> 10, private >> 10)
+        heap, blocks = self._heap_counts()
+        return Sample(time.monotonic(), daemon.descriptors(), daemon.threads(), daemon.memory() >> 10, heap, blocks)
+
+    def _heap_counts(self) -> tuple[int, int]:
+        """Bytes and blocks on the daemon's heap; none where a sanitizer keeps it."""
+        path = self.analyzer.sandbox.path(HEAP_COUNT)
+        return struct.unpack("=qq", path.read_bytes()) if path.exists() else (0, 0)
 
     def settled(self, hold: float, timeout: float, condition: Callable[[Sample], bool] = lambda sample: True) -> Sample:
         """The sample once descriptors and threads have stayed the same, and as wanted, for `hold` seconds."""

@@ -20,7 +20,7 @@ from bench.sandbox import PROJECT
 from bench.soak.company import Company
 from bench.soak.records import Life, Records, Wrong, check
 from bench.soak.results import Result, Results, check_text
-from bench.soak.watch import Watcher
+from bench.soak.watch import HEAP_COUNT, Watcher
 from bench.zelapp import Message, PcConnection, ResultFailed, ResultSent
 
 RIVAL = "192.168.40.21"
@@ -32,10 +32,9 @@ ZELAPP_SILENCE = 4
 LONGEST_PAUSE = 3  # between two messages to ZELApp of something that goes on
 REST = 3.5  # a session that is told to end may wait as long before it looks
 
-# Makes the C library keep nothing that is not in use: one arena for all threads, no caches, pages of their own for all
-# that is larger than a page. Memory at rest stays the same to a few pages then, and a leak shows soon.
-ALLOCATION = {"MALLOC_ARENA_MAX": "1", "MALLOC_MMAP_THRESHOLD_": "4096", "MALLOC_TRIM_THRESHOLD_": "4096",
-              "MALLOC_TOP_PAD_": "4096", "GLIBC_TUNABLES": "glibc.malloc.tcache_count=0"}
+# Counts the daemon's heap to the byte; see HeapCount.cpp. A sanitizer has an allocator of its own.
+HEAP_COUNTER = PROJECT / "build" / preset() / "lib/libzelrm_heap_count.so"
+COUNTED = {"LD_PRELOAD": str(HEAP_COUNTER), "ZEL_HEAP_COUNT": HEAP_COUNT} if HEAP_COUNTER.exists() else {}
 
 M = TypeVar("M", bound=Message)
 
@@ -84,7 +83,7 @@ class World:
         self.zelapp.history.clear()
         self.records.lives.append(Life(len(self.records.lives) + 1, time.monotonic()))
         with self.records.measure("start of the daemon"):
-            self.analyzer.start(ALLOCATION)
+            self.analyzer.start(COUNTED)
         self.reported, self.active = None, False
 
     def ended(self, reason: str) -> None:
@@ -349,18 +348,17 @@ class World:
     # Rest
 
     def rest(self) -> None:
-        """Everybody leaves. The daemon must come to the state that it had after its warm-up."""
+        """Everybody leaves. The daemon must come to the state that it had in the beginning of its life."""
         self.company.stop()
         self.hear_nothing()
         self.lose()
         life = self.records.life
-        if life.rest:
-            base = life.rest[0]
-            sample = self.watcher.settled(0.3, PATIENCE, lambda now: (now.descriptors, now.threads)
-                                          == (base.descriptors, base.threads))
+        if life.fresh is None:
+            life.fresh = self.watcher.settled(REST, PATIENCE)
         else:
-            sample = self.watcher.settled(REST, PATIENCE)
-        life.rest.append(sample)
+            base = life.fresh
+            life.rest.append(self.watcher.settled(0.3 if life.rest else REST, PATIENCE, lambda now: (
+                now.descriptors, now.threads) == (base.descriptors, base.threads)))
         self.check_files()
         self.check_sanitizer()
         self.zelapp.history.clear()
