@@ -2,23 +2,11 @@
 
 #include <array>
 #include <atomic>
-#include <cstddef>
 #include <cstdint>
 #include <string>
 
-/// The eight software images, in the order of the catalogue.
-enum ImageId : int {
-    kBootImage = 0,
-    kKernelImage = 1,
-    kRootFSImage = 2,
-    kAppImage = 3,
-    kQTEImage = 4,
-    kDSPImage = 5,
-    kXMLImage = 6,
-    kSYSImage = 7,
-};
-
-inline constexpr int kImageCount = 8;
+#include "wire/ImageCatalogue.h"
+#include "wire/UpdateFormat.h"
 
 /// What is known about one image of the update at hand. The flags and counters are used by the request handlers and the
 /// update worker at once. The texts are set before any worker runs; only ServerPath changes later, and only the update
@@ -43,8 +31,7 @@ struct ImageInfo {
 
 using ImageInfos = std::array<ImageInfo, kImageCount>;
 
-/// The last 16 bytes of an update file's header, kept as they came.
-using HeaderTail = std::array<std::uint8_t, 16>;
+using Wire::HeaderTail;
 
 /// Fills the texts of all records with those of the Human or the Veterinary model.
 void FillFromCatalogue(ImageInfos& images, bool human);

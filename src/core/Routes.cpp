@@ -2,7 +2,6 @@
 
 #include <memory>
 
-#include "common/Bytes.h"
 #include "config/CConfigMgr.h"
 #include "net/CConnectionMonitor.h"
 #include "net/CResultMarker.h"
@@ -10,13 +9,14 @@
 #include "net/CTCPSession.h"
 #include "net/CUDPServer.h"
 #include "net/CUDSServer.h"
-#include "net/PCCommand.h"
 #include "net/Route.h"
 #include "net/UDSMessageId.h"
 #include "process/CConnect.h"
 #include "process/CTransferResult.h"
 #include "process/CUpdateCommand.h"
 #include "process/update/CImageReceiver.h"
+#include "wire/Bytes.h"
+#include "wire/PCCommand.h"
 
 using RMUP::Net::CConnectionMonitor;
 using RMUP::Net::CTCPListener;

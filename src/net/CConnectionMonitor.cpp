@@ -8,7 +8,6 @@
 #include <thread>
 #include <utility>
 
-#include "common/Bytes.h"
 #include "common/Constants.h"
 #include "config/CConfigMgr.h"
 #include "config/CDeviceInfo.h"
@@ -16,7 +15,8 @@
 #include "net/CPCMsg.h"
 #include "net/CUDPServer.h"
 #include "net/CUDSServer.h"
-#include "net/PCCommand.h"
+#include "wire/Bytes.h"
+#include "wire/PCCommand.h"
 
 namespace RMUP::Net {
 

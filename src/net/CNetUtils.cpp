@@ -9,11 +9,11 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
-#include <numeric>
 
 #include "common/CDescriptor.h"
 #include "common/Constants.h"
 #include "config/CConfigMgr.h"
+#include "wire/PCPacket.h"
 
 using QENFx::Config::ConfigurationException;
 using QENFx::Config::ConfigurationManager;
@@ -94,7 +94,7 @@ std::string CNetUtils::ConfiguredAddress() const {
 }
 
 std::uint32_t CNetUtils::ByteSum(std::span<const std::uint8_t> data) {
-    return std::accumulate(data.begin(), data.end(), std::uint32_t{0});
+    return Wire::ByteSum(data);
 }
 
 std::uint32_t CNetUtils::AddressNumber(const std::string& dotted) {

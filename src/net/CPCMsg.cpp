@@ -1,43 +1,27 @@
 #include "net/CPCMsg.h"
 
-#include "common/Bytes.h"
+#include <algorithm>
+
 #include "common/Constants.h"
 #include "common/PacketDump.h"
-#include "net/CNetUtils.h"
-
-namespace {
-
-constexpr std::uint8_t kVersion = 1;
-constexpr std::size_t kChecksumSize = 4;
-
-}  // namespace
+#include "wire/Bytes.h"
 
 CPCMsg::CPCMsg() : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)) {}
 
 std::span<const std::uint8_t> CPCMsg::MakePacket(std::uint16_t command, std::uint8_t tag, std::uint8_t subTag,
                                                  std::span<const std::uint8_t> payload, bool withChecksum) {
     static constexpr char kTag[] = "[CPCMsg::MakePacket]";
-    const std::size_t payloadLength = payload.size() + (withChecksum ? kChecksumSize : 0);
-    const std::size_t total = kHeaderSize + payloadLength;
+    const std::size_t total = Wire::PCPacketSize(payload.size(), withChecksum);
     sendBuffer_.clear();
     if (total > kMaxPacketSize) {
         log_->WriteError("%s Packet is too long(%zu/%zu bytes)", kTag, total, kMaxPacketSize);
         return {};
     }
-
-    Bytes::PutBE16(rawHeader_, 0, command);
-    rawHeader_[2] = tag;
-    rawHeader_[3] = subTag;
-    rawHeader_[4] = kVersion;
-    Bytes::PutBE16(rawHeader_, 5, static_cast<std::uint16_t>(total << 1));
-    payload_.assign(payload.begin(), payload.end());
-    payload_.resize(payloadLength);
-    SetSequencePacket();
-
-    if (withChecksum) {
-        const std::size_t summed = total - kChecksumSize;
-        Bytes::PutBE32(sendBuffer_, summed, CNetUtils::ByteSum(std::span(sendBuffer_).first(summed)));
-    }
+    Wire::BuildPCPacket(sendBuffer_, {.command = command, .tag = tag, .subTag = subTag, .checksum = withChecksum},
+                        payload);
+    const auto headerEnd = sendBuffer_.begin() + static_cast<std::ptrdiff_t>(kHeaderSize);
+    std::copy(sendBuffer_.begin(), headerEnd, rawHeader_.begin());
+    payload_.assign(headerEnd, sendBuffer_.end());
     return sendBuffer_;
 }
 
@@ -54,8 +38,7 @@ std::span<std::uint8_t> CPCMsg::GetBufferData() {
 }
 
 std::size_t CPCMsg::GetPayloadLength() const {
-    const std::size_t total = Bytes::GetBE16(rawHeader_, 5) >> 1;
-    return GetCommand() == 0 || total < kHeaderSize ? 0 : total - kHeaderSize;
+    return Wire::ParsePCHeader(rawHeader_).payload;
 }
 
 std::uint16_t CPCMsg::GetCommand() const {

@@ -9,22 +9,16 @@
 #include <vector>
 
 #include "platform/Log.h"
+#include "wire/PCPacket.h"
 
-/// One packet of the PC protocol, big-endian:
-///
-///     0  command   2 bytes
-///     2  tag       chosen by the PC; a response copies the tag of its request
-///     3  sub-tag
-///     4  version   1 in packets from the device, ignored on receipt
-///     5  length    2 bytes: total length of the packet << 1, bit 0 a flag
-///     7  payload, and in one packet a 4-byte checksum at its end
+/// One packet of the PC protocol, laid out as wire/PCPacket.h says.
 ///
 /// A message is either filled from the network (raw header first, then the payload buffer of the announced size) or
 /// built with MakePacket. It owns its buffers; a copy has buffers of its own.
 class CPCMsg {
 public:
-    static constexpr std::size_t kHeaderSize = 7;
-    static constexpr std::size_t kMaxPacketSize = 0x7FFF;  ///< what the 15-bit length can say
+    static constexpr std::size_t kHeaderSize = Wire::kPCHeaderSize;
+    static constexpr std::size_t kMaxPacketSize = Wire::kMaxPCPacketSize;
 
     CPCMsg();
 

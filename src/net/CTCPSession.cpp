@@ -12,12 +12,12 @@
 #include <optional>
 #include <thread>
 
-#include "common/Bytes.h"
 #include "common/Constants.h"
 #include "config/CConfigMgr.h"
 #include "net/CNetUtils.h"
 #include "net/CResultMarker.h"
-#include "net/PCCommand.h"
+#include "wire/Bytes.h"
+#include "wire/PCCommand.h"
 
 namespace RMUP::Net {
 

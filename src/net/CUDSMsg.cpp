@@ -1,9 +1,9 @@
 #include "net/CUDSMsg.h"
 
-#include "common/Bytes.h"
 #include "common/Constants.h"
 #include "common/PacketDump.h"
 #include "platform/Crc16.h"
+#include "wire/Bytes.h"
 
 namespace {
 

@@ -7,7 +7,6 @@
 #include <cstring>
 #include <span>
 
-#include "common/Bytes.h"
 #include "common/Constants.h"
 #include "common/ProcessEnd.h"
 #include "config/CConfigMgr.h"
@@ -16,7 +15,8 @@
 #include "net/CConnectionMonitor.h"
 #include "net/CNetUtils.h"
 #include "net/CUDPServer.h"
-#include "net/PCCommand.h"
+#include "wire/Bytes.h"
+#include "wire/PCCommand.h"
 
 using RMUP::Net::CConnectionMonitor;
 using RMUP::Net::CUDPServer;

@@ -13,8 +13,8 @@
 #include "hl7wrap/COUL_R22Wrap.h"
 #include "net/CPCMsg.h"
 #include "net/CUDSServer.h"
-#include "net/PCCommand.h"
 #include "net/UDSMessageId.h"
+#include "wire/PCCommand.h"
 
 using QENFx::Data::Collection::Row;
 using QENFx::Data::Collection::Table;

@@ -5,13 +5,13 @@
 #include <memory>
 #include <utility>
 
-#include "common/Bytes.h"
 #include "common/Constants.h"
 #include "platform/Service.h"
 #include "process/update/CUpdate.h"
 #include "process/update/CUpdateSlot.h"
 #include "process/update/UpdateFile.h"
 #include "process/update/UpdateMessages.h"
+#include "wire/Bytes.h"
 
 using QENFx::Common::Version;
 using QENFx::Service::WorkException;

@@ -1,8 +1,8 @@
 #include "fuzz/Device.h"
 #include "hl7wrap/COUL_R22Wrap.h"
 #include "net/CPCMsg.h"
-#include "net/PCCommand.h"
 #include "process/CTransferResult.h"
+#include "wire/PCCommand.h"
 
 using Fuzz::Require;
 

@@ -7,8 +7,8 @@
 
 #include "common/Constants.h"
 #include "db/CRmDao.h"
-#include "net/PCCommand.h"
 #include "process/update/CImageReceiver.h"
+#include "wire/PCCommand.h"
 
 namespace RMUP::Process {
 

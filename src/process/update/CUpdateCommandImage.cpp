@@ -1,11 +1,11 @@
 #include <cerrno>
 #include <cstring>
 
-#include "net/PCCommand.h"
 #include "process/CUpdateCommand.h"
 #include "process/update/CFileSource.h"
 #include "process/update/UpdateFile.h"
 #include "process/update/UpdateMessages.h"
+#include "wire/PCCommand.h"
 
 using RMUP::Process::CByteSource;
 using RMUP::Process::CFileSource;

@@ -5,11 +5,11 @@
 #include <chrono>
 #include <thread>
 
-#include "common/Bytes.h"
 #include "net/CConnectionMonitor.h"
-#include "net/PCCommand.h"
 #include "process/update/CImageReceiver.h"
 #include "process/update/CUpdate.h"
+#include "wire/Bytes.h"
+#include "wire/PCCommand.h"
 
 namespace RMUP::Process {
 

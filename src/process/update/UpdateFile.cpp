@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <string_view>
 
-#include "common/Bytes.h"
+#include "wire/Bytes.h"
 
 using QENFx::Common::Version;
 
@@ -12,18 +12,6 @@ namespace RMUP::Process {
 namespace {
 
 constexpr double kComplete = 100;
-
-constexpr std::size_t kSizeOffset = 4;
-constexpr std::size_t kVersionOffset = 8;
-constexpr std::size_t kTailOffset = 24;
-
-std::string ParseMagic(std::span<const std::uint8_t> field) {
-    return std::string(field.begin(), std::ranges::find(field, std::uint8_t{0}));
-}
-
-std::int32_t ParseSize(std::span<const std::uint8_t> header, std::size_t offset) {
-    return static_cast<std::int32_t>(Bytes::GetLE32(header, offset));
-}
 
 bool ReadVersion(CByteSource& source, Version& version) {
     std::array<std::uint8_t, kVersionSize> field{};
@@ -37,12 +25,8 @@ bool ReadVersion(CByteSource& source, Version& version) {
 }  // namespace
 
 UpdateHeader ParseUpdateHeader(std::span<const std::uint8_t, kUpdateHeaderSize> bytes) {
-    UpdateHeader header;
-    header.magic = ParseMagic(bytes.first(kMagicSize));
-    header.size = ParseSize(bytes, kSizeOffset);
-    header.version = ParseVersionField(bytes.subspan(kVersionOffset, kVersionSize));
-    std::ranges::copy(bytes.subspan(kTailOffset), header.tail.begin());
-    return header;
+    const Wire::UpdateHeaderFields fields = Wire::ParseUpdateHeader(bytes);
+    return {fields.magic, fields.size, Version(fields.version), fields.tail};
 }
 
 bool ReadMagic(CByteSource& source, std::string& magic) {
@@ -50,7 +34,7 @@ bool ReadMagic(CByteSource& source, std::string& magic) {
     if (!source.Read(field)) {
         return false;
     }
-    magic = ParseMagic(field);
+    magic = Wire::FieldText(field);
     return true;
 }
 
@@ -59,7 +43,7 @@ HeaderField ReadHeaderAfterMagic(CByteSource& source, UpdateHeader& header) {
     if (!source.Read(size)) {
         return HeaderField::kSize;
     }
-    header.size = ParseSize(size, 0);
+    header.size = static_cast<std::int32_t>(Bytes::GetLE32(size, 0));
     if (!ReadVersion(source, header.version)) {
         return HeaderField::kVersion;
     }
@@ -136,8 +120,7 @@ std::array<std::uint8_t, kVersionSize> VersionField(const Version& version) {
 }
 
 Version ParseVersionField(std::span<const std::uint8_t> field) {
-    const std::string text(field.begin(), std::ranges::find(field, std::uint8_t{0}));
-    return Version(text);
+    return Version(Wire::FieldText(field));
 }
 
 }  // namespace RMUP::Process

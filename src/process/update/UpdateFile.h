@@ -9,24 +9,16 @@
 #include "config/ImageInfo.h"
 #include "platform/Text.h"
 #include "process/update/CByteSource.h"
+#include "wire/UpdateFormat.h"
 
-/// The format of update files and the rules on them, apart from where the bytes come from and who is told.
-///
-/// An update file is a header and the image's data. The header, little-endian:
-///
-///      0  magic     4 characters
-///      4  size      4 bytes, signed: the bytes of image data that follow the header
-///      8  version   16 bytes, a text padded with NUL
-///     24  tail      16 bytes, kept as they are
-///
-/// The data of a SYS file is a package: four sections, each again a header and data. The magic of a section says which
-/// image it is; their order is free.
+/// The rules on update files, apart from where the bytes come from and who is told. Their format: wire/UpdateFormat.h.
 namespace RMUP::Process {
 
-inline constexpr std::size_t kMagicSize = 4;
-inline constexpr std::size_t kVersionSize = 16;
-inline constexpr int kUpdateHeaderSize = 40;
-inline constexpr int kSYSSectionCount = 4;
+using Wire::kMagicSize;
+using Wire::kSYSSectionCount;
+using Wire::kUpdateHeaderSize;
+using Wire::kVersionSize;
+using Wire::PackageBlockOffset;
 
 /// What is copied is counted in pieces of this size, and progress looked at after each.
 inline constexpr std::size_t kChunkSize = 4096;
@@ -81,11 +73,6 @@ struct PackageBlock {
     bool hasSys = false;
     bool hasXml = false;
 };
-
-/// Where the block stands in an APP file, from the file's start, for the size in that file's header.
-constexpr std::int32_t PackageBlockOffset(std::int32_t size) {
-    return size - 40;
-}
 
 /// Reads the three version texts; each is tried whatever became of the one before.
 [[nodiscard]] PackageBlock ReadPackageBlock(CByteSource& source);

@@ -4,14 +4,14 @@
 #include <array>
 #include <new>
 
-#include "common/Bytes.h"
 #include "config/CConfigMgr.h"
 #include "net/CPCMsg.h"
 #include "net/CUDSMsg.h"
 #include "net/CUDSServer.h"
-#include "net/PCCommand.h"
 #include "net/UDSMessageId.h"
 #include "process/update/UpdateFile.h"
+#include "wire/Bytes.h"
+#include "wire/PCCommand.h"
 
 namespace RMUP::Process {
 
