@@ -19,6 +19,7 @@ public:
     void SetMessageType(std::string_view triggerEvent);
     /// Returns 1: every message has a header.
     int GetMessageType(std::string& triggerEvent) const;
+    using CLabMessageWrap::GetMessageType;
 };
 
 }  // namespace ZELHL7

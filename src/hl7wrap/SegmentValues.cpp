@@ -46,6 +46,26 @@ int ReadHeader(const Segment::MSH& header, std::string& sendingApplication, std:
     return 1;
 }
 
+int ReadMessageType(const Segment::MSH& header, std::string& code, std::string& triggerEvent, std::string& structure) {
+    code = header.Field<9>().Component<1>().GetValue();
+    triggerEvent = header.Field<9>().Component<2>().GetValue();
+    structure = header.Field<9>().Component<3>().GetValue();
+    return 1;
+}
+
+bool IsHeaderOf(const Segment::MSH& own, const Segment::MSH& read) {
+    const auto agree = [](const std::string& ours, const std::string& theirs) {
+        return ours.empty() || theirs.empty() || ours == theirs;
+    };
+    const auto& ours = own.Field<9>();
+    const auto& theirs = read.Field<9>();
+    // Only an acknowledgement has no type before it is set: its trigger event is that of the answered message.
+    const std::string& code = ours.Component<1>().GetValue();
+    return agree(code.empty() ? "ACK" : code, theirs.Component<1>().GetValue()) &&
+           agree(ours.Component<2>().GetValue(), theirs.Component<2>().GetValue()) &&
+           agree(ours.Component<3>().GetValue(), theirs.Component<3>().GetValue());
+}
+
 void FillAcknowledgment(Segment::MSA& acknowledgment, std::string_view code, std::string_view messageControlId,
                         std::string_view text) {
     acknowledgment.Field<1>().SetValue(code);

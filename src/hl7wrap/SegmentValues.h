@@ -28,6 +28,12 @@ void FillProfile(Segment::MSH& header, std::string_view profile);
 int ReadHeader(const Segment::MSH& header, std::string& sendingApplication, std::string& sendingFacility,
                std::string& receivingApplication, std::string& receivingFacility, std::string& messageControlId);
 
+int ReadMessageType(const Segment::MSH& header, std::string& code, std::string& triggerEvent, std::string& structure);
+
+/// Whether a header that was read may begin a message whose new header is `own`: where both name a message code, a
+/// trigger event or a structure (MSH-9), it is the same.
+[[nodiscard]] bool IsHeaderOf(const Segment::MSH& own, const Segment::MSH& read);
+
 void FillAcknowledgment(Segment::MSA& acknowledgment, std::string_view code, std::string_view messageControlId,
                         std::string_view text);
 int ReadAcknowledgment(const Segment::MSA& acknowledgment, std::string& code, std::string& messageControlId,

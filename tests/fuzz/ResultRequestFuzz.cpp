@@ -31,7 +31,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         const auto payload = Fuzz::Bytes(session->sent[0]).subspan(CPCMsg::kHeaderSize);
         Require(packet.GetCommand() == kResult && packet.GetPayloadLength() == payload.size(), "the packet is whole");
         ZELHL7::COUL_R22Wrap message;
-        Require(payload.empty() || message.Decode(Fuzz::Text(payload)) == 1, "the packet carries a message");
+        std::string_view text = Fuzz::Text(payload);
+        Require(payload.empty() || message.Decode(text) == 1, "the packet carries a message");
     }
     return 0;
 }

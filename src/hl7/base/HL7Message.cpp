@@ -9,7 +9,10 @@ void HL7Message::WriteChildren(std::span<const HL7Object* const> children, HL7Wr
 }
 
 int HL7Message::ReadChildren(std::span<HL7Object* const> children, HL7Reader& in) {
-    in.store = &store_;
+    if (store_ == nullptr) {
+        store_ = std::make_unique<HL7PartStore>();
+    }
+    in.store = store_.get();
     for (HL7Object* child : children) {
         if (child->Read(in) == kMalformed) {
             return kMalformed;

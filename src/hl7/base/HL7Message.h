@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <span>
 
 #include "hl7/base/HL7Children.h"
@@ -15,8 +16,9 @@ protected:
     int ReadChildren(std::span<HL7Object* const> children, HL7Reader& in);
 
 private:
-    // Outlives the children, which belong to the derived class.
-    HL7PartStore store_;
+    // Made by the first reading. Outlives the children, which belong to the derived class, and stays where it is when
+    // the message is moved.
+    std::unique_ptr<HL7PartStore> store_;
 };
 
 /// The message with the given children.

@@ -23,8 +23,8 @@ struct HL7Reader {
 };
 
 /// The root of everything that can write itself as HL7 text and read itself from it. All text is a string of 8-bit
-/// bytes; nothing is escaped, repeated or converted. Elements stay where they were made: they are neither copied nor
-/// moved.
+/// bytes; nothing is escaped, repeated or converted. Elements are not copied; a message can be moved as a whole, for
+/// example out of the function that fills it, and what was moved from is empty.
 class HL7Object {
 public:
     static constexpr char kSegmentTerminator = '\r';
@@ -34,14 +34,15 @@ public:
 
     HL7Object() = default;
     virtual ~HL7Object() = default;
+    HL7Object(HL7Object&&) noexcept = default;
     HL7Object(const HL7Object&) = delete;
     HL7Object& operator=(const HL7Object&) = delete;
 
     /// The text of this element.
-    virtual std::string Encode() const;
+    std::string Encode() const;
 
     /// Reads this element from the front of `text` and removes what it recognised; returns a DecodeResult.
-    virtual int Decode(std::string& text);
+    int Decode(std::string& text);
 
     /// As Encode, but appends to `out`.
     void EncodeTo(std::string& out) const;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <utility>
 
 #include "hl7/base/HL7DataType.h"
 
@@ -12,6 +13,14 @@ namespace {
 constexpr std::size_t kGrowth = 8;
 
 }  // namespace
+
+HL7PartOwner::HL7PartOwner(HL7PartOwner&& other) noexcept
+    : HL7Object(std::move(other)),
+      store_(std::exchange(other.store_, nullptr)),
+      parts_(std::exchange(other.parts_, nullptr)),
+      made_(std::exchange(other.made_, std::uint8_t{0})),
+      ownsStore_(std::exchange(other.ownsStore_, false)),
+      onlyPrimitives_(other.onlyPrimitives_) {}
 
 HL7PartOwner::~HL7PartOwner() {
     for (std::size_t index = 0; index < made_; ++index) {

@@ -26,6 +26,7 @@ class HL7PartOwner : public HL7Object {
 public:
     /// `onlyPrimitives`: whether every part is an HL7DataType.
     explicit HL7PartOwner(bool onlyPrimitives) : onlyPrimitives_(onlyPrimitives) {}
+    HL7PartOwner(HL7PartOwner&& other) noexcept;
     ~HL7PartOwner() override;
 
     /// The number of positions.

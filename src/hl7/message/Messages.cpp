@@ -47,13 +47,21 @@ RTB_K13::RTB_K13() {
     Preset(Child<MSH>(), "RTB", "K13", "RTB_K13");
 }
 
+ACK::ACK(ACK&&) noexcept = default;
 ACK::~ACK() = default;
+OML_O33::OML_O33(OML_O33&&) noexcept = default;
 OML_O33::~OML_O33() = default;
+ORL_O34::ORL_O34(ORL_O34&&) noexcept = default;
 ORL_O34::~ORL_O34() = default;
+OUL_R22::OUL_R22(OUL_R22&&) noexcept = default;
 OUL_R22::~OUL_R22() = default;
+QBP_Q11::QBP_Q11(QBP_Q11&&) noexcept = default;
 QBP_Q11::~QBP_Q11() = default;
+QBP_Q13::QBP_Q13(QBP_Q13&&) noexcept = default;
 QBP_Q13::~QBP_Q13() = default;
+RSP_K11::RSP_K11(RSP_K11&&) noexcept = default;
 RSP_K11::~RSP_K11() = default;
+RTB_K13::RTB_K13(RTB_K13&&) noexcept = default;
 RTB_K13::~RTB_K13() = default;
 
 }  // namespace HL7v251::Message
