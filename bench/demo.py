@@ -22,9 +22,9 @@ from rich.table import Table
 
 from bench import pc as pc_program
 from bench.analyzer import CONTROL_ID, OLD_VERSION, PASSWORD, PATIENT_ID, Analyzer
+from bench.image import APP, DSP, IMAGES, SYS, XML, file_name, make_release, sample_payloads
 from bench.pc import Pc
 from bench.pcpacket import Command
-from bench.updateformat import APP, DSP, IMAGES, SYS, XML, file_name, make_release, sample_payloads
 from bench.updateserver import UpdateServer
 from bench.zelapp import (CONTROL, PATIENT, PcConnection, ResultSent, UpdateComplete, UpdateFailed, UpdateProgress,
                           UpdateRequested, UpdateStarts)

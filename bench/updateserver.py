@@ -6,16 +6,10 @@ import shutil
 import socket
 import threading
 from collections.abc import Callable
-from xml.sax.saxutils import quoteattr
 
 from bench.daemon import wait_until
+from bench.image import INFO_PATH, QC_PATHS, document, parse, server_path
 from bench.sandbox import PC_ADDRESS, Sandbox
-from bench.updateformat import file_name, parse
-
-INFO_PATH = "bca_update_xml_vorn.xml"
-MODEL_NAMES = {"human": "Human", "veterinary": "N62V"}
-FOLDERS = {"human": "n62", "veterinary": "n62v_vorn"}
-QC_PATHS = {model: f"{folder}/control_material.xml" for model, folder in FOLDERS.items()}
 
 # One process that changes no user: a sandbox of an ordinary user knows only one.
 NGINX = """
@@ -41,15 +35,9 @@ http {{
 
 
 def update_info(model: str, files: dict[int, bytes], versions: dict[int, str] | None = None) -> bytes:
-    """The document that says which images the server offers. `versions` may differ from what the files hold."""
-    lines = ['<?xml version="1.0" encoding="utf-8"?>', "<update>", f"  <model name={quoteattr(MODEL_NAMES[model])}>"]
-    for image, data in files.items():
-        version = (versions or {}).get(image) or parse(data).version
-        major, minor, patch, build = version.split(".")
-        name = file_name(image, model)
-        lines.append(f'    <file_info name="{name}" major_version="{major}" minor_version="{minor}" '
-                     f'release_patch="{patch}" build_number="{build}" file_path="/{FOLDERS[model]}/{name}"/>')
-    return "\n".join([*lines, "  </model>", "</update>", ""]).encode()
+    """The document for these update files. `versions` may differ from what the files hold."""
+    return document({model: {image: (versions or {}).get(image) or parse(data).version
+                             for image, data in files.items()}})
 
 
 class UpdateServer:
@@ -81,7 +69,7 @@ class UpdateServer:
         shutil.rmtree(self.root)
         self.put(INFO_PATH, update_info(model, files, versions))
         for image, data in files.items():
-            self.put(f"{FOLDERS[model]}/{file_name(image, model)}", data)
+            self.put(server_path(image, model), data)
         self.put(QC_PATHS[model], b"<control_material/>\n")
 
     def requests(self) -> list[str]:

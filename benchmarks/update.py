@@ -16,12 +16,12 @@ from datetime import datetime
 
 from bench.analyzer import PASSWORD, Analyzer
 from bench.daemon import wait_until
+from bench.image import DSP, file_name, make, pattern, server_path
 from bench.pc import DSP as DSP_BIT
 from bench.pc import IMAGE_PIECE, Pc
 from bench.pcpacket import Command, Packet
 from bench.sandbox import ANALYZER_ADDRESS, PC_ADDRESS, UPDATE_HOST
-from bench.updateformat import DSP, file_name, make, pattern
-from bench.updateserver import FOLDERS, UpdateServer
+from bench.updateserver import UpdateServer
 from bench.zelapp import PcConnection, UpdateComplete, UpdateRequested
 from benchmarks.measure import Row, megabytes
 
@@ -112,7 +112,7 @@ class Bench:
 
     def by_curl(self) -> float:
         self.forget(COPY)
-        url = f"http://{UPDATE_HOST}/{FOLDERS[MODEL]}/{FILE}"
+        url = f"http://{UPDATE_HOST}/{server_path(DSP, MODEL)}"
         return float(self.analyzer.sandbox.run("curl", "-s", "-o", COPY, "-w", "%{time_total}", url, timeout=120))
 
     def packets(self, payload: bytes) -> list[bytes]:

@@ -7,13 +7,13 @@ import socket
 import struct
 from collections.abc import Callable
 
+from bench.image import APP, XML
 from bench.pc import IMAGE_PIECE
 from bench.pcpacket import Command, Packet
 from bench.sandbox import ANALYZER_ADDRESS
 from bench.soak import operations, updates
 from bench.soak.records import check
 from bench.soak.world import PATIENCE, World
-from bench.updateformat import APP, XML
 
 CLOSED = "ZELRmUp received signal(#13)"
 ATTEMPTS = 20

@@ -9,13 +9,13 @@ import time
 from bench import pc as bits
 from bench.analyzer import PASSWORD
 from bench.daemon import wait_until
+from bench.image import (APP, BOOT, DSP, HEADER_SIZE, KERNEL, QTE, ROOTFS, SYS, XML, archive, make_release,
+                         parse, pattern)
 from bench.pc import IMAGE_PIECE, Refused
 from bench.pcpacket import Command, Info
 from bench.soak.disturbances import leave
 from bench.soak.records import Wrong, check
 from bench.soak.world import PATIENCE, World
-from bench.updateformat import (APP, BOOT, DSP, HEADER_SIZE, KERNEL, QTE, ROOTFS, SYS, XML, archive, make_release,
-                                parse, pattern)
 from bench.zelapp import (Message, NothingToUpdate, PcConnection, UpdateComplete, UpdateFailed, UpdateProgress,
                           UpdateRequested, UpdateStarts)
 

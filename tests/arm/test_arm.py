@@ -14,9 +14,9 @@ import pytest
 
 from bench.analyzer import CONFIG, OLD_VERSION, PASSWORD, PATIENT_ID, Analyzer
 from bench.daemon import daemon_path
+from bench.image import (APP, BOOT, IMAGES, KERNEL, QTE, ROOTFS, SYS, XML, file_name, make_release,
+                         sample_payloads)
 from bench.pc import Pc
-from bench.updateformat import (APP, BOOT, IMAGES, KERNEL, QTE, ROOTFS, SYS, XML, file_name, make_release,
-                                sample_payloads)
 from bench.zelapp import (PATIENT, PcConnection, ResultSent, UpdateComplete, UpdateFailed, UpdateProgress,
                           UpdateStarts)
 

@@ -9,8 +9,8 @@ import pytest
 
 from bench.analyzer import Analyzer
 from bench.daemon import preset, wait_until
+from bench.image import APP, BOOT, DSP, KERNEL, QTE, ROOTFS, SYS, XML
 from bench.pc import Pc, Refused
-from bench.updateformat import APP, BOOT, DSP, KERNEL, QTE, ROOTFS, SYS, XML
 from bench.updateserver import UpdateServer
 from updates import (BLOCK, INTERNET, KEYS, NEW, OLD, PC_ERROR, SERVER_ERROR, SWITCH_ERROR, USB, USB_ERROR,
                      WRITE_ERROR, begin_push, check_nothing_open, check_updated, contents, device_calls, fail, history,

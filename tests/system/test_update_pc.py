@@ -11,10 +11,10 @@ import pytest
 from bench import pc as bits
 from bench.analyzer import PASSWORD, Analyzer
 from bench.daemon import wait_until
+from bench.image import APP, DSP, HEADER_SIZE, SYS, XML, make_sys
 from bench.pc import IMAGE_PIECE, Pc
 from bench.pcpacket import Command
 from bench.sandbox import USB_ANALYZER_ADDRESS, USB_PC_ADDRESS
-from bench.updateformat import APP, DSP, HEADER_SIZE, SYS, XML, make_sys
 from bench.zelapp import NothingToUpdate, PcConnection, UpdateRequested, UpdateStarts
 from updates import (BY_PC, FROM_PC, NEW, OLD, PC_ERROR, USB, announced, begin_push, check_nothing_open, check_updated,
                      fail, header_with, insert_stick, record, release, replace, sections_of, start, statuses, succeed,

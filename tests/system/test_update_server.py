@@ -8,10 +8,10 @@ import time
 import pytest
 
 from bench.analyzer import Analyzer
+from bench.image import APP, DSP, HEADER_SIZE, INFO_PATH, QC_PATHS, SYS, XML, make_sys, server_path
 from bench.sandbox import UPDATE_HOST
-from bench.updateformat import APP, DSP, HEADER_SIZE, SYS, XML, file_name, make_sys
-from bench.updateserver import (FOLDERS, INFO_PATH, QC_PATHS, Behaviour, FaultyServer, UpdateServer, answer,
-                                answer_with_length, by_path, chunked, close_at_once, update_info)
+from bench.updateserver import (Behaviour, FaultyServer, UpdateServer, answer, answer_with_length, by_path, chunked,
+                                close_at_once, update_info)
 from bench.zelapp import NothingToUpdate, UpdateComplete
 from updates import (INTERNET, NEW, NEWER, OLD, QC, SERVER_ERROR, announced, check_nothing_open, check_updated, fail,
                      header_with, history, open_files, record, release, replace, sections_of, start, succeed,
@@ -23,7 +23,7 @@ QC_FILE = "/tmp/control_material_rm.xml"
 
 
 def path(image: int, model: str = "human") -> str:
-    return f"/{FOLDERS[model]}/{file_name(image, model)}"
+    return f"/{server_path(image, model)}"
 
 
 def request(path: str, protocol: str = "HTTP/1.1") -> bytes:

@@ -8,7 +8,7 @@ import pytest
 
 from bench.analyzer import Analyzer
 from bench.daemon import wait_until
-from bench.updateformat import APP, DSP, KERNEL, QTE, ROOTFS, SYS, XML, make, make_sys, pattern
+from bench.image import APP, DSP, KERNEL, QTE, ROOTFS, SYS, XML, make, make_sys, pattern
 from bench.zelapp import NothingToUpdate, UpdateStarts
 from updates import (BLOCK, MOUNT_ERROR, NEW, NEWER, OLD, PACKAGE_ERROR, USB, USB_ERROR, XML_FILES, announced,
                      check_nothing_open, check_updated, contents, device_calls, fail, header_with, history,

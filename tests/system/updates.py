@@ -10,10 +10,10 @@ from typing import Any
 from bench import pc as pc_program
 from bench.analyzer import OLD_VERSION, Analyzer
 from bench.daemon import wait_until
+from bench.image import (APP, BOOT, DSP, HEADER_SIZE, KERNEL, QTE, ROOTFS, SYS, XML, archive, file_name,
+                         make_release, parse, pattern)
 from bench.pc import Pc
 from bench.pcpacket import Command
-from bench.updateformat import (APP, BOOT, DSP, HEADER_SIZE, KERNEL, QTE, ROOTFS, SYS, XML, archive, file_name,
-                                make_release, parse, pattern)
 from bench.zelapp import (Message, NothingToUpdate, UpdateComplete, UpdateFailed, UpdateProgress, UpdateRequested,
                           UpdateStarts)
 

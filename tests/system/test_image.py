@@ -1,0 +1,168 @@
+"""The release engineer's tool: its page is true, an analyzer takes what it makes, and what is wrong is found."""
+
+from __future__ import annotations
+
+import json
+import os
+import subprocess
+from pathlib import Path
+
+import pytest
+
+from bench.analyzer import Analyzer
+from bench.daemon import wait_until
+from bench.image import BOOT, KERNEL, QTE, ROOTFS, archive, stick
+from bench.image.__main__ import main
+from bench.image.catalogue import Refused
+from bench.sandbox import PROJECT
+from updates import INTERNET, USB, start, succeed, wait_idle, written
+
+VERSION = "1.02.03.0004"
+
+
+PAGE = (PROJECT / "docs/updates.md").read_text()
+
+
+def examples() -> dict[str, list[str]]:
+    """The commands on the page, with their prompts, and what each shows."""
+    found: dict[str, list[str]] = {}
+    for block in PAGE.split("\n\n"):
+        if block.startswith(("    $ ", "    # ")):
+            for line in block.splitlines():
+                if line.startswith(("    $ ", "    # ")):
+                    found[line[4:]] = output = []
+                else:
+                    output.append(line[4:])
+    return found
+
+
+def test_the_page(analyzer: Analyzer) -> None:
+    """Catches a page that is not true any more, and files, documents or sticks that an analyzer does not take."""
+    page = analyzer.sandbox.path("/data/page")
+    page.mkdir()
+    (page / "zel").symlink_to(PROJECT / "zel")
+    shown = examples()
+    for command, output in shown.items():
+        if command.startswith("$ "):
+            done = subprocess.run(["sh", "-c", command[2:]], cwd=page, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+            assert done.stdout.decode().splitlines() == output and done.returncode == 0, command
+    assert f"Content-Length: {(page / 'www/bca_update_xml_vorn.xml').stat().st_size}`" in PAGE
+
+    with open(page / "log", "wb") as log:
+        analyzer.sandbox.spawn(["/usr/bin/python3", "-m", "bench.image", "serve", "/data/page/www"], log, log,
+                               {"PYTHONPATH": str(PROJECT)})
+    wait_until(lambda: b"serving" in (page / "log").read_bytes(), 20, "the server serves")
+    start(analyzer, INTERNET)
+    succeed(analyzer)
+    told = [line.split(" ", 2)[2] for line in (page / "log").read_text().splitlines()[1:]]
+    assert told == [line.split(" ", 2)[2] for line in shown["# ./zel image serve www"]]
+    wait_idle(analyzer)
+    (page / "stick").rename(analyzer.device / "usb")
+    start(analyzer, USB)
+    succeed(analyzer)
+    names = {BOOT: "boot", KERNEL: "kernel", ROOTFS: "rootfs", QTE: "qte"}
+    assert written(analyzer).items() >= {image: f"the {name}".encode() for image, name in names.items()}.items()
+    assert set(analyzer.read_device("versions.cfg").values()) == {VERSION}
+    assert analyzer.sandbox.path("/data/xml_bank/2nd/analytes.xml").read_text() == "<analytes/>"
+
+
+@pytest.fixture
+def release(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> Path:
+    """A release made from the payloads beside it; both directories are where the tool is called."""
+    monkeypatch.chdir(tmp_path)
+    Path("payloads").mkdir()
+    for name in ("boot", "kernel", "rootfs", "qte", "app", "dsp"):
+        Path(f"payloads/{name}.img").write_bytes(name.encode() * 1000)
+    Path("payloads/xml.zip").write_bytes(archive({"a.xml": b"<a/>" * 100}))
+    assert run("make payloads --model veterinary", f"--version {VERSION} --set boot=1.00.00.0001 --output release") == 0
+    return Path("release")
+
+
+def run(*arguments: str) -> int:
+    return main(" ".join(arguments).split())
+
+
+WRONG = {("zel_app", 0, b"ABCD"): "zel_app.n62v.bin: unknown magic b'ABCD'",
+         ("zel_dsp", 4, b"\xff\xff\xff\xff"): "the header of the dsp image says -1 bytes",
+         ("zel_dsp", 8, b"newest\0"): '"newest" is not a version',
+         ("zel_dsp", 0, b"ZN6D"): "the analyzer looks for zel_dsp.n62.bin",
+         ("zel_sys", 40, b"ZV6K"): "holds kernel, kernel, rootfs, qte",
+         ("zel_sys", 44, b"\xff\xff\xff\x7f"): "the header of the boot image says 2147483647 bytes",
+         ("zel_xml", 8, b"1.02.03.0005"): "zel_app.n62v.bin: belongs with APP, SYS, XML",
+         ("zel_xml", 78, b"xx"): "xml: ", ("zel_xml", 40, b"garbage" * 40): "not a good zip archive",
+         ("zel_app", 24, b"another's tail.."): ""}
+
+
+def test_what_is_wrong_is_found(release: Path, capsys: pytest.CaptureFixture[str]) -> None:
+    """Catches a fault that an analyzer would meet first, and a foreign tail that passes for one."""
+    for (name, begin, replaced), complaint in WRONG.items():
+        path = release / f"{name}.n62v.bin"
+        good = path.read_bytes()
+        path.write_bytes((good[:begin] + replaced + good[begin + len(replaced):])[:len(good)])
+        assert run("verify --json release") == bool(complaint), complaint
+        told = json.loads(capsys.readouterr().out)
+        assert complaint in " ".join(told["problems"]) and told["good"] == (not complaint)
+        assert run("publish www release") == bool(complaint) and Path("www").exists() != bool(complaint)
+        path.write_bytes(good)
+    (release / "zel_dsp.n62v.bin").unlink()
+    assert run("publish www release") == 0 and not Path("www/n62v_vorn/zel_dsp.n62v.bin").exists()
+    (release / "zel_sys.n62v.bin").unlink()
+    assert run("verify release") == 1 and "only taken together" in capsys.readouterr().err
+
+
+def test_parts_and_versions(release: Path, capsys: pytest.CaptureFixture[str]) -> None:
+    """Catches a version that is taken from the wrong place, a difference that is not seen, and half a release."""
+    assert run("extract release --output parts") == 0 and run("make parts --model veterinary --output again") == 0
+    assert run("diff release again") == 0 and run("diff release/zel_dsp.n62v.bin again/zel_app.n62v.bin") == 1
+    assert run("make parts --model veterinary --set sys=1.02.03.0005 --output other") == 1, "the block says otherwise"
+    assert run("make parts --file kernel=payloads/qte.img --model veterinary --output changed") == 0
+    capsys.readouterr()
+    assert run("diff --json release changed") == 1
+    assert json.loads(capsys.readouterr().out)["differences"] == {
+        "veterinary sys": ["kernel: 6000 bytes become 3000, different from byte 0 of the data on"]}
+    Path("payloads/kernel.img").unlink()
+    assert run("make payloads --model human --version", VERSION, "--output half") == 1
+    assert run("make --file dsp=release/zel_dsp.n62v.bin --model human --output half") == 1
+    assert run("make --file dsp=payloads/dsp.img --model human --output half") == 1
+    assert run("make parts --model veterinary --version 1.02.03.0005 --output half") == 1, "which of two versions"
+    assert run("verify /nowhere") == 2 and run("serve release --port 8080") == 2 and not Path("half").exists()
+    error = capsys.readouterr().err
+    assert "missing: kernel" in error and "not dsp of the human one" in error and "dsp: has no version" in error
+    assert "/nowhere: No such file" in error and "publish makes it" in error
+
+
+def test_sticks(release: Path, monkeypatch: pytest.MonkeyPatch, capsys: pytest.CaptureFixture[str]) -> None:
+    """Catches a disk that is taken for a stick, what another release left on one, and one that does not keep files."""
+    disks = {"sda": (0, "pci0", 0, []), "sdb": (16, "pci0/usb1", 0, ["sdb1"]), "sdc": (32, "pci0", 1, ["sdc1", "sdc2"])}
+    numbers = Path("sys/dev/block").absolute()
+    numbers.mkdir(parents=True)
+    for name, (minor, bus, removable, partitions) in disks.items():
+        disk = Path("sys", bus, name).absolute()
+        for i, part in enumerate(["", *partitions]):
+            (disk / part).mkdir(parents=True)
+            (numbers / f"8:{minor + i}").symlink_to(disk / part)
+        (disk / "removable").write_text(f"{removable}\n")
+        for part in partitions:
+            (disk / part / "partition").touch()
+    monkeypatch.setattr(stick, "SYS", Path("sys"))
+    assert [stick.is_stick(os.makedev(8, minor)) for minor in (0, 16, 17, 32, 33, 48)] == [False, *[True] * 4, False]
+    assert stick.partition_of(os.makedev(8, 16), Path("/dev/sdb")) == Path("/dev/sdb1")
+    for minor, reason in ((0, "not a removable device"), (32, "several partitions")):
+        with pytest.raises(Refused, match=reason):
+            stick.partition_of(os.makedev(8, minor), Path("/dev/sdx"))
+    running = os.stat("/").st_dev
+    (numbers / f"{os.major(running)}:{os.minor(running)}").symlink_to(Path("sys/pci0/sdc/sdc1").absolute())
+    assert not stick.is_stick(os.makedev(8, 32)), "the system runs from it"
+
+    Path("stick").mkdir()
+    Path("stick/zel_dsp.n62v.bin").write_bytes(b"of another release")
+    Path("stick/zel_logo.n62v.bin").touch()
+    assert run("stick stick release") == 2 and run("stick stick release --anywhere") == 2
+    assert run("stick stick release --anywhere --clear") == 0 and not Path("stick/zel_logo.n62v.bin").exists()
+    error = capsys.readouterr().err
+    assert "not on a removable device" in error and "stick/zel_logo.n62v.bin: is not of this release" in error
+    assert run("make payloads --model human --version", VERSION, "--output human") == 0
+    assert run("stick stick human --anywhere") == 0, "a stick serves both models"
+    assert run("diff release stick") == 1 and "veterinary" not in capsys.readouterr().out
+    monkeypatch.setattr(stick, "put", lambda path, data: path.write_bytes(data[:-1]))
+    assert run("stick stick human --anywhere") == 2 and "reads back otherwise" in capsys.readouterr().err
