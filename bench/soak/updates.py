@@ -52,13 +52,10 @@ def version_of(files: Files) -> str:
 # Steps of an update
 
 def start(world: World, method: int) -> None:
-    """ZELApp starts an update, again while the worker of the one before still ends."""
-    while True:
-        mark = world.log.mark()
-        world.zelapp.start_update(method)
-        refused = "[CUpdateCommand::ProcessUpdateStart] Another update processing now"
-        if world.log.wait(("[CUpdate::Run] Update Start", refused), mark, PATIENCE) != refused:
-            return
+    """ZELApp starts an update, which the end of the one before must not prevent once ZELApp has heard of it."""
+    mark = world.log.mark()
+    world.zelapp.start_update(method)
+    world.log.wait(("[CUpdate::Run] Update Start",), mark, PATIENCE)
 
 
 def begin_push(world: World, files: Files) -> None:

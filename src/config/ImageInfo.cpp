@@ -30,6 +30,7 @@ constexpr CatalogueEntry kCatalogue[kImageCount] = {
 void ImageInfo::Clear() {
     IsFile = false;
     NeedUpdate = false;
+    InPackage = false;
     FileSize = 0;
     Download = 0;
     Written = 0;

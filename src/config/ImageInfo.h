@@ -14,6 +14,7 @@
 struct ImageInfo {
     std::atomic<bool> IsFile{false};        ///< an update file of this image is at hand
     std::atomic<bool> NeedUpdate{false};    ///< the image is to be written
+    std::atomic<bool> InPackage{false};     ///< what is at hand came as a section of the SYS package
     std::atomic<std::int32_t> FileSize{0};  ///< bytes of image data that the update file announces
     std::atomic<std::int32_t> Download{0};  ///< bytes stored in the temporary file so far
     std::atomic<std::int32_t> Written{0};   ///< bytes written to the device so far

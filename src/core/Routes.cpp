@@ -40,11 +40,11 @@ int AcknowledgeIPChange(CPCMsg&) {
 }
 
 /// Of the PC's error notices, those with which it gives an update up; it has no others for the device.
-void ProcessErrorNotice(CPCMsg& message) {
+void ProcessErrorNotice(CPCMsg& message, Session session) {
     const auto payload = message.GetPayload();
     const std::uint16_t code = payload.size() < 2 ? std::uint16_t{0} : Bytes::GetBE16(payload, 0);
     if (code >= kFirstCancel && code <= kLastCancel) {
-        CUpdateCommand().ProcessUpdateCancel(message);
+        CUpdateCommand().ProcessUpdateCancel(message, session);
     }
 }
 
@@ -60,11 +60,11 @@ constexpr TCPRoute kTCPRoutes[] = {
     {kRegisterDevice, [](CPCMsg& message, Session session) { CConnect().ProcessRegisterDevice(message, session); }},
     {kUnregisterDevice, [](CPCMsg& message, Session session) { CConnect().ProcessUnregisterDevice(message, session); }},
     {kGetInfo, [](CPCMsg& message, Session session) { CConnect().ProcessGetDeviceInfo(message, session); }},
-    {kUpdateStart, [](CPCMsg& message, Session) { CConnect().ProcessUpdateStart(message); }},
+    {kUpdateStart, [](CPCMsg& message, Session session) { CConnect().ProcessUpdateStart(message, session); }},
     {kImageData,
      [](CPCMsg& message, Session session) { CUpdateCommand().ProcessReceiveUpdateImage(message, session); }},
-    {kInfo, [](CPCMsg& message, Session) { CUpdateCommand().ProcessUpdateInfoRes(message); }},
-    {kErrorNotice, [](CPCMsg& message, Session) { ProcessErrorNotice(message); }},
+    {kInfo, [](CPCMsg& message, Session session) { CUpdateCommand().ProcessUpdateInfoRes(message, session); }},
+    {kErrorNotice, &ProcessErrorNotice},
     {kResult, [](CPCMsg&, Session) { CResultMarker::Create(); }},
 };
 

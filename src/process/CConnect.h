@@ -36,7 +36,7 @@ public:
     [[noreturn]] void ProcessIPChange();
 
     /// Takes the PC's announcement of images to push and asks ZELApp whether the update may start.
-    int ProcessUpdateStart(CPCMsg& message);
+    int ProcessUpdateStart(CPCMsg& message, const SessionPtr& session);
 
 private:
     [[nodiscard]] bool MayRegister(CPCMsg& message, const SessionPtr& session);

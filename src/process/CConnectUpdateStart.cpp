@@ -6,6 +6,7 @@
 #include "process/CConnect.h"
 #include "process/update/CImageReceiver.h"
 #include "process/update/CUpdateSlot.h"
+#include "process/update/UpdateMessages.h"
 
 using RMUP::Process::CImageReceiver;
 using RMUP::Process::CUpdateSlot;
@@ -33,14 +34,19 @@ constexpr Announced kAnnounced[] = {
 
 }  // namespace
 
-int CConnect::ProcessUpdateStart(CPCMsg& message) {
+int CConnect::ProcessUpdateStart(CPCMsg& message, const SessionPtr& session) {
     log_->WriteInfo("%s Update start request from PC accepted", kTag);
     const auto payload = message.GetPayload();
     if (payload.size() != 1) {
         log_->WriteError("%s Payload length differs from it's structure", kTag);
         return -1;
     }
+    if (RMUP::Process::IsForeign(session, kTag)) {
+        RMUP::Process::SendUpdateImpossible(session);
+        return -1;
+    }
 
+    CUpdateSlot::WaitEnd();
     {
         const CImageReceiver::Visit visit(CImageReceiver::GetInstance());
         if (!visit.IsWelcome() || CUpdateSlot::IsTaken()) {
@@ -48,6 +54,7 @@ int CConnect::ProcessUpdateStart(CPCMsg& message) {
             log_->WriteError("%s Another update processing now", kTag);
         } else {
             CDeviceInfo* device = CDeviceInfo::GetInstance();
+            // Takes back a cancel as well, which from here on is one of this offer's update.
             device->ClearImageInfo();
             for (const Announced& announced : kAnnounced) {
                 if ((payload[0] & announced.bit) != 0) {

@@ -51,13 +51,14 @@ CUpdateCommand::CUpdateCommand()
 int CUpdateCommand::ProcessUpdateStart(CUDSMsg& message) {
     static constexpr char kTag[] = "[CUpdateCommand::ProcessUpdateStart]";
     log_->WriteInfo("%s Update start request from ZELApp accepted", kTag);
-    auto slot = device_->GetStatus() == DeviceStatus::kUpdating ? std::nullopt : CUpdateSlot::Take();
-    if (!slot) {
-        log_->WriteError("%s Another update processing now", kTag);
-        return -1;
-    }
+    const auto request = message.GetPayload();
     try {
-        auto update = std::make_unique<CUpdate>(message.GetPayload(), std::move(*slot));
+        auto slot = CUpdateSlot::Take();
+        if (!slot || device_->GetStatus() == DeviceStatus::kUpdating) {
+            log_->WriteError("%s Another update processing now", kTag);
+            return -1;
+        }
+        auto update = std::make_unique<CUpdate>(request, std::move(*slot));
         update->Start();
         // From here on the remover of finished threads owns it; it may be gone already.
         (void)update.release();
@@ -65,8 +66,9 @@ int CUpdateCommand::ProcessUpdateStart(CUDSMsg& message) {
     } catch (WorkException* thrown) {
         const std::unique_ptr<WorkException> exception(thrown);
         log_->WriteError("%s Exception: %s", kTag, exception->GetMessage());
-        return -1;
     }
+    RMUP::Process::SendUpdateNotStarted(request.size() > 1 ? request[1] : std::uint8_t{0});
+    return -1;
 }
 
 int CUpdateCommand::ProcessUpdateRequestRes(CUDSMsg& message) {
@@ -88,7 +90,7 @@ int CUpdateCommand::ProcessUpdateRequestRes(CUDSMsg& message) {
     return 0;
 }
 
-int CUpdateCommand::ProcessUpdateInfoRes(CPCMsg& message) {
+int CUpdateCommand::ProcessUpdateInfoRes(CPCMsg& message, const SessionPtr& session) {
     log_->WriteInfo("%s Process update image info from PC", kInfoTag);
     const auto payload = message.GetPayload();
     std::size_t expected = kFlagsSize;
@@ -101,13 +103,25 @@ int CUpdateCommand::ProcessUpdateInfoRes(CPCMsg& message) {
         log_->WriteError("%s Payload length differs from it's structure", kInfoTag);
         return -1;
     }
-    const CImageReceiver::Visit visit(CImageReceiver::GetInstance());
-    if (!visit.IsWelcome()) {
-        log_->WriteError("%s Another update processing now", kInfoTag);
+    if (RMUP::Process::IsForeign(session, kInfoTag)) {
         return -1;
     }
-    TakeOffers(payload);
-    return ReportOffers();
+    std::vector<std::uint8_t> report;
+    {
+        const CImageReceiver::Visit visit(CImageReceiver::GetInstance());
+        if (!visit.IsWelcome()) {
+            log_->WriteError("%s Another update processing now", kInfoTag);
+            return -1;
+        }
+        TakeOffers(payload);
+        report = JudgeOffers(session);
+    }
+    if (report.empty()) {
+        log_->WriteError("%s memory allocate error for Send Update Info message", kInfoTag);
+        return -1;
+    }
+    RMUP::Process::SendUpdateStatus(report);
+    return 0;
 }
 
 void CUpdateCommand::TakeOffers(std::span<const std::uint8_t> payload) {
@@ -134,28 +148,26 @@ void CUpdateCommand::TakeOffers(std::span<const std::uint8_t> payload) {
     }
 }
 
-int CUpdateCommand::ReportOffers() {
+std::vector<std::uint8_t> CUpdateCommand::JudgeOffers(const SessionPtr& session) {
     const ImageInfos& images = device_->GetImageInfo();
     const auto count = std::ranges::count_if(images, [](const ImageInfo& image) { return image.NeedUpdate.load(); });
-    const auto payload = RMUP::Process::MakeUpdateInfo(*device_, kOfferOrder, static_cast<int>(count));
-    if (payload.empty()) {
-        log_->WriteError("%s memory allocate error for Send Update Info message", kInfoTag);
-        return -1;
-    }
     if (count > 0) {
-        RMUP::Process::SendUpdateStatus(payload);
-        return 0;
+        return RMUP::Process::MakeUpdateInfo(*device_, kOfferOrder, static_cast<int>(count));
     }
-    RMUP::Process::SendUpdateStatus(std::array<std::uint8_t, 1>{RMUP::Process::kNothingToUpdate});
-    if (const SessionPtr session = device_->GetSession()) {
+    if (session->GetUpdateFlag()) {
+        // Who asked for the offers ends on seeing the flag cleared; that nothing is newer is its last report.
+        CUpdateSlot::BeginEnd();
         session->SetUpdateFlag(false);
     }
     log_->WriteInfo("%s There is no need to update file by PC", kInfoTag);
-    return 0;
+    return {RMUP::Process::kNothingToUpdate};
 }
 
-int CUpdateCommand::ProcessUpdateCancel(CPCMsg&) {
+int CUpdateCommand::ProcessUpdateCancel(CPCMsg&, const SessionPtr& session) {
     static constexpr char kTag[] = "[CUpdateCommand::ProcessUpdateCancel]";
+    if (RMUP::Process::IsForeign(session, kTag)) {
+        return -1;
+    }
     log_->WriteInfo("%s Update cancel accepted", kTag);
     device_->SetUpdateFlag(true);
     return 0;

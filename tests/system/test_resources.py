@@ -17,7 +17,8 @@ from bench.daemon import preset, wait_until
 from bench.pc import Pc, Refused
 from bench.pcpacket import Info
 from bench.zelapp import PATIENT, PcConnection, ResultFailed, ResultSent
-from updates import NEW, USB, history, insert_stick, release, start, succeed
+from updates import (BY_PC, INTERNET, NEW, PC_ERROR, SERVER_ERROR, USB, USB_ERROR, fail, history, insert_stick, release,
+                     start, succeed)
 
 SANITIZED = preset() not in ("release", "debug")
 
@@ -176,8 +177,10 @@ def test_memory_for_threads_runs_out(analyzer: Analyzer, connected_pc: Pc, make_
         other.receive()
     assert "[CTCPListener::Run] New session failed: Cannot create a thread" in analyzer.daemon.log()
     insert_stick(analyzer, release())
-    analyzer.zelapp.start_update(USB)
-    analyzer.daemon.wait_for_log("Cannot create a thread", count=2)
+    for number, (method, error) in enumerate([(USB, USB_ERROR), (BY_PC, PC_ERROR), (INTERNET, SERVER_ERROR)], 2):
+        analyzer.zelapp.start_update(method)
+        analyzer.daemon.wait_for_log("Cannot create a thread", count=number)
+        fail(analyzer, error)
     transfer(analyzer, connected_pc)
     limit(analyzer, "as", "unlimited")
     start(analyzer, USB)

@@ -2,6 +2,8 @@
 
 from __future__ import annotations
 
+import re
+import socket
 import struct
 import time
 from collections.abc import Callable
@@ -11,14 +13,14 @@ import pytest
 from bench import pc as bits
 from bench.analyzer import PASSWORD, Analyzer
 from bench.daemon import wait_until
-from bench.image import APP, DSP, HEADER_SIZE, SYS, XML, make_sys
+from bench.image import APP, DSP, HEADER_SIZE, SYS, XML, make, make_sys
 from bench.pc import IMAGE_PIECE, Pc
-from bench.pcpacket import Command
+from bench.pcpacket import Command, Info, Packet
 from bench.sandbox import USB_ANALYZER_ADDRESS, USB_PC_ADDRESS
-from bench.zelapp import NothingToUpdate, PcConnection, UpdateRequested, UpdateStarts
-from updates import (BY_PC, FROM_PC, NEW, OLD, PC_ERROR, USB, announced, begin_push, check_nothing_open, check_updated,
-                     fail, header_with, insert_stick, record, release, replace, sections_of, start, statuses, succeed,
-                     wait_idle, written)
+from bench.zelapp import NothingToUpdate, PcConnection, UpdateFailed, UpdateRequested, UpdateStarts
+from updates import (BY_PC, FROM_PC, NEW, OLD, PC_ERROR, USB, WRITE_ERROR, announced, begin_push, check_nothing_open,
+                     check_updated, fail, follow, header_with, insert_stick, record, release, replace, sections_of,
+                     start, statuses, succeed, wait_idle, written)
 
 FILES = release(without=(DSP,))
 ALL_OLD, ALL_NEW = (dict.fromkeys((bits.SYS, bits.APP, bits.XML), version) for version in (OLD, NEW))
@@ -153,8 +155,16 @@ def test_cancel(analyzer: Analyzer, connected_pc: Pc) -> None:
         fail(analyzer, PC_ERROR, hex(code))
         wait_idle(analyzer, "Registered")
         check_nothing_open(analyzer)
+    connected_pc.offer_update([bits.SYS])
+    analyzer.zelapp.expect(UpdateRequested)
     connected_pc.cancel_update()
     analyzer.daemon.wait_for_log("Update cancel accepted", count=4)
+    start(analyzer, FROM_PC)
+    fail(analyzer, PC_ERROR)
+    connected_pc.expect(Command.UPDATE_ACCEPTED)
+    assert "download delayed (2 counts)" not in analyzer.daemon.log(), "cancelled before ZELApp started it"
+    connected_pc.cancel_update()
+    analyzer.daemon.wait_for_log("Update cancel accepted", count=5)
     assert record(analyzer) == before and not written(analyzer)
     push_all(analyzer, connected_pc)
 
@@ -163,6 +173,7 @@ def test_bad_images(analyzer: Analyzer, connected_pc: Pc) -> None:
     """Catches an image that is not as announced being taken, spoiling the next one, or being answered twice."""
     app = FILES[APP]
     cases: dict[str, list[bytes]] = {
+        "an unknown magic": [replace(app, 0, b"ZV6A")[:20000], app[20000:30000], app[:20000]],
         "no bytes": [b""],
         "39 bytes": [app[:39], app[39:20000], b"more"],
         "a negative size": [header_with(app, -1)[:20000], app[:20000]],
@@ -178,11 +189,16 @@ def test_bad_images(analyzer: Analyzer, connected_pc: Pc) -> None:
         # The session answers in order: what comes next is the answer to the next image.
         push(connected_pc, FILES[XML])
     push(connected_pc, app)
-    # As long as announced, but it cannot be taken apart: it is not complete.
+    # As long as announced, but not the four that belong there: it is not complete.
     boot, kernel, rootfs, qte = sections_of(FILES)
-    for bad in ([boot, header_with(kernel, -1), rootfs, qte], [boot, kernel, rootfs]):
+    for bad in ([boot, header_with(kernel, -1), rootfs, qte], [boot, kernel, rootfs], [boot, kernel, kernel, qte],
+                [boot, kernel, rootfs, make(APP, "human", NEW, b"app")],
+                [boot, kernel, rootfs, make(SYS, "human", NEW, b"sys")]):
         push(connected_pc, make_sys("human", NEW, bad))
         expect_refusal(connected_pc)
+    push(connected_pc, replace(FILES[SYS], HEADER_SIZE, b"ZV6B"))
+    expect_from_daemon(connected_pc, Command.IMAGE_RECEIVED, b"")  # the same once more, for the section
+    expect_refusal(connected_pc)
     analyzer.daemon.wait_for_log("download delayed (2 counts)")
     push(connected_pc, FILES[SYS])
     succeed(analyzer)
@@ -190,39 +206,75 @@ def test_bad_images(analyzer: Analyzer, connected_pc: Pc) -> None:
     check_nothing_open(analyzer)
 
 
-def test_an_unknown_magic(analyzer: Analyzer, connected_pc: Pc) -> None:
-    """Catches data of an unknown image landing in some file; a section with one is answered and passed over."""
-    app = FILES[APP]
-    begin_push(analyzer, connected_pc)
-    send_pieces(connected_pc, replace(app, 0, b"ZV6A")[:20000], app[20000:30000], app[:20000])
-    expect_refusal(connected_pc)
-    connected_pc.cancel_update()
-    fail(analyzer, PC_ERROR)
-    assert not list(analyzer.sandbox.path("/tmp").glob("zel_*")) and not written(analyzer)
+def test_what_does_not_belong_together(analyzer: Analyzer, connected_pc: Pc) -> None:
+    """Catches a part of a release, a package with more than its images, or one of its images alone being written,
+    switched to or recorded."""
+    sys, app, xml = (FILES[image] for image in (SYS, APP, XML))
+    kernel = sections_of(FILES)[1]
+    longer = header_with(sys + kernel, len(sys + kernel) - HEADER_SIZE)
+    before = record(analyzer)
+    for offered, pushed, error in (
+            ((APP, XML), [app, xml], WRITE_ERROR), ((SYS, APP), [sys, app], WRITE_ERROR), ((), [kernel], None),
+            ((SYS, APP, XML), [sys, kernel, app, xml], WRITE_ERROR),
+            ((SYS, APP, XML), [longer, app, xml], WRITE_ERROR)):
+        begin_push(analyzer, connected_pc, offered)
+        push(connected_pc, *pushed)
+        end = follow(analyzer)[-1]
+        assert (isinstance(end, UpdateFailed) and (end.code, end.group)) == error if error \
+            else isinstance(end, NothingToUpdate), f"{offered}: {end}"
+        assert record(analyzer) == before and not written(analyzer), offered
+    push_all(analyzer, connected_pc)
 
-    begin_push(analyzer, connected_pc)
-    push(connected_pc, replace(FILES[SYS], HEADER_SIZE, b"ZV6B"))
-    connected_pc.expect(Command.IMAGE_RECEIVED)  # the same once more, for the section
-    push(connected_pc, FILES[XML], app)
-    succeed(analyzer)
-    assert sorted(written(analyzer)) == [1, 2, 3, 4] and written(analyzer)[1] == sections_of(FILES)[1][HEADER_SIZE:]
-    assert analyzer.read_device("versions.cfg")["BOOT"] == OLD
 
+def test_a_neighbour(analyzer: Analyzer, pc: Pc, make_pc: Callable[..., Pc]) -> None:
+    """Catches a stranger who cancels, feeds, spoils or holds up the update of the connected PC, or who is answered
+    piece by piece."""
+    stranger = make_pc(address=USB_PC_ADDRESS, analyzer=USB_ANALYZER_ADDRESS)
+    stranger.connect()
+    stranger.send(Command.IMAGE_DATA, FILES[SYS][:20000], flag=True)
+    analyzer.daemon.wait_for_log("Tmp save file open: /tmp/zel_sys.n62.raw")
+    pc.register(PASSWORD)
+    pc.start_heartbeat()
+    assert analyzer.zelapp.expect(PcConnection).connected
+    push(pc, FILES[XML])
+    assert not analyzer.sandbox.path("/tmp/zel_sys.n62.raw").exists(), "half an image of a stranger was kept"
+    send_pieces(stranger, FILES[SYS][20000:30000], FILES[SYS][30000:40000])
+    expect_refusal(stranger)
 
-def test_two_sessions(analyzer: Analyzer, connected_pc: Pc, make_pc: Callable[..., Pc]) -> None:
-    """Catches the pieces of two sessions being mixed, and an image that ends with a stranger's session."""
-    other = make_pc(address=USB_PC_ADDRESS, analyzer=USB_ANALYZER_ADDRESS)
-    other.connect()
-    begin_push(analyzer, connected_pc)
-    connected_pc.send(Command.IMAGE_DATA, FILES[APP][:30000], flag=True)
-    analyzer.daemon.wait_for_log("Tmp save file open: /tmp/zel_app.n62.raw")
-    other.send(Command.IMAGE_DATA, FILES[SYS][:20000], flag=True)
-    expect_refusal(other)
-    other.disconnect()
+    begin_push(analyzer, pc)
+    push(pc, FILES[APP])
+    stranger.cancel_update()
+    stranger.send_update_info({bits.XML: NEW})
+    stranger.offer_update([bits.SYS])
+    expect_refusal(stranger)
+    for pieces in ([FILES[XML]], [FILES[SYS][:20000], *[FILES[APP][:20000]] * 10]):
+        send_pieces(stranger, *pieces)
+        expect_refusal(stranger)
+    assert stranger.get_info(Info.SERIAL), "one answer was enough"
+    pc.send(Command.IMAGE_DATA, FILES[SYS][:20000], flag=True)
+    stranger.disconnect()
     analyzer.daemon.wait_for_log("PC Disconnected")
-    push(connected_pc, FILES[APP][30000:], FILES[SYS], FILES[XML])
+    push(pc, FILES[SYS][20000:], FILES[XML])
     succeed(analyzer)
     check_updated(analyzer, FILES, "From PC")
+
+
+def test_a_pc_that_does_not_read(analyzer: Analyzer, pc: Pc) -> None:
+    """Catches an update that waits until a PC has taken its answers."""
+    pc.tcp = analyzer.sandbox.socket(socket.SOCK_STREAM)
+    # Small segments and a small buffer, so that not so many answers fit.
+    pc.tcp.setsockopt(socket.IPPROTO_TCP, socket.TCP_MAXSEG, 100)
+    pc.tcp.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 1)
+    pc.tcp.connect((pc.analyzer, bits.ANALYZER_TCP_PORT))
+    pc.tcp.settimeout(2)
+    with pytest.raises(TimeoutError):
+        while True:
+            pc.tcp.send(Packet(Command.IMAGE_DATA, 1, ord("1")).encode() * 100)
+    insert_stick(analyzer, FILES)
+    start(analyzer, USB)
+    succeed(analyzer)
+    check_updated(analyzer, FILES, "USB")
+    assert analyzer.daemon.stop() == 1  # before the PC closes the session that is being sent to
 
 
 def test_data_while_another_update_runs(analyzer: Analyzer, connected_pc: Pc) -> None:
@@ -251,10 +303,36 @@ def test_the_pc_closes_its_session(analyzer: Analyzer, connected_pc: Pc) -> None
     connected_pc.disconnect()
     fail(analyzer, PC_ERROR, timeout=5)
     check_nothing_open(analyzer)
+    half = analyzer.sandbox.path("/tmp/zel_app.n62.raw")
+    wait_until(lambda: not half.exists(), 5, "the half image is removed")
     assert record(analyzer) == before and not written(analyzer)
     connected_pc.register(PASSWORD)
     wait_until(lambda: analyzer.zelapp.expect(PcConnection).connected, 10, "the PC is connected again")
     push_all(analyzer, connected_pc)
+
+
+def test_the_pc_connects_again(analyzer: Analyzer, connected_pc: Pc) -> None:
+    """Catches an update that waits for a session that was not asked, or ends without ZELApp hearing of it."""
+    def links() -> list[tuple[str, str]]:
+        return re.findall(r"connection success TCP\((.)\), UDP\((.)\)", analyzer.daemon.log())
+
+    for asked in (None, Command.GET_INFO, Command.IMAGE_REQUEST):
+        if asked:
+            start(analyzer, BY_PC)
+            connected_pc.expect(Command.GET_INFO)
+        else:
+            begin_push(analyzer, connected_pc)
+        if asked == Command.IMAGE_REQUEST:
+            connected_pc.send_update_info(ALL_NEW)
+            connected_pc.expect(Command.IMAGE_REQUEST)
+        lost, back = (analyzer.daemon.log().count(line) for line in ("PC Disconnected", "TCP session reconnected"))
+        connected_pc.disconnect()
+        analyzer.daemon.wait_for_log("PC Disconnected", 5, lost + 1)
+        connected_pc.connect()
+        analyzer.daemon.wait_for_log("TCP session reconnected", 5, back + 1)
+        fail(analyzer, PC_ERROR, str(asked))
+        wait_until(lambda: links()[-1] == ("T", "T"), 10, "the PC is connected")
+    assert "download delayed (3 counts)" not in analyzer.daemon.log(), "the push was lost, and did not stall"
 
 
 def test_the_pc_falls_silent(analyzer: Analyzer, connected_pc: Pc) -> None:

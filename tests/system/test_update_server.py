@@ -8,7 +8,7 @@ import time
 import pytest
 
 from bench.analyzer import Analyzer
-from bench.image import APP, DSP, HEADER_SIZE, INFO_PATH, QC_PATHS, SYS, XML, make_sys, server_path
+from bench.image import APP, DSP, HEADER_SIZE, INFO_PATH, KERNEL, QC_PATHS, SYS, XML, make_sys, server_path
 from bench.sandbox import UPDATE_HOST
 from bench.updateserver import (Behaviour, FaultyServer, UpdateServer, answer, answer_with_length, by_path, chunked,
                                 close_at_once, update_info)
@@ -54,17 +54,21 @@ def test_a_release_from_a_real_server(analyzer: Analyzer) -> None:
     server.publish("human", release(OLD, without=(DSP,)))
     start(analyzer, INTERNET)
     assert isinstance(analyzer.zelapp.receive(), NothingToUpdate)
-    assert server.requests() == [f"GET {INFO} HTTP/1.1 200"] and record(analyzer) == before
+    # What comes inside SYS, and DSP, is not the server's to offer.
+    others = {KERNEL: sections_of(RELEASE)[1], DSP: release()[DSP]}
+    server.publish("human", others)
+    start(analyzer, INTERNET)
+    fail(analyzer, SERVER_ERROR)
+    assert server.requests() == [f"GET {INFO} HTTP/1.1 200"] * 2 and record(analyzer) == before
 
-    files = release()
-    server.publish("human", files)
+    server.publish("human", RELEASE | others)
     start(analyzer, INTERNET)
     messages, progress = succeed(analyzer)
-    assert announced(messages) == [(image, NEW) for image in (APP, DSP, XML, SYS)]
-    assert progress == {APP: 100, DSP: 100, XML: 100, SYS: 100}
-    check_updated(analyzer, files, "INTERNET")
-    assert server.requests()[1:] == [f"GET {INFO} HTTP/1.1 200", *(
-        f"GET {path(image)} HTTP/1.{0 if image == SYS else 1} 200" for image in (APP, DSP, XML, SYS))]
+    assert announced(messages) == [(image, NEW) for image in (APP, XML, SYS)]
+    assert progress == {APP: 100, XML: 100, SYS: 100}
+    check_updated(analyzer, RELEASE, "INTERNET")
+    assert server.requests()[2:] == [f"GET {INFO} HTTP/1.1 200", *(
+        f"GET {path(image)} HTTP/1.{0 if image == SYS else 1} 200" for image in (APP, XML, SYS))]
     check_quiet(analyzer)
     check_nothing_open(analyzer)
 
@@ -182,6 +186,8 @@ def bad_images() -> dict[str, tuple[int, Behaviour, str]]:
         "closed in a section": (SYS, cut(package, len(package) - 1), "[CUpdate::DownloadFile] recv error: "),
         "closed between sections": (SYS, cut(package, HEADER_SIZE + len(boot) + len(kernel)), lost),
         "a foreign section": (SYS, answer_with_length(replace(package, HEADER_SIZE, b"ZV6B")), "Not correct file"),
+        "an APP in the SYS": (SYS, answer_with_length(replace(package, HEADER_SIZE, b"ZN6A")), "Not correct file"),
+        "two kernels": (SYS, answer_with_length(replace(package, HEADER_SIZE, b"ZN6K")), "Not correct file"),
         "a SYS in the SYS": (SYS, answer_with_length(replace(package, HEADER_SIZE, b"ZN6S")), "Not correct file"),
         "a section of negative size": (SYS, answer_with_length(
             make_sys("human", NEW, [boot, header_with(kernel, -1), rootfs, qte])), abnormal),

@@ -10,8 +10,8 @@ from bench.analyzer import Analyzer
 from bench.daemon import wait_until
 from bench.image import APP, DSP, KERNEL, QTE, ROOTFS, SYS, XML, make, make_sys, pattern
 from bench.zelapp import NothingToUpdate, UpdateStarts
-from updates import (BLOCK, MOUNT_ERROR, NEW, NEWER, OLD, PACKAGE_ERROR, USB, USB_ERROR, XML_FILES, announced,
-                     check_nothing_open, check_updated, contents, device_calls, fail, header_with, history,
+from updates import (BLOCK, MOUNT_ERROR, NEW, NEWER, OLD, PACKAGE_ERROR, USB, USB_ERROR, WRITE_ERROR, XML_FILES,
+                     announced, check_nothing_open, check_updated, contents, device_calls, fail, header_with, history,
                      insert_stick, record, release, replace, sections_of, start, statuses, succeed, wait_idle, written)
 
 
@@ -129,6 +129,10 @@ def test_bad_sticks(analyzer: Analyzer) -> None:
         ("an APP too small for its block", good | {APP: make(APP, "human", NEW, b"tiny")}, USB_ERROR, together),
         ("a foreign section", package(boot, replace(kernel, 0, b"ZZ6K"), rootfs, qte), USB_ERROR, "Not correct file"),
         ("SYS in SYS", package(boot, kernel, make(SYS, "human", NEW, b""), qte), USB_ERROR, "Not correct file"),
+        ("APP in SYS", package(boot, kernel, rootfs, good[APP]), USB_ERROR, "Not correct file"),
+        ("two kernels", package(boot, kernel, kernel, qte), USB_ERROR, "Not correct file"),
+        ("a fifth section", package(boot, kernel, rootfs, qte, kernel), WRITE_ERROR, "Write image error"),
+        ("an empty section", package(boot, kernel, rootfs, make(QTE, "human", NEW, b"")), WRITE_ERROR, "Write image"),
         ("a section of negative size", package(boot, header_with(kernel, -5), rootfs, qte), USB_ERROR, "Copy update"),
         ("three sections", package(boot, kernel, rootfs), USB_ERROR, "[CUpdate::CopyContentsFromUSB] file read error"),
         ("a section beyond the end", package(boot, kernel, qte, header_with(rootfs, 1 << 30)), USB_ERROR,

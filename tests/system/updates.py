@@ -80,18 +80,10 @@ def insert_stick(analyzer: Analyzer, files: dict[int, bytes], model: str = "huma
 
 
 def start(analyzer: Analyzer, method: int, mode: int = 0) -> None:
-    """Starts an update, again while the worker of the one before still ends."""
-    def counts() -> tuple[int, int]:
-        log = analyzer.daemon.log()
-        return log.count("Update Start"), log.count("[CUpdateCommand::ProcessUpdateStart] Another")
-
-    started, refused = counts()
-    while True:
-        analyzer.zelapp.start_update(method, mode)
-        wait_until(lambda: counts() != (started, refused), 10, "an update starts or is refused")
-        if counts()[0] > started:
-            return
-        refused = counts()[1]
+    """Starts an update, which the end of the one before must not prevent once ZELApp has heard of it."""
+    started = analyzer.daemon.log().count("[CUpdate::Run] Update Start")
+    analyzer.zelapp.start_update(method, mode)
+    analyzer.daemon.wait_for_log("[CUpdate::Run] Update Start", 10, started + 1)
 
 
 def begin_push(analyzer: Analyzer, pc: Pc, images: tuple[int, ...] = (SYS, APP, XML)) -> None:

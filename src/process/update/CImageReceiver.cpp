@@ -1,6 +1,10 @@
 #include "process/update/CImageReceiver.h"
 
+#include <unistd.h>
+
 #include <chrono>
+
+#include "config/CDeviceInfo.h"
 
 namespace RMUP::Process {
 
@@ -8,12 +12,23 @@ namespace {
 
 constexpr std::chrono::seconds kIdleWait{1};
 
-/// Compares without taking part in the ownership, so that no session is torn down here.
-bool BelongsTo(const ImageTransfer& transfer, const std::shared_ptr<IPCSession>& session) {
-    return !transfer.owner.owner_before(session) && !session.owner_before(transfer.owner);
+}  // namespace
+
+CImageTransfer::CImageTransfer(const std::shared_ptr<IPCSession>& session, int image, ImageInfo& record,
+                               std::int32_t announced)
+    : index(image), size(announced), file(record.RawPath.c_str()), owner_(session), image_(record) {}
+
+CImageTransfer::~CImageTransfer() {
+    if (!closed_) {
+        image_.FileSize = 0;
+        image_.Download = 0;
+        unlink(image_.RawPath.c_str());
+    }
 }
 
-}  // namespace
+bool CImageTransfer::BelongsTo(const std::shared_ptr<IPCSession>& session) const {
+    return !owner_.owner_before(session) && !session.owner_before(owner_);
+}
 
 CImageReceiver* CImageReceiver::GetInstance() {
     // Never destroyed: sessions may still receive while the process exits.
@@ -22,64 +37,83 @@ CImageReceiver* CImageReceiver::GetInstance() {
 }
 
 CImageReceiver::Visit::Visit(CImageReceiver* receiver) : receiver_(receiver) {
-    const std::lock_guard lock(receiver_->mutex_);
+    std::unique_lock lock(receiver_->mutex_);
+    receiver_->left_.wait(lock, [this] { return !receiver_->visited_ || !receiver_->open_; });
     welcome_ = receiver_->open_;
-    receiver_->visitors_ += welcome_ ? 1 : 0;
+    receiver_->visited_ = receiver_->visited_ || welcome_;
 }
 
 CImageReceiver::Visit::~Visit() {
-    const std::lock_guard lock(receiver_->mutex_);
-    receiver_->visitors_ -= welcome_ ? 1 : 0;
-    receiver_->idle_.notify_all();
+    if (welcome_) {
+        const std::lock_guard lock(receiver_->mutex_);
+        receiver_->visited_ = false;
+        receiver_->left_.notify_all();
+    }
 }
 
-ImageTransfer* CImageReceiver::Visit::TransferOf(const std::shared_ptr<IPCSession>& session) {
-    // Declared before the lock: a file is closed without it.
-    std::unique_ptr<ImageTransfer> forgotten;
-    const std::lock_guard lock(receiver_->mutex_);
-    std::unique_ptr<ImageTransfer>& transfer = receiver_->transfer_;
+CImageReceiver::Transfer* CImageReceiver::Visit::TransferOf(const SessionPtr& session) {
     if (!welcome_) {
         return nullptr;
     }
-    if (transfer != nullptr && transfer->owner.expired()) {
-        forgotten.swap(transfer);
+    Transfer& transfer = receiver_->transfer_;
+    if (transfer != nullptr && !transfer->BelongsTo(session)) {
+        if (CDeviceInfo::GetInstance()->GetSession() != session) {
+            return nullptr;
+        }
+        transfer.reset();
     }
-    if (transfer == nullptr) {
-        transfer = std::make_unique<ImageTransfer>();
-        transfer->owner = session;
-    }
-    return BelongsTo(*transfer, session) ? transfer.get() : nullptr;
+    return &transfer;
 }
 
-void CImageReceiver::Visit::Finish() {
-    std::unique_ptr<ImageTransfer> forgotten;
+void CImageReceiver::Visit::DropRest(const SessionPtr& session) {
     const std::lock_guard lock(receiver_->mutex_);
-    forgotten.swap(receiver_->transfer_);
+    // Not what an opening has made void since.
+    if (welcome_ || !receiver_->open_) {
+        receiver_->dropped_.insert(session);
+    }
 }
 
 void CImageReceiver::Shut() {
-    std::unique_ptr<ImageTransfer> forgotten;
+    Transfer given;
     std::unique_lock lock(mutex_);
     open_ = false;
-    idle_.wait(lock, [this] { return visitors_ == 0; });
-    forgotten.swap(transfer_);
+    left_.notify_all();
+    left_.wait(lock, [this] { return !visited_; });
+    given.swap(transfer_);
 }
 
 void CImageReceiver::Open() {
     const std::lock_guard lock(mutex_);
     open_ = true;
+    dropped_.clear();
 }
 
 void CImageReceiver::WaitIdle() {
     std::unique_lock lock(mutex_);
-    idle_.wait_for(lock, kIdleWait, [this] { return visitors_ == 0; });
+    left_.wait_for(lock, kIdleWait, [this] { return !visited_; });
 }
 
-void CImageReceiver::SessionEnded(const std::shared_ptr<IPCSession>& session) {
-    std::unique_ptr<ImageTransfer> forgotten;
+bool CImageReceiver::IsDropped(const SessionPtr& session, bool last) {
     const std::lock_guard lock(mutex_);
-    if (transfer_ != nullptr && BelongsTo(*transfer_, session)) {
-        forgotten.swap(transfer_);
+    const auto dropped = dropped_.find(session);
+    if (dropped == dropped_.end()) {
+        return false;
+    }
+    if (last) {
+        dropped_.erase(dropped);
+    }
+    return true;
+}
+
+void CImageReceiver::SessionEnded(const SessionPtr& session) {
+    {
+        const std::lock_guard lock(mutex_);
+        dropped_.erase(session);
+    }
+    // What is shut holds no transfer.
+    Visit visit(this);
+    if (visit.IsWelcome() && transfer_ != nullptr && transfer_->BelongsTo(session)) {
+        transfer_.reset();
     }
 }
 

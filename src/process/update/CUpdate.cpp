@@ -14,14 +14,6 @@ namespace RMUP::Process {
 
 namespace {
 
-enum Method : std::uint8_t {
-    kByUSB = 1,
-    kByPC = 2,
-    kByInternet = 3,
-    kFromPC = 4,
-    kQCMaterial = 6,
-};
-
 /// The request mode that asks only what would be updated.
 constexpr std::uint8_t kOnlyAsk = 1;
 
@@ -42,6 +34,7 @@ CUpdate::CUpdate(std::span<const std::uint8_t> request, CUpdateSlot slot)
 }
 
 CUpdate::~CUpdate() {
+    CUpdateSlot::BeginEnd();
     // What the PC still sends of an image begun for this update belongs to no update any more.
     CImageReceiver::GetInstance()->Shut();
     CImageReceiver::GetInstance()->Open();
@@ -50,7 +43,6 @@ CUpdate::~CUpdate() {
 
 int CUpdate::Run() {
     log_->WriteInfo("%s Update Start", kRunTag);
-    device_->SetUpdateFlag(false);
     CImageReceiver::GetInstance()->Shut();
     device_->RefreshVersions();
     DeleteRemainingFiles(images_);
@@ -115,6 +107,9 @@ CUpdate::Fetched CUpdate::FetchFromUSB() {
         SendUDSUpdateError(kNothingToUpdate);
         return Fetched::kNothing;
     }
+    if (onlyAsked) {
+        CUpdateSlot::BeginEnd();
+    }
     const int reported = SendUDSUpdateInfo(images_);
     if (onlyAsked || reported != 0) {
         return Fetched::kNothing;
@@ -133,8 +128,9 @@ CUpdate::Fetched CUpdate::UpdateByPC() {
     device_->ClearImageInfo();
     CImageReceiver::GetInstance()->Open();
     // Before the question goes out: the answer clears the flag, and it may be quick.
-    if (const auto session = device_->GetSession()) {
-        session->SetUpdateFlag(true);
+    pc_ = device_->GetSession();
+    if (pc_ != nullptr) {
+        pc_->SetUpdateFlag(true);
     }
     SendPCGetUpdateInfo();
     return DownloadByPCMonitor() == 0 ? Fetched::kImages : Fetched::kNothing;
@@ -168,12 +164,14 @@ CUpdate::Fetched CUpdate::UpdateFromPC() {
     // The marks stay as the PC's announcement has set them. What it pushed before the device was ready went with the
     // remaining files, so nothing counts as received.
     for (ImageInfo& image : images_) {
+        image.InPackage = false;
         image.FileSize = 0;
         image.Download = 0;
         image.Written = 0;
         image.Progress = 0;
     }
     CImageReceiver::GetInstance()->Open();
+    pc_ = device_->GetSession();
     SendPCUpdateReqResponse();
     if (DownloadFromPCMonitor() != 0) {
         log_->WriteError("%s Download update file from PC error", kRunTag);
@@ -204,6 +202,11 @@ int CUpdate::WriteUpdate() {
         log_->WriteError("%s Write image error", kRunTag);
         SendUDSUpdateError(kErrorWrite);
         return -1;
+    }
+    if (std::ranges::none_of(images_, [](const ImageInfo& image) { return image.NeedUpdate.load(); })) {
+        log_->WriteInfo("%s No need to update", kRunTag);
+        SendUDSUpdateError(kNothingToUpdate);
+        return 0;
     }
     if (ChangeBootPartition(images_) != 0) {
         SendUDSUpdateError(kErrorBootPartition);
@@ -264,11 +267,13 @@ int CUpdate::SendUDSUpdateStatus(Images& images) {
 }
 
 int CUpdate::SendUDSUpdateComplete() {
+    CUpdateSlot::BeginEnd();
     SendUpdateStatus(std::array<std::uint8_t, 1>{kUpdateFinished});
     return 0;
 }
 
 int CUpdate::SendUDSUpdateError(int kind, std::uint32_t code, std::uint8_t group) {
+    CUpdateSlot::BeginEnd();
     if (kind == kNothingToUpdate) {
         SendUpdateStatus(std::array<std::uint8_t, 1>{kNothingToUpdate});
     } else if (kind == kUpdateFailed) {
@@ -279,13 +284,19 @@ int CUpdate::SendUDSUpdateError(int kind, std::uint32_t code, std::uint8_t group
 
 int CUpdate::SendPCGetUpdateInfo() {
     // The items are the versions of SYS, APP, DSP and XML and the XML archive's second one.
-    SendToPC(device_->GetSession(), kGetInfo, std::array<std::uint8_t, 2>{0x03, 0xE0});
+    AskPC(kGetInfo, std::array<std::uint8_t, 2>{0x03, 0xE0});
     return 0;
 }
 
 int CUpdate::SendPCUpdateReqResponse() {
-    SendToPC(device_->GetSession(), kUpdateAccept, std::array<std::uint8_t, 1>{0x04});
+    AskPC(kUpdateAccept, std::array<std::uint8_t, 1>{0x04});
     return 0;
+}
+
+void CUpdate::AskPC(std::uint16_t command, std::span<const std::uint8_t> payload) {
+    if (!SendToPC(pc_, command, payload)) {
+        pc_.reset();
+    }
 }
 
 }  // namespace RMUP::Process

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "config/CDeviceInfo.h"
+#include "config/IPCSession.h"
 #include "platform/Log.h"
 #include "platform/Service.h"
 #include "process/update/CFileSource.h"
@@ -63,6 +64,9 @@ private:
     int SendPCGetUpdateInfo();
     int SendPCUpdateReqResponse();
 
+    /// Sends to the session that is asked for the images. A PC that cannot be sent to is lost.
+    void AskPC(std::uint16_t command, std::span<const std::uint8_t> payload);
+
     // Files
     void DeleteRemainingFiles(Images& images);
     [[nodiscard]] int GetFileHeaderInfoFromUSB(int index, CFileSource& file, Images& images);
@@ -86,7 +90,7 @@ private:
     [[nodiscard]] int CopyContentsFromUSB(Images& images);
     [[nodiscard]] int CopyImageFromUSB(int index, Images& images);
     [[nodiscard]] int CopyPackageFromUSB(Images& images);
-    [[nodiscard]] int CopySectionFromUSB(CFileSource& package, Images& images);
+    [[nodiscard]] int CopySectionFromUSB(CFileSource& package, CPackageSections& sections, Images& images);
     [[nodiscard]] int CopyFile(CFileSource& source, COutputFile& destination, int index, Images& images);
 
     // PC
@@ -96,6 +100,9 @@ private:
 
     [[nodiscard]] int WaitForOffers();
     [[nodiscard]] int RequestImage(int index, std::uint32_t bit);
+
+    /// Whether the session that was asked for the images is not, or no more, the current one, the PC counts as gone, or
+    /// it has given the update up.
     [[nodiscard]] bool IsPCLost() const;
     int GiveUpPC();
 
@@ -130,6 +137,9 @@ private:
 
     // Writing
     [[nodiscard]] int WriteImage(Images& images);
+
+    /// Takes the marks from what is not to be written although a version is newer.
+    void SkipWhatIsNotWritten(Images& images);
     void SkipSameBootLoader(Images& images);
     [[nodiscard]] int WriteBlocks(int index, Images& images);
     [[nodiscard]] int UnpackXML(Images& images);
@@ -148,7 +158,8 @@ private:
     const DeviceStatus savedStatus_;
     PackageVersions package_;
     std::chrono::steady_clock::time_point start_;
-    std::string methodText_;  ///< how the history names the method
+    std::string methodText_;          ///< how the history names the method
+    std::shared_ptr<IPCSession> pc_;  ///< the session that is asked for the images
 };
 
 }  // namespace RMUP::Process

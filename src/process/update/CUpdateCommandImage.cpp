@@ -3,6 +3,7 @@
 
 #include "process/CUpdateCommand.h"
 #include "process/update/CFileSource.h"
+#include "process/update/CUpdateSlot.h"
 #include "process/update/UpdateFile.h"
 #include "process/update/UpdateMessages.h"
 #include "wire/PCCommand.h"
@@ -10,7 +11,10 @@
 using RMUP::Process::CByteSource;
 using RMUP::Process::CFileSource;
 using RMUP::Process::CImageReceiver;
+using RMUP::Process::CImageTransfer;
 using RMUP::Process::COutputFile;
+using RMUP::Process::CPackageSections;
+using RMUP::Process::CUpdateSlot;
 using RMUP::Process::HeaderField;
 using RMUP::Process::UpdateHeader;
 
@@ -22,62 +26,91 @@ constexpr char kSplitTag[] = "[CUpdateCommand::SplitSYSUpdateFile]";
 }  // namespace
 
 int CUpdateCommand::ProcessReceiveUpdateImage(CPCMsg& message, const SessionPtr& session) {
-    CImageReceiver::Visit visit(CImageReceiver::GetInstance());
-    Transfer* const transfer = visit.TransferOf(session);
-    if (transfer == nullptr) {
-        log_->WriteError("%s Another update processing now", kTag);
-        RMUP::Process::SendUpdateImpossible(session);
-        return -1;
-    }
-
+    CImageReceiver* receiver = CImageReceiver::GetInstance();
     const bool last = !message.GetFlag();
-    const bool first = !transfer->begun;
-    transfer->begun = true;
-    bool accepted = first || transfer->file.has_value();
-    if (first && !BeginImage(*transfer, message.GetPayload())) {
-        RMUP::Process::SendUpdateImpossible(session);
-        accepted = false;
+    if (receiver->IsDropped(session, last)) {
+        return 0;
     }
-    if (accepted) {
-        const auto data = message.GetPayload().subspan(first ? RMUP::Process::kUpdateHeaderSize : 0);
-        if (!StorePiece(*transfer, data)) {
-            RMUP::Process::SendUpdateImpossible(session);
-            transfer->file.reset();
-            LogClosed(transfer->image);
-        } else if (last) {
-            CompleteImage(*transfer, session);
-        } else if (transfer->received < transfer->size) {
-            // The count reaches the size only when the image is whole on disk, after its last packet.
-            device_->GetImageInfo()[static_cast<std::size_t>(transfer->image)].Download = transfer->received;
+    {
+        CImageReceiver::Visit visit(receiver);
+        if (RMUP::Process::IsForeign(session, kTag) || !TakePacket(visit, message.GetPayload(), last, session)) {
+            answers_.push_back(Answer::kImpossible);
+            if (!last) {
+                visit.DropRest(session);
+            }
         }
     }
-    if (last) {
-        visit.Finish();
-    }
+    SendAnswers(session);
     return 0;
 }
 
-bool CUpdateCommand::BeginImage(Transfer& transfer, std::span<const std::uint8_t> payload) {
+bool CUpdateCommand::TakePacket(CImageReceiver::Visit& visit, std::span<const std::uint8_t> payload, bool last,
+                                const SessionPtr& session) {
+    CImageReceiver::Transfer* const transfer = visit.TransferOf(session);
+    if (transfer == nullptr) {
+        log_->WriteError("%s Another update processing now", kTag);
+        return false;
+    }
+    std::span<const std::uint8_t> data = payload;
+    if (*transfer == nullptr) {
+        *transfer = BeginImage(payload, session);
+        if (*transfer == nullptr) {
+            return false;
+        }
+        data = payload.subspan(RMUP::Process::kUpdateHeaderSize);
+    }
+    if (!StorePiece(**transfer, data)) {
+        LogClosed((*transfer)->index);
+        transfer->reset();
+        return false;
+    }
+    if (last) {
+        CompleteImage(**transfer);
+        transfer->reset();
+    } else if ((*transfer)->received < (*transfer)->size) {
+        // The count reaches the size only when the image is whole on disk, after its last packet.
+        device_->GetImageInfo()[static_cast<std::size_t>((*transfer)->index)].Download = (*transfer)->received;
+    }
+    return true;
+}
+
+void CUpdateCommand::SendAnswers(const SessionPtr& session) {
+    for (const Answer answer : answers_) {
+        switch (answer) {
+            case Answer::kReceived:
+                RMUP::Process::SendToPC(session, kImageReceived, {});
+                break;
+            case Answer::kImpossible:
+                RMUP::Process::SendUpdateImpossible(session);
+                break;
+            case Answer::kUnknownSection:
+                RMUP::Process::SendToPC(device_->GetSession(), kImageReceived, {});
+                break;
+        }
+    }
+}
+
+std::unique_ptr<CImageTransfer> CUpdateCommand::BeginImage(std::span<const std::uint8_t> payload,
+                                                           const SessionPtr& session) {
     if (payload.size() < RMUP::Process::kUpdateHeaderSize) {
         log_->WriteError("%s Payload length differs from it's structure", kTag);
-        return false;
+        return nullptr;
     }
     const UpdateHeader header = RMUP::Process::ParseUpdateHeader(payload.first<RMUP::Process::kUpdateHeaderSize>());
     const int index = RMUP::Process::FindImage(device_->GetImageInfo(), header.magic);
     if (index < 0) {
         log_->WriteError("%s There is no matched magic number", kTag);
-        device_->ClearImageInfo();
-        return false;
+        ForgetImages();
+        return nullptr;
     }
     if (header.size < 0) {
         log_->WriteError("%s Update File Size is abnormal: %d bytes", kTag, header.size);
-        return false;
+        return nullptr;
     }
 
     ImageInfo& image = device_->GetImageInfo()[static_cast<std::size_t>(index)];
     image.IsFile = true;
-    transfer.image = index;
-    transfer.size = header.size;
+    image.InPackage = false;
     log_->WriteInfo("%s Matched image: (%d)", kTag, index);
     // An image that is sent again starts again. The count goes first, so that the new size never meets the old count.
     image.Download = 0;
@@ -87,15 +120,23 @@ bool CUpdateCommand::BeginImage(Transfer& transfer, std::span<const std::uint8_t
     log_->WriteInfo("%s (%d)Image version: %s", kTag, index, header.version.getVersion().c_str());
     device_->SetHeaderTail(index, header.tail);
 
-    transfer.file.emplace(image.RawPath.c_str());
-    if (!transfer.file->IsOpen()) {
+    auto transfer = std::make_unique<Transfer>(session, index, image, header.size);
+    if (!transfer->file.IsOpen()) {
         log_->WriteError("%s File for temporary save (%s) open error: %s", kTag, image.RawPath.c_str(),
                          strerror(errno));
-        transfer.file.reset();
-        return false;
+        return nullptr;
     }
     log_->WriteInfo("%s Tmp save file open: %s", kTag, image.RawPath.c_str());
-    return true;
+    return transfer;
+}
+
+void CUpdateCommand::ForgetImages() {
+    // A running update keeps what it has received. That the PC has given the update up stays in any case.
+    if (!CUpdateSlot::IsTaken()) {
+        for (ImageInfo& image : device_->GetImageInfo()) {
+            image.Clear();
+        }
+    }
 }
 
 bool CUpdateCommand::StorePiece(Transfer& transfer, std::span<const std::uint8_t> data) {
@@ -105,7 +146,7 @@ bool CUpdateCommand::StorePiece(Transfer& transfer, std::span<const std::uint8_t
                       static_cast<std::int64_t>(transfer.received) + static_cast<std::int64_t>(data.size()));
         return false;
     }
-    if (!transfer.file->Write(data)) {
+    if (!transfer.file.Write(data)) {
         log_->WriteError("%s Tmp save file write error: %s", kTag, strerror(errno));
         return false;
     }
@@ -113,29 +154,25 @@ bool CUpdateCommand::StorePiece(Transfer& transfer, std::span<const std::uint8_t
     return true;
 }
 
-void CUpdateCommand::CompleteImage(Transfer& transfer, const SessionPtr& session) {
-    const bool stored = transfer.file->Close();
+void CUpdateCommand::CompleteImage(Transfer& transfer) {
+    const bool stored = transfer.Close();
     if (!stored) {
         log_->WriteError("%s Tmp save file write error: %s", kTag, strerror(errno));
     }
-    transfer.file.reset();
-
     const bool complete = stored && transfer.received == transfer.size;
-    if (complete) {
-        RMUP::Process::SendToPC(session, kImageReceived, {});
-    } else {
+    if (!complete) {
         LogIncomplete(transfer.size, transfer.received);
-        RMUP::Process::SendUpdateImpossible(session);
     }
-    const bool split = SplitIfPackage(transfer.image);
+    answers_.push_back(complete ? Answer::kReceived : Answer::kImpossible);
+    const bool split = SplitIfPackage(transfer.index);
     if (complete && !split) {
-        RMUP::Process::SendUpdateImpossible(session);
+        answers_.push_back(Answer::kImpossible);
     }
     if (split && stored) {
         // Who waits for the image finds it whole on disk from here on.
-        device_->GetImageInfo()[static_cast<std::size_t>(transfer.image)].Download = transfer.received;
+        device_->GetImageInfo()[static_cast<std::size_t>(transfer.index)].Download = transfer.received;
     }
-    LogClosed(transfer.image);
+    LogClosed(transfer.index);
 }
 
 bool CUpdateCommand::SplitIfPackage(int image) {
@@ -163,43 +200,58 @@ int CUpdateCommand::SplitSYSUpdateFile() {
         log_->WriteError("%s File for temporary save (%s) open error", kSplitTag, path.c_str());
         return -1;
     }
+    // What came of a package, or of an image, before is not this package's.
+    for (const int part : RMUP::Process::kSYSParts) {
+        device_->GetImageInfo()[static_cast<std::size_t>(part)].Clear();
+    }
+    CPackageSections sections;
     for (int i = 0; i < RMUP::Process::kSYSSectionCount; ++i) {
-        if (!CopySection(package)) {
+        if (!CopySection(package, sections)) {
             return -1;
         }
+    }
+    if (!sections.AreComplete()) {
+        log_->WriteError("%s Not correct file", kSplitTag);
+        return -1;
     }
     return 0;
 }
 
-bool CUpdateCommand::CopySection(CByteSource& package) {
+bool CUpdateCommand::CopySection(CByteSource& package, CPackageSections& sections) {
+    ImageInfos& images = device_->GetImageInfo();
     UpdateHeader header;
     if (!RMUP::Process::ReadMagic(package, header.magic)) {
         log_->WriteError("%s file read error", kSplitTag);
         return false;
     }
-    const int index = RMUP::Process::FindSectionImage(device_->GetImageInfo(), header.magic);
-    if (index >= 0) {
-        ImageInfo& image = device_->GetImageInfo()[static_cast<std::size_t>(index)];
+    const bool known = RMUP::Process::FindImage(images, header.magic) >= 0;
+    const int index = sections.Take(images, header.magic);
+    if (known && index < 0) {
+        log_->WriteError("%s Not correct file", kSplitTag);
+        return false;
+    }
+    if (known) {
+        ImageInfo& image = images[static_cast<std::size_t>(index)];
         image.NeedUpdate = true;
         image.IsFile = true;
         log_->WriteInfo("%s Matched image: (%d)", kSplitTag, index);
     } else {
-        RMUP::Process::SendToPC(device_->GetSession(), kImageReceived, {});
+        answers_.push_back(Answer::kUnknownSection);
     }
     if (RMUP::Process::ReadHeaderAfterMagic(package, header) != HeaderField::kNone || header.size < 0) {
         log_->WriteError("%s file read error", kSplitTag);
         return false;
     }
-    if (index < 0) {
+    if (!known) {
         const bool passed = package.Skip(static_cast<std::size_t>(header.size));
         if (!passed) {
             log_->WriteError("%s file read error", kSplitTag);
         }
         return passed;
     }
-    ImageInfo& image = device_->GetImageInfo()[static_cast<std::size_t>(index)];
-    image.Download = 0;
+    ImageInfo& image = images[static_cast<std::size_t>(index)];
     image.FileSize = header.size;
+    image.InPackage = true;
     device_->SetNewVersion(index, header.version);
     device_->SetHeaderTail(index, header.tail);
     return CopySectionData(package, index, header.size);

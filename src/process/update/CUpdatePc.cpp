@@ -81,8 +81,7 @@ int CUpdate::WaitForOffers() {
         const bool all = std::ranges::all_of(kRequests, [this](const Request& request) {
             return images_[static_cast<std::size_t>(request.image)].IsFile.load();
         });
-        const auto session = device_->GetSession();
-        if (session != nullptr && !session->GetUpdateFlag()) {
+        if (pc_ != nullptr && !pc_->GetUpdateFlag()) {
             return -1;
         }
         if (IsPCLost()) {
@@ -99,7 +98,7 @@ int CUpdate::RequestImage(int index, std::uint32_t bit) {
     const ImageInfo& image = images_[static_cast<std::size_t>(index)];
     std::array<std::uint8_t, kRequestSize> payload{};
     Bytes::PutLE32(payload, 0, bit);
-    SendToPC(device_->GetSession(), kImageRequest, payload);
+    AskPC(kImageRequest, payload);
     for (;;) {
         SendUDSUpdateStatus(images_);
         if (IsPCLost()) {
@@ -143,7 +142,7 @@ int CUpdate::DownloadFromPCMonitor() {
 }
 
 bool CUpdate::IsPCLost() const {
-    return device_->GetSession() == nullptr || !Net::CConnectionMonitor::GetInstance()->IsConnected() ||
+    return pc_ == nullptr || device_->GetSession() != pc_ || !Net::CConnectionMonitor::GetInstance()->IsConnected() ||
            device_->GetUpdateFlag();
 }
 

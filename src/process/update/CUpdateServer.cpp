@@ -182,6 +182,10 @@ int CUpdate::GetUpdateInfoFromNet(Images& images) {
         return -1;
     }
     for (const ImageOffer& offer : info.offers) {
+        if (!IsOfRelease(offer.image)) {
+            log_->WriteInfo("%s <%s> is not taken from the update server", kTag, offer.name.c_str());
+            continue;
+        }
         ImageInfo& image = images[static_cast<std::size_t>(offer.image)];
         image.IsFile = true;
         image.ServerPath = offer.path;

@@ -97,13 +97,14 @@ int CUpdate::ReadHeaderFromNet(CHttpConnection& connection, const std::string& n
 }
 
 int CUpdate::DownloadPackageFromNet(CHttpConnection& connection, Images& images) {
-    for (int i = 0; i < kSYSSectionCount; ++i) {
+    CPackageSections sections;
+    while (!sections.AreComplete()) {
         UpdateHeader header;
         if (!ReadMagic(connection, header.magic)) {
             log_->WriteError("%s recv error during download %s file's magic", kTag, images[kSYSImage].FileName.c_str());
             return -1;
         }
-        const int index = FindSectionImage(images, header.magic);
+        const int index = sections.Take(images, header.magic);
         if (index < 0) {
             log_->WriteError("%s Not correct file", kTag);
             return -1;
@@ -122,6 +123,7 @@ int CUpdate::DownloadPackageFromNet(CHttpConnection& connection, Images& images)
         }
         image.IsFile = true;
         image.NeedUpdate = true;
+        image.InPackage = true;
     }
     return 0;
 }

@@ -145,15 +145,16 @@ int CUpdate::CopyPackageFromUSB(Images& images) {
         log_->WriteError("%s file seek error: %s", kContentsTag, strerror(errno));
         return -1;
     }
-    for (int i = 0; i < kSYSSectionCount; ++i) {
-        if (CopySectionFromUSB(package, images) != 0) {
+    CPackageSections sections;
+    while (!sections.AreComplete()) {
+        if (CopySectionFromUSB(package, sections, images) != 0) {
             return -1;
         }
     }
     return 0;
 }
 
-int CUpdate::CopySectionFromUSB(CFileSource& package, Images& images) {
+int CUpdate::CopySectionFromUSB(CFileSource& package, CPackageSections& sections, Images& images) {
     const off_t start = package.Tell();
     std::string magic;
     if (!ReadMagic(package, magic)) {
@@ -164,7 +165,7 @@ int CUpdate::CopySectionFromUSB(CFileSource& package, Images& images) {
         log_->WriteError("%s file seek error: %s", kContentsTag, strerror(errno));
         return -1;
     }
-    const int index = FindSectionImage(images, magic);
+    const int index = sections.Take(images, magic);
     if (index < 0) {
         log_->WriteError("%s Not correct file", kContentsTag);
         return -1;
@@ -186,6 +187,7 @@ int CUpdate::CopySectionFromUSB(CFileSource& package, Images& images) {
     }
     image.IsFile = true;
     image.NeedUpdate = true;
+    image.InPackage = true;
     log_->WriteInfo("%s %s file copy complete", kContentsTag, image.RawPath.c_str());
     return 0;
 }

@@ -42,6 +42,11 @@ constexpr Bank kSecondBank = {"/data/xml_bank/2nd", "/data/xml_bank/2nd/chip_cal
 }  // namespace
 
 int CUpdate::WriteImage(Images& images) {
+    SkipWhatIsNotWritten(images);
+    if (const int index = FindIncomplete(images); index >= 0) {
+        log_->WriteError("%s ID(%d) is not received completely, nothing is written", kTag, index);
+        return -1;
+    }
     SkipSameBootLoader(images);
     for (int i = 0; i < kImageCount; ++i) {
         ImageInfo& image = images[static_cast<std::size_t>(i)];
@@ -53,13 +58,6 @@ int CUpdate::WriteImage(Images& images) {
                 // Its four parts are written under their own indexes.
                 break;
             case kDSPImage:
-                if (image.FileSize == 0) {
-                    // The PC offers a DSP image with the others but is not asked for it: there is nothing to install
-                    // and nothing to record.
-                    image.NeedUpdate = false;
-                    log_->WriteInfo("%s DSP update skip(image is not received.)", kTag);
-                    break;
-                }
                 image.Written = image.FileSize.load();
                 SendUDSUpdateStatus(images);
                 log_->WriteInfo("%s DSP update request to ZELApp by update status protocol", kTag);
@@ -78,6 +76,24 @@ int CUpdate::WriteImage(Images& images) {
     }
     InstallLogo();
     return 0;
+}
+
+void CUpdate::SkipWhatIsNotWritten(Images& images) {
+    ImageInfo& dsp = images[kDSPImage];
+    if (dsp.NeedUpdate && dsp.FileSize == 0) {
+        // The PC offers a DSP image with the others but is not asked for it: there is nothing to install and nothing to
+        // record.
+        dsp.NeedUpdate = false;
+        log_->WriteInfo("%s DSP update skip(image is not received.)", kTag);
+    }
+    for (const int part : kSYSParts) {
+        // Alone it would lie in a partition that nothing switches to.
+        ImageInfo& image = images[static_cast<std::size_t>(part)];
+        if (image.NeedUpdate && !images[kSYSImage].NeedUpdate) {
+            image.NeedUpdate = false;
+            log_->WriteInfo("%s ID(%d) update skip(image is not of a SYS package.)", kTag, part);
+        }
+    }
 }
 
 void CUpdate::SkipSameBootLoader(Images& images) {

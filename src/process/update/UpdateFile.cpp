@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <string_view>
+#include <utility>
 
 #include "wire/Bytes.h"
 
@@ -20,6 +21,22 @@ bool ReadVersion(CByteSource& source, Version& version) {
     }
     version = ParseVersionField(field);
     return true;
+}
+
+bool IsWhole(const ImageInfo& image) {
+    return image.FileSize > 0 && image.Download == image.FileSize;
+}
+
+bool IsPackageWhole(const ImageInfos& images) {
+    std::int64_t size = 0;
+    for (const int part : kSYSParts) {
+        const ImageInfo& image = images[static_cast<std::size_t>(part)];
+        if (!image.InPackage || !IsWhole(image)) {
+            return false;
+        }
+        size += kUpdateHeaderSize + image.FileSize;
+    }
+    return size == images[kSYSImage].FileSize;
 }
 
 }  // namespace
@@ -58,9 +75,24 @@ int FindImage(const ImageInfos& images, const std::string& magic) {
     return found == images.end() ? -1 : static_cast<int>(found - images.begin());
 }
 
-int FindSectionImage(const ImageInfos& images, const std::string& magic) {
+int CPackageSections::Take(const ImageInfos& images, const std::string& magic) {
     const int image = FindImage(images, magic);
-    return image == kSYSImage ? -1 : image;
+    return IsPartOfSYS(image) && !std::exchange(come_[static_cast<std::size_t>(image)], true) ? image : -1;
+}
+
+bool CPackageSections::AreComplete() const {
+    return std::ranges::all_of(kSYSParts, [this](int image) { return come_[static_cast<std::size_t>(image)]; });
+}
+
+int FindIncomplete(const ImageInfos& images) {
+    for (int i = 0; i < kImageCount; ++i) {
+        const ImageInfo& image = images[static_cast<std::size_t>(i)];
+        const bool whole = IsWhole(image) && (i != kSYSImage || IsPackageWhole(images));
+        if (image.NeedUpdate && !whole) {
+            return i;
+        }
+    }
+    return -1;
 }
 
 PackageBlock ReadPackageBlock(CByteSource& source) {
@@ -76,12 +108,13 @@ bool IsToBeWritten(Comparison comparison, const Version& installed, const Versio
 }
 
 int CoupleRelease(ImageInfos& images) {
-    if (!images[kSYSImage].NeedUpdate && !images[kAppImage].NeedUpdate && !images[kXMLImage].NeedUpdate) {
+    const auto record = [&images](int image) -> ImageInfo& { return images[static_cast<std::size_t>(image)]; };
+    if (std::ranges::none_of(kReleaseImages, [&](int image) { return record(image).NeedUpdate.load(); })) {
         return 0;
     }
-    images[kSYSImage].NeedUpdate = true;
-    images[kAppImage].NeedUpdate = true;
-    images[kXMLImage].NeedUpdate = true;
+    for (const int image : kReleaseImages) {
+        record(image).NeedUpdate = true;
+    }
     return 2;
 }
 

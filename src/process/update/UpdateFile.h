@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -54,9 +55,37 @@ enum class HeaderField { kNone, kMagic, kSize, kVersion, kTail };
 /// The catalogue image of a magic, -1 when there is none. The first match wins.
 [[nodiscard]] int FindImage(const ImageInfos& images, const std::string& magic);
 
-/// What a section of a SYS package may be: -1 for a magic outside the catalogue, and for that of SYS itself, which
-/// would overwrite the package that is being read.
-[[nodiscard]] int FindSectionImage(const ImageInfos& images, const std::string& magic);
+/// The images that come inside a SYS package, and so only with a switch to the partition that they are written to.
+inline constexpr std::array<int, kSYSSectionCount> kSYSParts = {kBootImage, kKernelImage, kRootFSImage, kQTEImage};
+
+constexpr bool IsPartOfSYS(int image) {
+    return std::ranges::find(kSYSParts, image) != kSYSParts.end();
+}
+
+/// The images of one release. They are written together, and only they are taken from the update server.
+inline constexpr std::array<int, 3> kReleaseImages = {kAppImage, kXMLImage, kSYSImage};
+
+constexpr bool IsOfRelease(int image) {
+    return std::ranges::find(kReleaseImages, image) != kReleaseImages.end();
+}
+
+/// Which sections of a SYS package have come. One object for one reading of a package. In the place of one of its parts
+/// nothing else may come: the partition that the package is written to would be left without that part.
+class CPackageSections {
+public:
+    /// The image of the next section; -1 when the section is none of the four, or one of them that has come before.
+    [[nodiscard]] int Take(const ImageInfos& images, const std::string& magic);
+
+    /// Whether all four have come.
+    [[nodiscard]] bool AreComplete() const;
+
+private:
+    std::array<bool, kImageCount> come_{};
+};
+
+/// The first marked image that is not at hand whole, -1 when there is none. SYS is whole when it has brought its four
+/// parts and nothing else. Nothing may be written before this is so for every mark.
+[[nodiscard]] int FindIncomplete(const ImageInfos& images);
 
 /// The versions of the three images of one release, kept in the APP file.
 struct PackageVersions {
@@ -86,11 +115,6 @@ enum class Comparison { kStrict, kInclusive };
 /// The images of one release are written together: marks SYS, APP and XML when one of them is marked. Returns what that
 /// adds to a count of marks, which is 2 however many of the three were marked before.
 int CoupleRelease(ImageInfos& images);
-
-/// Whether the image usually comes inside a SYS package, so that its bytes count for SYS as well.
-constexpr bool IsPartOfSYS(int image) {
-    return image == kBootImage || image == kKernelImage || image == kRootFSImage || image == kQTEImage;
-}
 
 /// The images whose progress is reported, in the order of the report.
 inline constexpr std::array<int, 4> kReportedImages = {kAppImage, kDSPImage, kXMLImage, kSYSImage};

@@ -4,11 +4,13 @@
 #include <array>
 #include <new>
 
+#include "common/Constants.h"
 #include "config/CConfigMgr.h"
 #include "net/CPCMsg.h"
 #include "net/CUDSMsg.h"
 #include "net/CUDSServer.h"
 #include "net/UDSMessageId.h"
+#include "platform/Log.h"
 #include "process/update/UpdateFile.h"
 #include "wire/Bytes.h"
 #include "wire/PCCommand.h"
@@ -69,20 +71,44 @@ void SendUpdateStatus(std::span<const std::uint8_t> payload) {
     Net::CUDSServer::GetInstance()->SendMessage(message.GetSendPacket(kUDSUpdateStatus, payload));
 }
 
-void SendToPC(const std::shared_ptr<IPCSession>& session, std::uint16_t command,
+bool SendToPC(const std::shared_ptr<IPCSession>& session, std::uint16_t command,
               std::span<const std::uint8_t> payload) {
-    if (session == nullptr) {
-        return;
-    }
     CPCMsg message;
-    // A PC that does not get it is noticed as lost, or asks again.
-    (void)session->SendMessage(message.MakePacket(command, kPCTag, PeerID(), payload));
+    return session != nullptr && session->SendMessage(message.MakePacket(command, kPCTag, PeerID(), payload)) > 0;
 }
 
 void SendUpdateImpossible(const std::shared_ptr<IPCSession>& session) {
     if (session != nullptr) {
         session->SendErrorMessage(PeerID(), kPCTag, kUpdateImpossible);
     }
+}
+
+void SendUpdateNotStarted(std::uint8_t method) {
+    switch (method) {
+        case kByUSB:
+            SendUpdateStatus(MakeUpdateError(kErrorUSBFiles));
+            break;
+        case kByPC:
+        case kFromPC:
+            SendUpdateStatus(MakeUpdateError(kErrorPC));
+            break;
+        case kByInternet:
+        case kQCMaterial:
+            SendUpdateStatus(MakeUpdateError(kErrorServer));
+            break;
+        default:
+            break;
+    }
+}
+
+bool IsForeign(const std::shared_ptr<IPCSession>& session, const char* tag) {
+    const auto current = CDeviceInfo::GetInstance()->GetSession();
+    if (current == nullptr || current == session) {
+        return false;
+    }
+    QENFx::Log::Logger::getLogger()->getLog(kLogName)->WriteError(
+        "%s Request from another PC than the connected one(IP:%s)", tag, session->GetClientIPAddr().c_str());
+    return true;
 }
 
 }  // namespace RMUP::Process

@@ -11,6 +11,15 @@
 /// The messages of an update to ZELApp and to the PC, and how they are sent.
 namespace RMUP::Process {
 
+/// The sources of an update, as ZELApp names them.
+enum UpdateMethod : std::uint8_t {
+    kByUSB = 1,
+    kByPC = 2,
+    kByInternet = 3,
+    kFromPC = 4,
+    kQCMaterial = 6,
+};
+
 /// The first byte of an update status to ZELApp.
 enum UpdateStatusKind : std::uint8_t {
     kNothingToUpdate = 1,  ///< alone
@@ -46,10 +55,19 @@ inline constexpr UpdateError kErrorPackageVersion{0x00204018, 0x0C};
 /// Sends ZELApp an update status with this payload.
 void SendUpdateStatus(std::span<const std::uint8_t> payload);
 
-/// Sends the PC a packet of the update's, with the tag 1 and the PC's peer ID. Without a session nothing is sent.
-void SendToPC(const std::shared_ptr<IPCSession>& session, std::uint16_t command, std::span<const std::uint8_t> payload);
+/// Sends the PC a packet of the update's, with the tag 1 and the PC's peer ID. False when it could not be sent, as
+/// without a session.
+bool SendToPC(const std::shared_ptr<IPCSession>& session, std::uint16_t command, std::span<const std::uint8_t> payload);
 
 /// Tells the PC that its update is not possible.
 void SendUpdateImpossible(const std::shared_ptr<IPCSession>& session);
+
+/// Tells ZELApp that an update of this method could not even begin: as when nothing can be had from its source. Says
+/// nothing for a method that there is not.
+void SendUpdateNotStarted(std::uint8_t method);
+
+/// Whether another session than this is the current one, which then has updates to itself. Logs it, under the tag of
+/// who asks.
+[[nodiscard]] bool IsForeign(const std::shared_ptr<IPCSession>& session, const char* tag);
 
 }  // namespace RMUP::Process

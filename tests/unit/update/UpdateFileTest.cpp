@@ -77,8 +77,11 @@ TEST(UpdateFile, Rules) {
     EXPECT_EQ(CoupleRelease(images), 2);
 
     FillFromCatalogue(images, true);
-    EXPECT_EQ(FindSectionImage(images, "ZN6Q"), kQTEImage);
-    EXPECT_EQ(FindSectionImage(images, "ZN6S"), -1);
+    CPackageSections sections;
+    EXPECT_EQ(sections.Take(images, "ZN6Q"), kQTEImage);
+    for (const char* wrong : {"ZN6Q", "ZN6S", "ZN6A", "ZV6K"}) {
+        EXPECT_EQ(sections.Take(images, wrong), -1) << wrong;
+    }
     EXPECT_EQ(FindImage(images, "ZN6S"), kSYSImage);
     EXPECT_EQ(FindImage(images, "ZN6"), -1);
 }
