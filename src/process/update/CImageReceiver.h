@@ -83,8 +83,8 @@ public:
     /// Lets nobody in any more, waits until the visitor has left, and gives up a transfer under way.
     void Shut();
 
-    /// Lets visitors in again; before the first Shut they are. No image counts as refused any more: a PC that leaves the
-    /// rest of one away is heard in the next update.
+    /// Lets visitors in again; before the first Shut they are. No image counts as refused any more: a PC that leaves
+    /// the rest of one away is heard in the next update.
     void Open();
 
     /// Waits until no visitor is inside, so that what a handler sets together is seen together; a second at most.
