@@ -4,7 +4,7 @@
 
 namespace QENFx::Common::Convertor {
 
-std::uint16_t CRC16::crc16(const std::uint8_t* data, std::size_t length) {
+std::uint16_t CRC16::crc16(const std::uint8_t* data, unsigned length) {
     boost::crc_16_type crc;
     crc.process_bytes(data, length);
     return crc.checksum();

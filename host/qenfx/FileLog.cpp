@@ -34,23 +34,6 @@ public:
     public:
         Channel(RotatingLog& log, const char* name) : log_(log), name_(name) {}
 
-        void WriteInfo(const char* format, ...) override {
-            va_list arguments;
-            va_start(arguments, format);
-            Write(spdlog::level::info, format, arguments);
-            va_end(arguments);
-        }
-
-        void WriteError(const char* format, ...) override {
-            va_list arguments;
-            va_start(arguments, format);
-            Write(spdlog::level::err, format, arguments);
-            va_end(arguments);
-        }
-
-    private:
-        friend class RotatingLog;
-
         void Write(spdlog::level::level_enum level, const char* format, va_list arguments) {
             char buffer[1024];
             va_list repeated;
@@ -69,6 +52,9 @@ public:
             }
         }
 
+    private:
+        friend class RotatingLog;
+
         RotatingLog& log_;
         const std::string name_;
         bool closed_ = false;
@@ -80,7 +66,7 @@ public:
         return *instance;
     }
 
-    FileLog* getLog(const char* name) override {
+    Channel* OpenChannel(const char* name) {
         const std::lock_guard lock(mutex_);
         for (const auto& channel : channels_) {
             if (!channel->closed_ && channel->name_ == name) {
@@ -147,6 +133,24 @@ private:
 };
 
 }  // namespace
+
+void FileLog::WriteInfo(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    static_cast<RotatingLog::Channel*>(this)->Write(spdlog::level::info, format, arguments);
+    va_end(arguments);
+}
+
+void FileLog::WriteError(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    static_cast<RotatingLog::Channel*>(this)->Write(spdlog::level::err, format, arguments);
+    va_end(arguments);
+}
+
+FileLog* Logger::getLog(const char* name) {
+    return static_cast<RotatingLog*>(this)->OpenChannel(name);
+}
 
 Logger* Logger::getLogger() {
     return &RotatingLog::Instance();

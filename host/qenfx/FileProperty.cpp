@@ -29,6 +29,8 @@ public:
     SettingsFile(const char* path, bool writable)
         : path_(path), writable_(writable), values_(Host::ReadSettings(Host::ReadWholeFile(path_, kMaxFileSize))) {}
 
+    void forOthers() override {}
+
     void setValue(const char* key, const char* value) override {
         const std::string_view name = Host::TrimBlanks(key);
         if (name.empty()) {
@@ -50,7 +52,7 @@ public:
         return value == values_.end() ? "" : value->second.c_str();
     }
 
-    void Update() override {
+    void Write() {
         if (!writable_) {
             throw new ConfigurationException("write " + path_.string() + ": opened for reading only");
         }
@@ -105,9 +107,21 @@ public:
 
 }  // namespace
 
+ConfigurationException::ConfigurationException(const std::string& message) : message_(message) {}
+
+ConfigurationException::~ConfigurationException() = default;
+
+const char* ConfigurationException::GetMessage() const {
+    return message_.c_str();
+}
+
 ConfigurationManager* ConfigurationManager::GetManager() {
     static SettingsFiles* const manager = new SettingsFiles;
     return manager;
 }
 
 }  // namespace QENFx::Config
+
+void QENFx::Data::Properties::FileProperty::Update() {
+    static_cast<QENFx::Config::SettingsFile*>(this)->Write();
+}

@@ -13,8 +13,8 @@ namespace QENFx::DB {
 
 namespace {
 
-[[noreturn]] void Fail(std::string message) {
-    throw new DBException(std::move(message));
+[[noreturn]] void Fail(const std::string& message) {
+    throw new DBException(message);
 }
 
 sqlite3* Connection(void* handle) {
@@ -65,7 +65,7 @@ public:
         return names;
     }
 
-    void ReadCell(int column, Host::MemoryTable& table) {
+    void ReadCell(int column, Data::Collection::Table::Content& table) {
         const int type = sqlite3_column_type(statement_, column);
         if (type == SQLITE_NULL) {
             table.AddNull();
@@ -102,55 +102,66 @@ private:
 
 }  // namespace
 
-Sqlite::Sqlite() = default;
+DBException::DBException(const std::string& message) : message_(message) {}
+
+DBException::~DBException() = default;
+
+const char* DBException::GetMessage() const {
+    return message_.c_str();
+}
+
+// The field is the connection of SQLite, or null.
+Sqlite::Sqlite() : fields_{} {}
 
 Sqlite::~Sqlite() {
-    sqlite3_close_v2(static_cast<sqlite3*>(handle_));
+    sqlite3_close_v2(static_cast<sqlite3*>(fields_.content));
 }
 
 void Sqlite::Open(const Common::String& connectionString, int mode) {
     if (mode != kOpenReadWrite) {
         Fail("Unknown mode of opening a database");
     }
-    if (connectionString.str().empty()) {
+    const std::string named = connectionString.c_str();
+    if (named.empty()) {
         Fail("No database is named");
     }
     Close();
     // SQLite gives names such as "file:..." and ":memory:" a meaning of their own; a path that begins with a directory
     // is always just a path.
-    const std::string path = (connectionString.str().front() == '/' ? "" : "./") + connectionString.str();
+    const std::string path = (named.front() == '/' ? "" : "./") + named;
     sqlite3* connection = nullptr;
     const int result = sqlite3_open_v2(path.c_str(), &connection, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
     if (result != SQLITE_OK) {
         const std::string message = connection != nullptr ? sqlite3_errmsg(connection) : sqlite3_errstr(result);
         sqlite3_close_v2(connection);
-        Fail(message + ": " + connectionString.str());
+        Fail(message + ": " + named);
     }
-    handle_ = connection;
+    fields_.content = connection;
 }
 
 void Sqlite::Close() {
-    if (sqlite3_close(static_cast<sqlite3*>(handle_)) != SQLITE_OK) {
-        Fail(sqlite3_errmsg(static_cast<sqlite3*>(handle_)));
+    auto* connection = static_cast<sqlite3*>(fields_.content);
+    if (sqlite3_close(connection) != SQLITE_OK) {
+        Fail(sqlite3_errmsg(connection));
     }
-    handle_ = nullptr;
+    fields_.content = nullptr;
 }
 
 void Sqlite::Execute(const Common::String& statement, unsigned timeout) {
-    Statement work(Connection(handle_), statement.str(), timeout);
+    Statement work(Connection(fields_.content), statement.c_str(), timeout);
     while (work.Step()) {
     }
 }
 
 Data::Collection::Table* Sqlite::getTable(const Common::String& statement, unsigned timeout) {
-    Statement query(Connection(handle_), statement.str(), timeout);
-    auto table = std::make_unique<Host::MemoryTable>(query.ColumnNames());
+    Statement query(Connection(fields_.content), statement.c_str(), timeout);
+    auto rows = std::make_unique<Data::Collection::Table::Content>(query.ColumnNames());
     while (query.Step()) {
         for (int column = 0; column < query.ColumnCount(); ++column) {
-            query.ReadCell(column, *table);
+            query.ReadCell(column, *rows);
         }
     }
-    return table.release();
+    return std::make_unique<Data::Collection::Table>(std::move(rows)).release();
 }
 
 }  // namespace QENFx::DB

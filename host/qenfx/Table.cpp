@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <numeric>
 
-namespace Host {
+namespace QENFx::Data::Collection {
 
-MemoryTable::MemoryTable(std::vector<std::string> columns) : columns_(std::move(columns)), byName_(columns_.size()) {
+Table::Content::Content(std::vector<std::string> columns) : columns_(std::move(columns)), byName_(columns_.size()) {
     std::iota(byName_.begin(), byName_.end(), std::size_t{0});
     // Stable, so that of two columns of one name the first is found.
     std::stable_sort(byName_.begin(), byName_.end(), [this](std::size_t left, std::size_t right) {
@@ -15,35 +15,35 @@ MemoryTable::MemoryTable(std::vector<std::string> columns) : columns_(std::move(
     });
 }
 
-void MemoryTable::AddNull() {
+void Table::Content::AddNull() {
     Add({kNull, 0});
 }
 
-void MemoryTable::AddCell(std::string_view text, double number) {
+void Table::Content::AddCell(std::string_view text, double number) {
     const std::size_t begin = texts_.size();
     texts_.append(text).push_back('\0');
     Add({begin, number});
 }
 
-void MemoryTable::Add(Cell cell) {
+void Table::Content::Add(Cell cell) {
     if (cells_.size() % columns_.size() == 0) {
         rows_.emplace_back(*this, cells_.size());
     }
     cells_.push_back(cell);
 }
 
-bool MemoryTable::MoveNext() {
+bool Table::Content::MoveNext() {
     if (next_ <= rows_.size()) {
         ++next_;
     }
     return next_ <= rows_.size();
 }
 
-const QENFx::Data::Collection::Row* MemoryTable::getCurrent() const {
+const Row* Table::Content::Current() const {
     return next_ == 0 || next_ > rows_.size() ? nullptr : &rows_[next_ - 1];
 }
 
-const MemoryTable::Cell* MemoryTable::MemoryRow::Find(const char* column) const {
+const Table::Content::Cell* Table::Content::MemoryRow::Find(const char* column) const {
     const auto& columns = table_.columns_;
     const auto found = std::lower_bound(
         table_.byName_.begin(), table_.byName_.end(), column,
@@ -55,14 +55,35 @@ const MemoryTable::Cell* MemoryTable::MemoryRow::Find(const char* column) const 
     return cell.text == kNull ? nullptr : &cell;
 }
 
-const char* MemoryTable::MemoryRow::getString(const char* column) const {
-    const Cell* cell = Find(column);
-    return cell == nullptr ? "" : table_.texts_.c_str() + cell->text;
+Table::Table(std::unique_ptr<Content> content) : content_(std::move(content)) {}
+
+Table::~Table() = default;
+
+void Table::Reset() {
+    content_->Reset();
 }
 
-double MemoryTable::MemoryRow::getDouble(const char* column) const {
-    const Cell* cell = Find(column);
+bool Table::MoveNext() {
+    return content_->MoveNext();
+}
+
+const Row* Table::getCurrent() const {
+    return content_->Current();
+}
+
+const char* Row::getString(const char* column) const {
+    const auto& row = static_cast<const Table::Content::MemoryRow&>(*this);
+    const Table::Content::Cell* cell = row.Find(column);
+    return cell == nullptr ? "" : row.Text(*cell);
+}
+
+double Row::getDouble(const char* column) const {
+    const Table::Content::Cell* cell = static_cast<const Table::Content::MemoryRow&>(*this).Find(column);
     return cell == nullptr ? 0 : cell->number;
 }
 
-}  // namespace Host
+bool Row::exists(const char* column) const {
+    return static_cast<const Table::Content::MemoryRow&>(*this).Find(column) != nullptr;
+}
+
+}  // namespace QENFx::Data::Collection

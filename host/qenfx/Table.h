@@ -3,51 +3,46 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "platform/Database.h"
 
-namespace Host {
+namespace QENFx::Data::Collection {
 
 /// A query's rows: all texts in one buffer, the cells beside it.
-class MemoryTable final : public QENFx::Data::Collection::Table {
-public:
-    explicit MemoryTable(std::vector<std::string> columns);
+struct Table::Content {
+    explicit Content(std::vector<std::string> columns);
 
     /// Cells are added row by row, in column order.
     void AddNull();
     /// `number` is 0 where the cell is no number.
     void AddCell(std::string_view text, double number);
 
-    void Reset() override { next_ = 0; }
-    bool MoveNext() override;
-    const QENFx::Data::Collection::Row* getCurrent() const override;
+    void Reset() { next_ = 0; }
+    bool MoveNext();
+    const Row* Current() const;
 
-private:
     struct Cell {
         std::size_t text;  // where the text begins in texts_; kNull for NULL
         double number;
     };
 
-    class MemoryRow final : public QENFx::Data::Collection::Row {
+    class MemoryRow final : public Row {
     public:
-        MemoryRow(const MemoryTable& table, std::size_t firstCell) : table_(table), firstCell_(firstCell) {}
+        MemoryRow(const Content& table, std::size_t firstCell) : table_(table), firstCell_(firstCell) {}
 
-        const char* getString(const char* column) const override;
-        double getDouble(const char* column) const override;
-        bool exists(const char* column) const override { return Find(column) != nullptr; }
-
-    private:
         /// Null for an unknown column and for NULL.
         const Cell* Find(const char* column) const;
+        const char* Text(const Cell& cell) const { return table_.texts_.c_str() + cell.text; }
 
-        const MemoryTable& table_;
+    private:
+        const Content& table_;
         const std::size_t firstCell_;
     };
 
+private:
     static constexpr std::size_t kNull = SIZE_MAX;
 
     void Add(Cell cell);
@@ -60,4 +55,4 @@ private:
     std::size_t next_ = 0;  // one behind the cursor
 };
 
-}  // namespace Host
+}  // namespace QENFx::Data::Collection

@@ -1,8 +1,13 @@
 #include "platform/Text.h"
 
+#include <array>
 #include <charconv>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
+#include <memory>
+#include <string>
+#include <string_view>
 
 namespace QENFx::Common {
 
@@ -20,6 +25,16 @@ bool ReadNumber(std::string_view text, std::uint32_t& number) {
 
 }  // namespace
 
+String::String() : fields_{std::make_unique<std::string>().release(), {}} {}
+
+String::~String() {
+    const std::unique_ptr<std::string> owned(fields_.content);
+}
+
+const char* String::c_str() const {
+    return fields_.content->c_str();
+}
+
 void String::Format(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
@@ -34,26 +49,58 @@ void String::Format(const char* format, ...) {
         std::vsnprintf(text.data(), text.size() + 1, format, arguments);
     }
     va_end(arguments);
-    text_ = std::move(text);
+    *fields_.content = std::move(text);
 }
 
-Version::Version(std::string_view text) {
-    std::array<std::uint32_t, 4> fields{};
-    for (std::size_t i = 0; i < fields.size(); ++i) {
-        const bool last = i + 1 == fields.size();
-        const std::size_t end = last ? text.size() : text.find('.');
-        if (end == std::string_view::npos || !ReadNumber(text.substr(0, end), fields[i])) {
-            return;
-        }
-        text.remove_prefix(last ? end : end + 1);
+struct Version::Content {
+    explicit Content(std::string_view given) {
+        Read(given);
+        std::snprintf(text, sizeof text, "%u.%02u.%02u.%04u", fields[0], fields[1], fields[2], fields[3]);
     }
-    fields_ = fields;
+
+    std::array<std::uint32_t, 4> fields{};
+    char text[48];
+
+private:
+    void Read(std::string_view given) {
+        std::array<std::uint32_t, 4> read{};
+        for (std::size_t i = 0; i < read.size(); ++i) {
+            const bool last = i + 1 == read.size();
+            const std::size_t end = last ? given.size() : given.find('.');
+            if (end == std::string_view::npos || !ReadNumber(given.substr(0, end), read[i])) {
+                return;
+            }
+            given.remove_prefix(last ? end : end + 1);
+        }
+        fields = read;
+    }
+};
+
+Version::Version(const char* text) : fields_{std::make_unique<Content>(text).release(), {}} {}
+
+Version::~Version() {
+    const std::unique_ptr<Content> owned(fields_.content);
 }
 
-std::string Version::getVersion() const {
-    char text[48];
-    std::snprintf(text, sizeof text, "%u.%02u.%02u.%04u", fields_[0], fields_[1], fields_[2], fields_[3]);
-    return text;
+Version& Version::operator=(const char* text) {
+    *fields_.content = Content(text);
+    return *this;
+}
+
+const char* Version::getVersion() const {
+    return fields_.content->text;
+}
+
+bool Version::operator<(const Version& other) const {
+    return fields_.content->fields < other.fields_.content->fields;
+}
+
+bool Version::operator<=(const Version& other) const {
+    return fields_.content->fields <= other.fields_.content->fields;
+}
+
+bool Version::operator!=(const Version& other) const {
+    return fields_.content->fields != other.fields_.content->fields;
 }
 
 }  // namespace QENFx::Common

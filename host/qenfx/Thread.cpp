@@ -1,6 +1,7 @@
 #include <semaphore.h>
 #include <signal.h>
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -25,7 +26,7 @@ public:
         return *instance;
     }
 
-    void addThread(Thread* thread) override {
+    void Add(Thread* thread) {
         const std::lock_guard lock(mutex_);
         waiting_.insert(thread);
     }
@@ -63,10 +64,9 @@ private:
 
 class ThreadAttributes {
 public:
-    explicit ThreadAttributes(bool detached) {
+    ThreadAttributes() {
         pthread_attr_init(&attributes_);
         pthread_attr_setstacksize(&attributes_, kStackSize);
-        pthread_attr_setdetachstate(&attributes_, detached ? PTHREAD_CREATE_DETACHED : PTHREAD_CREATE_JOINABLE);
     }
     ThreadAttributes(const ThreadAttributes&) = delete;
     ThreadAttributes& operator=(const ThreadAttributes&) = delete;
@@ -86,36 +86,80 @@ struct Launch {
     sem_t taken;
 };
 
+/// Detaches the calling thread unless somebody else did: to do it twice is undefined.
+void DetachOnce() {
+    pthread_attr_t attributes;
+    if (pthread_getattr_np(pthread_self(), &attributes) != 0) {
+        return;
+    }
+    int state = PTHREAD_CREATE_DETACHED;
+    pthread_attr_getdetachstate(&attributes, &state);
+    pthread_attr_destroy(&attributes);
+    if (state == PTHREAD_CREATE_JOINABLE) {
+        pthread_detach(pthread_self());
+    }
+}
+
 /// An exception that leaves Run ends the process.
 void* RunThread(void* argument) noexcept {
     Launch& launch = *static_cast<Launch*>(argument);
     Thread* const thread = launch.thread;
-    const std::unique_ptr<Thread> owned(launch.removed ? thread : nullptr);
+    std::unique_ptr<Thread> owned(launch.removed ? thread : nullptr);
     // Stored from here, because the creator must not touch an object that may be gone by then.
     *launch.id = pthread_self();
     sem_post(&launch.taken);
     thread->Run();
+    if (owned != nullptr) {
+        owned.reset();
+        // With the object nobody has the thread's identifier any more.
+        DetachOnce();
+    }
     return nullptr;
 }
 
 }  // namespace
 
-Thread::Thread() = default;
+WorkException::WorkException(const std::string& message) : message_(message) {}
+
+WorkException::~WorkException() = default;
+
+const char* WorkException::GetMessage() const {
+    return message_.c_str();
+}
+
+struct Thread::Content {
+    pthread_t id{};
+    std::atomic<bool> stop{false};
+};
+
+Thread::Thread() : fields_{std::make_unique<Content>().release(), {}} {}
 
 // Whoever deletes a thread that was handed over but never started takes it back by that.
 Thread::~Thread() {
     Remover::Instance().Take(this);
+    const std::unique_ptr<Content> owned(fields_.content);
+}
+
+void Thread::Stop() {
+    fields_.content->stop = true;
+}
+
+bool Thread::IsStopped() const {
+    return fields_.content->stop;
+}
+
+pthread_t Thread::GetThreadId() const {
+    return fields_.content->id;
 }
 
 void Thread::Start() {
-    // A removed thread is nobody's to join, so it is born detached; its creator's own pthread_detach changes nothing.
-    Launch launch{this, &threadId_, Remover::Instance().Take(this), {}};
+    Launch launch{this, &fields_.content->id, Remover::Instance().Take(this), {}};
     sem_init(&launch.taken, 0, 0);
     pthread_t id;
     int error = 0;
     {
         const EndingSignalsBlocked blocked;
-        const ThreadAttributes attributes(launch.removed);
+        const ThreadAttributes attributes;
         error = pthread_create(&id, attributes.get(), RunThread, &launch);
     }
     if (error == 0) {
@@ -125,7 +169,7 @@ void Thread::Start() {
     sem_destroy(&launch.taken);
     if (error != 0) {
         if (launch.removed) {
-            Remover::Instance().addThread(this);
+            Remover::Instance().Add(this);
         }
         throw new WorkException("Cannot create a thread: " + std::generic_category().message(error));
     }
@@ -133,6 +177,10 @@ void Thread::Start() {
 
 ThreadMemoryRemover* ThreadMemoryRemover::GetInstance() {
     return &Remover::Instance();
+}
+
+void ThreadMemoryRemover::addThread(Thread* thread) {
+    static_cast<Remover*>(this)->Add(thread);
 }
 
 }  // namespace QENFx::Service

@@ -14,7 +14,7 @@ namespace {
 class ElementAttribute final : public Attribute {
 public:
     explicit ElementAttribute(pugi::xml_attribute attribute) : attribute_(attribute) {}
-    const char* getValue() const override { return attribute_.value(); }
+    const char* Value() const { return attribute_.value(); }
 
 private:
     pugi::xml_attribute attribute_;
@@ -26,8 +26,8 @@ class Element final : public Node {
 public:
     Element(Tree& tree, pugi::xml_node node) : tree_(tree), node_(node) {}
 
-    const NodeList* getNodeListByName(const char* name) const override;
-    const Attribute* getAttributeByName(const char* name) const override;
+    const NodeList* Below(const char* name) const;
+    const Attribute* AttributeOf(const char* name) const;
 
 private:
     Tree& tree_;
@@ -39,9 +39,9 @@ public:
     void Add(Tree& tree, pugi::xml_node node) { elements_.emplace_back(tree, node); }
     bool empty() const { return elements_.empty(); }
 
-    int getNodeCount() const override { return static_cast<int>(elements_.size()); }
-    const Node* getNode(int index) const override {
-        return index < 0 || index >= getNodeCount() ? nullptr : &elements_[static_cast<std::size_t>(index)];
+    int Count() const { return static_cast<int>(elements_.size()); }
+    const Node* At(int index) const {
+        return index < 0 || index >= Count() ? nullptr : &elements_[static_cast<std::size_t>(index)];
     }
 
 private:
@@ -107,24 +107,44 @@ const Attribute* Tree::FindAttribute(pugi::xml_node element, const char* name) {
     return attribute ? &attributes_.try_emplace(attribute.hash_value(), attribute).first->second : nullptr;
 }
 
-const NodeList* Element::getNodeListByName(const char* name) const {
+const NodeList* Element::Below(const char* name) const {
     return tree_.FindElements(node_, name);
 }
 
-const Attribute* Element::getAttributeByName(const char* name) const {
+const Attribute* Element::AttributeOf(const char* name) const {
     return tree_.FindAttribute(node_, name);
 }
 
 }  // namespace
 
+const char* Attribute::getValue() const {
+    return static_cast<const ElementAttribute*>(this)->Value();
+}
+
+const NodeList* Node::getNodeListByName(const char* name) const {
+    return static_cast<const Element*>(this)->Below(name);
+}
+
+const Attribute* Node::getAttributeByName(const char* name) const {
+    return static_cast<const Element*>(this)->AttributeOf(name);
+}
+
+int NodeList::getNodeCount() const {
+    return static_cast<const ElementList*>(this)->Count();
+}
+
+const Node* NodeList::getNode(int index) const {
+    return static_cast<const ElementList*>(this)->At(index);
+}
+
 struct XmlDocument::Content {
     Tree tree;
 };
 
-XmlDocument::XmlDocument() : content_(std::make_unique<Content>().release()) {}
+XmlDocument::XmlDocument() : fields_{std::make_unique<Content>().release(), {}} {}
 
 XmlDocument::~XmlDocument() {
-    const std::unique_ptr<Content> owned(content_);
+    const std::unique_ptr<Content> owned(fields_.content);
 }
 
 bool XmlDocument::LoadXML(const char* text) {
@@ -133,12 +153,13 @@ bool XmlDocument::LoadXML(const char* text) {
     if (!isDocument) {
         loaded = std::make_unique<Content>();
     }
-    const std::unique_ptr<Content> before(std::exchange(content_, loaded.release()));
+    const std::unique_ptr<Content> before(std::exchange(fields_.content, loaded.release()));
     return isDocument;
 }
 
 const NodeList* XmlDocument::getNodeListByName(const char* name) const {
-    return content_->tree.FindElements(content_->tree.root(), name);
+    Tree& tree = fields_.content->tree;
+    return tree.FindElements(tree.root(), name);
 }
 
 }  // namespace QENFx::Common::Xml

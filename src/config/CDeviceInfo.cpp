@@ -64,6 +64,10 @@ CDeviceInfo* CDeviceInfo::GetInstance() {
     return instance_.Get([] { return std::make_unique<CDeviceInfo>(); });
 }
 
+void CDeviceInfo::DestroyInstance() {
+    instance_.Destroy();
+}
+
 CDeviceInfo::CDeviceInfo()
     : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)),
       statusMutex_(log_, kCreateTag, kDestroyTag),
@@ -88,7 +92,7 @@ void CDeviceInfo::Initialize() {
     ClearImageInfo();
     FillFromCatalogue(images_, modelType_ == kHumanModel);
 
-    const auto installed = [this](ImageId image) { return GetInstalledVersion(image).getVersion(); };
+    const auto installed = [this](ImageId image) { return std::string(GetCurrentVersion(image).getVersion()); };
     log_->WriteInfo("%s[%c] BOOT Version:   %s", kTag, GetStatusChar(), installed(kBootImage).c_str());
     log_->WriteInfo("%s[%c] KERNEL Version: %s", kTag, GetStatusChar(), installed(kKernelImage).c_str());
     log_->WriteInfo("%s[%c] ROOTFS Version: %s", kTag, GetStatusChar(), installed(kRootFSImage).c_str());
@@ -107,14 +111,14 @@ void CDeviceInfo::RefreshVersions() {
     sysVersion_ = library[LibraryVersions::kSYS];
     appVersion_ = library[LibraryVersions::kApp];
     xmlVersion_ = library[LibraryVersions::kXML];
-    versions_[kBootImage].installed = Version(library[LibraryVersions::kBoot]);
-    versions_[kKernelImage].installed = Version(library[LibraryVersions::kKernel]);
-    versions_[kRootFSImage].installed = Version(library[LibraryVersions::kRootFS]);
-    versions_[kAppImage].installed = Version(appVersion_);
-    versions_[kQTEImage].installed = Version(library[LibraryVersions::kQTE]);
-    versions_[kDSPImage].installed = Version(dspVersion_);
-    versions_[kXMLImage].installed = Version(xmlVersion_);
-    versions_[kSYSImage].installed = Version(sysVersion_);
+    images_[kBootImage].CurrentVersion = library[LibraryVersions::kBoot].c_str();
+    images_[kKernelImage].CurrentVersion = library[LibraryVersions::kKernel].c_str();
+    images_[kRootFSImage].CurrentVersion = library[LibraryVersions::kRootFS].c_str();
+    images_[kAppImage].CurrentVersion = appVersion_.c_str();
+    images_[kQTEImage].CurrentVersion = library[LibraryVersions::kQTE].c_str();
+    images_[kDSPImage].CurrentVersion = dspVersion_.c_str();
+    images_[kXMLImage].CurrentVersion = xmlVersion_.c_str();
+    images_[kSYSImage].CurrentVersion = sysVersion_.c_str();
 }
 
 void CDeviceInfo::SetStatus(DeviceStatus status) {
@@ -168,34 +172,34 @@ std::string CDeviceInfo::GetXMLVersion() const {
     return xmlVersion_;
 }
 
-Version CDeviceInfo::GetInstalledVersion(int image) const {
+Version CDeviceInfo::GetCurrentVersion(int image) const {
     const std::lock_guard lock(dataMutex_);
-    return versions_[static_cast<std::size_t>(image)].installed;
+    return images_[static_cast<std::size_t>(image)].CurrentVersion;
 }
 
-void CDeviceInfo::SetInstalledVersion(int image, const Version& version) {
+void CDeviceInfo::SetCurrentVersion(int image, const Version& version) {
     const std::lock_guard lock(dataMutex_);
-    versions_[static_cast<std::size_t>(image)].installed = version;
+    images_[static_cast<std::size_t>(image)].CurrentVersion = version;
 }
 
 Version CDeviceInfo::GetNewVersion(int image) const {
     const std::lock_guard lock(dataMutex_);
-    return versions_[static_cast<std::size_t>(image)].offered;
+    return images_[static_cast<std::size_t>(image)].NewVersion;
 }
 
 void CDeviceInfo::SetNewVersion(int image, const Version& version) {
     const std::lock_guard lock(dataMutex_);
-    versions_[static_cast<std::size_t>(image)].offered = version;
+    images_[static_cast<std::size_t>(image)].NewVersion = version;
 }
 
 HeaderTail CDeviceInfo::GetHeaderTail(int image) const {
     const std::lock_guard lock(dataMutex_);
-    return versions_[static_cast<std::size_t>(image)].tail;
+    return images_[static_cast<std::size_t>(image)].Tail;
 }
 
 void CDeviceInfo::SetHeaderTail(int image, const HeaderTail& tail) {
     const std::lock_guard lock(dataMutex_);
-    versions_[static_cast<std::size_t>(image)].tail = tail;
+    images_[static_cast<std::size_t>(image)].Tail = tail;
 }
 
 void CDeviceInfo::ClearImageInfo() {

@@ -34,6 +34,7 @@ public:
     using Version = QENFx::Common::Version;
 
     static CDeviceInfo* GetInstance();
+    static void DestroyInstance();
 
     CDeviceInfo();
     CDeviceInfo(const CDeviceInfo&) = delete;
@@ -63,8 +64,10 @@ public:
     std::string GetXMLVersion() const;
 
     ImageInfos& GetImageInfo() { return images_; }
-    Version GetInstalledVersion(int image) const;
-    void SetInstalledVersion(int image, const Version& version);
+
+    /// What the records hold behind the lock.
+    Version GetCurrentVersion(int image) const;
+    void SetCurrentVersion(int image, const Version& version);
     Version GetNewVersion(int image) const;
     void SetNewVersion(int image, const Version& version);
     HeaderTail GetHeaderTail(int image) const;
@@ -91,12 +94,6 @@ public:
     bool ReleaseSession(const IPCSession* session);
 
 private:
-    struct ImageVersions {
-        Version installed;
-        Version offered;
-        HeaderTail tail{};
-    };
-
     static CInstance<CDeviceInfo> instance_;
 
     QENFx::Log::FileLog* log_;
@@ -116,7 +113,7 @@ private:
     std::string appVersion_;
     std::string dspVersion_;
     std::string xmlVersion_;
-    std::array<ImageVersions, kImageCount> versions_;
 
+    /// The versions and header tails in the records stand behind dataMutex_ as well.
     ImageInfos images_;
 };

@@ -5,12 +5,15 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/Text.h"
 #include "wire/ImageCatalogue.h"
 #include "wire/UpdateFormat.h"
 
+using Wire::HeaderTail;
+
 /// What is known about one image of the update at hand. The flags and counters are used by the request handlers and the
 /// update worker at once. The texts are set before any worker runs; only ServerPath changes later, and only the update
-/// worker uses it. The versions and the header tail of an image stand in CDeviceInfo, behind its lock.
+/// worker uses it. The versions and the header tail are reached through CDeviceInfo alone, which locks them.
 struct ImageInfo {
     std::atomic<bool> IsFile{false};        ///< an update file of this image is at hand
     std::atomic<bool> NeedUpdate{false};    ///< the image is to be written
@@ -28,11 +31,16 @@ struct ImageInfo {
 
     /// Sets the flags and counters to 0.
     void Clear();
+
+private:
+    friend class CDeviceInfo;
+
+    QENFx::Common::Version CurrentVersion;  ///< the installed version
+    QENFx::Common::Version NewVersion;      ///< the version of the update file at hand
+    HeaderTail Tail{};                      ///< the end of that file's header
 };
 
 using ImageInfos = std::array<ImageInfo, kImageCount>;
-
-using Wire::HeaderTail;
 
 /// Fills the texts of all records with those of the Human or the Veterinary model.
 void FillFromCatalogue(ImageInfos& images, bool human);

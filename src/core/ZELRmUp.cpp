@@ -68,7 +68,7 @@ ZELRmUp::~ZELRmUp() {
     CUDPServer::DestroyInstance();
 }
 
-int ZELRmUp::Run() {
+int ZELRmUp::Run(int /*argc*/, char* /*argv*/[]) {
     InstallSignalHandlers();
     BlockEndingSignals();
     PrintBanner();

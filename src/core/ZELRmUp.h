@@ -17,8 +17,8 @@ public:
     ZELRmUp& operator=(const ZELRmUp&) = delete;
     ~ZELRmUp();
 
-    /// The start-up sequence; then sleeps. Does not return.
-    int Run();
+    /// The start-up sequence; then sleeps. Does not return. The arguments of the program mean nothing to it.
+    int Run(int argc, char* argv[]);
 
 private:
     void InstallSignalHandlers();

@@ -4,10 +4,10 @@
 #include "core/ZELRmUp.h"
 #include "platform/Service.h"
 
-int main() {
+int main(int argc, char* argv[]) {
     static constexpr char kTag[] = "[main]";
     try {
-        const int result = ZELRmUp::GetInstance()->Run();
+        const int result = ZELRmUp::GetInstance()->Run(argc, argv);
         ZELRmUp::DestroyInstance();
         return result;
     } catch (QENFx::Service::WorkException* thrown) {

@@ -100,43 +100,42 @@ std::string CRmDao::GetClassFromSpeciesID(const std::string& speciesId) {
 
 std::string CRmDao::GetAdminPassword() {
     static constexpr char kTag[] = "[CRmDao::GetAdminPassword]";
+    const String statement = "SELECT Password FROM Tb_Operator_List WHERE OperatorID = 'admin'";
     try {
-        const Table table(Query("SELECT Password FROM Tb_Operator_List WHERE OperatorID = 'admin'"));
-        return FirstText(*table, "Password");
+        if (database_ != nullptr) {
+            const Table table(database_->getTable(statement, kTimeoutMicroseconds));
+            return FirstText(*table, "Password");
+        }
     } catch (DBException* thrown) {
         const std::unique_ptr<DBException> exception(thrown);
-        log_->WriteError("%s get table error", kTag);
-        return {};
     }
+    log_->WriteError("%s get table error", kTag);
+    return {};
 }
 
 int CRmDao::Execute(const char* tag, const String& statement) {
     try {
-        if (database_ == nullptr) {
-            throw new DBException("database is not open");
+        if (database_ != nullptr) {
+            database_->Execute(statement, kTimeoutMicroseconds);
+            return 0;
         }
-        database_->Execute(statement, kTimeoutMicroseconds);
-        return 0;
     } catch (DBException* thrown) {
         const std::unique_ptr<DBException> exception(thrown);
-        log_->WriteError("%s insert table error", tag);
-        return -1;
     }
+    log_->WriteError("%s insert table error", tag);
+    return -1;
 }
 
 CRmDao::Table CRmDao::Select(const char* tag, const String& statement) {
+    std::string error = "database is not open";
     try {
-        return Table(Query(statement));
+        if (database_ != nullptr) {
+            return Table(database_->getTable(statement, kTimeoutMicroseconds));
+        }
     } catch (DBException* thrown) {
         const std::unique_ptr<DBException> exception(thrown);
-        log_->WriteError("%s Select error: %s", tag, exception->GetMessage());
-        return nullptr;
+        error = exception->GetMessage();
     }
-}
-
-QENFx::Data::Collection::Table* CRmDao::Query(const String& statement) {
-    if (database_ == nullptr) {
-        throw new DBException("database is not open");
-    }
-    return database_->getTable(statement, kTimeoutMicroseconds);
+    log_->WriteError("%s Select error: %s", tag, error.c_str());
+    return nullptr;
 }

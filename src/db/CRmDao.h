@@ -45,7 +45,6 @@ public:
 private:
     int Execute(const char* tag, const QENFx::Common::String& statement);
     Table Select(const char* tag, const QENFx::Common::String& statement);
-    QENFx::Data::Collection::Table* Query(const QENFx::Common::String& statement);
 
     QENFx::Log::FileLog* log_;
     std::unique_ptr<QENFx::Data::Properties::FileProperty> config_;

@@ -37,6 +37,10 @@ CConnectionMonitor* CConnectionMonitor::GetInstance() {
     return instance_.Get([] { return std::make_unique<CConnectionMonitor>(); });
 }
 
+void CConnectionMonitor::DestroyInstance() {
+    instance_.Destroy();
+}
+
 CConnectionMonitor::CConnectionMonitor() : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)) {}
 
 bool CConnectionMonitor::ClaimLink(std::shared_ptr<IPCSession> session) {

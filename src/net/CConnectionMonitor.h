@@ -17,6 +17,7 @@ namespace RMUP::Net {
 class CConnectionMonitor : public QENFx::Service::Thread, public ILinkMonitor {
 public:
     static CConnectionMonitor* GetInstance();
+    static void DestroyInstance();
 
     CConnectionMonitor();
 

@@ -37,6 +37,10 @@ CTCPListener* CTCPListener::GetInstance() {
     });
 }
 
+void CTCPListener::DestroyInstance() {
+    instance_.Destroy();
+}
+
 CTCPListener::CTCPListener() : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)) {}
 
 void CTCPListener::Connect(const TCPRoutes& routes, ILinkMonitor* monitor) {

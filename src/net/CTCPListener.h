@@ -13,6 +13,7 @@ namespace RMUP::Net {
 class CTCPListener : public QENFx::Service::Thread {
 public:
     static CTCPListener* GetInstance();
+    static void DestroyInstance();
 
     CTCPListener();
 

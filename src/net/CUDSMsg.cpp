@@ -55,7 +55,7 @@ bool CUDSMsg::IsValidCRC() {
 
 std::uint16_t CUDSMsg::ComputeCRC() const {
     const auto covered = std::span(sendBuffer_).subspan(1, sendBuffer_.size() - 1 - kTrailerSize);
-    return QENFx::Common::Convertor::CRC16::crc16(covered.data(), covered.size());
+    return QENFx::Common::Convertor::CRC16::crc16(covered.data(), static_cast<unsigned>(covered.size()));
 }
 
 std::uint16_t CUDSMsg::GetMessageId() const {

@@ -2,15 +2,21 @@
 
 #include <string>
 
+#include "platform/Object.h"
+
 namespace QENFx::Data::Properties {
 
-/// The keys and values of one settings file, as they were when it was opened.
+/// The keys and values of one settings file, as they were when it was opened. Its virtual operations are called by
+/// their place: destructor, deleting destructor, one for others, set, get. Their names are free.
 class FileProperty {
 public:
     FileProperty() = default;
     FileProperty(const FileProperty&) = delete;
     FileProperty& operator=(const FileProperty&) = delete;
     virtual ~FileProperty() = default;
+
+    /// Keeps the place of an operation that the service does not use.
+    virtual void forOthers() = 0;
 
     virtual void setValue(const char* key, const char* value) = 0;
 
@@ -19,7 +25,7 @@ public:
 
     /// Writes the keys set since the file was opened, and only those, into the file as it is now. The file is replaced
     /// as a whole or not at all. Throws ConfigurationException*.
-    virtual void Update() = 0;
+    void Update();
 };
 
 }  // namespace QENFx::Data::Properties
@@ -27,10 +33,14 @@ public:
 namespace QENFx::Config {
 
 /// Thrown by pointer; whoever catches it deletes it.
-class ConfigurationException {
+class ConfigurationException : public DeletedUnsized {
 public:
-    explicit ConfigurationException(std::string message) : message_(std::move(message)) {}
-    const char* GetMessage() const { return message_.c_str(); }
+    explicit ConfigurationException(const std::string& message);
+    ConfigurationException(const ConfigurationException&) = delete;
+    ConfigurationException& operator=(const ConfigurationException&) = delete;
+    ~ConfigurationException();
+
+    const char* GetMessage() const;
 
 private:
     std::string message_;
@@ -46,14 +56,15 @@ public:
 
     ConfigurationManager(const ConfigurationManager&) = delete;
     ConfigurationManager& operator=(const ConfigurationManager&) = delete;
-    virtual ~ConfigurationManager() = default;
 
     /// Opens an existing file; the caller owns the result. Throws ConfigurationException* when there is no such file or
-    /// it cannot be read.
+    /// it cannot be read. The first of the manager's virtual operations, so none may be declared before it, also no
+    /// destructor.
     virtual Data::Properties::FileProperty* Open(const char* path, int mode) = 0;
 
 protected:
     ConfigurationManager() = default;
+    ~ConfigurationManager() = default;
 };
 
 }  // namespace QENFx::Config

@@ -1,45 +1,54 @@
 #pragma once
 
+#include <memory>
 #include <string>
 
+#include "platform/Object.h"
 #include "platform/Text.h"
 
 namespace QENFx::Data::Collection {
 
-/// One row of a table; owned by the table.
+/// One row of a table; made and owned by the table.
 class Row {
 public:
-    Row() = default;
     Row(const Row&) = delete;
     Row& operator=(const Row&) = delete;
-    virtual ~Row() = default;
 
     /// The column's text; the empty text when it is NULL or the table has no such column. Valid as long as the table.
-    virtual const char* getString(const char* column) const = 0;
+    const char* getString(const char* column) const;
 
     /// The column's number; 0 when it is NULL, no number, or the table has no such column.
-    virtual double getDouble(const char* column) const = 0;
+    double getDouble(const char* column) const;
 
     /// Whether the table has the column and it is not NULL.
-    virtual bool exists(const char* column) const = 0;
+    bool exists(const char* column) const;
+
+protected:
+    Row() = default;
+    ~Row() = default;
 };
 
 /// The rows that a query gave, read into memory, with a cursor that starts before the first row.
-class Table {
+class Table : public DeletedUnsized {
 public:
-    Table() = default;
+    struct Content;
+
+    explicit Table(std::unique_ptr<Content> content);
     Table(const Table&) = delete;
     Table& operator=(const Table&) = delete;
-    virtual ~Table() = default;
+    ~Table();
 
     /// Puts the cursor before the first row.
-    virtual void Reset() = 0;
+    void Reset();
 
     /// Moves to the next row; false when there is none.
-    virtual bool MoveNext() = 0;
+    bool MoveNext();
 
     /// The row under the cursor, or null.
-    virtual const Row* getCurrent() const = 0;
+    const Row* getCurrent() const;
+
+private:
+    std::unique_ptr<Content> content_;
 };
 
 }  // namespace QENFx::Data::Collection
@@ -47,10 +56,14 @@ public:
 namespace QENFx::DB {
 
 /// Thrown by pointer; whoever catches it deletes it.
-class DBException {
+class DBException : public DeletedUnsized {
 public:
-    explicit DBException(std::string message) : message_(std::move(message)) {}
-    const char* GetMessage() const { return message_.c_str(); }
+    explicit DBException(const std::string& message);
+    DBException(const DBException&) = delete;
+    DBException& operator=(const DBException&) = delete;
+    ~DBException();
+
+    const char* GetMessage() const;
 
 private:
     std::string message_;
@@ -77,7 +90,7 @@ public:
     Data::Collection::Table* getTable(const Common::String& statement, unsigned timeout);
 
 private:
-    void* handle_ = nullptr;
+    Fields<void, 256> fields_;
 };
 
 }  // namespace QENFx::DB

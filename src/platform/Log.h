@@ -8,13 +8,13 @@ class FileLog {
 public:
     FileLog(const FileLog&) = delete;
     FileLog& operator=(const FileLog&) = delete;
-    virtual ~FileLog() = default;
 
-    virtual void WriteInfo(const char* format, ...) __attribute__((format(printf, 2, 3))) = 0;
-    virtual void WriteError(const char* format, ...) __attribute__((format(printf, 2, 3))) = 0;
+    void WriteInfo(const char* format, ...) __attribute__((format(printf, 2, 3)));
+    void WriteError(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 protected:
     FileLog() = default;
+    ~FileLog() = default;
 };
 
 class Logger {
@@ -27,13 +27,13 @@ public:
 
     Logger(const Logger&) = delete;
     Logger& operator=(const Logger&) = delete;
-    virtual ~Logger() = default;
 
     /// The channel of that name, opened on first use. Never null.
-    virtual FileLog* getLog(const char* name) = 0;
+    FileLog* getLog(const char* name);
 
 protected:
     Logger() = default;
+    ~Logger() = default;
 };
 
 }  // namespace QENFx::Log

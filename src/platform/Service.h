@@ -2,16 +2,21 @@
 
 #include <pthread.h>
 
-#include <atomic>
 #include <string>
+
+#include "platform/Object.h"
 
 namespace QENFx::Service {
 
 /// Thrown by pointer when work cannot be started; whoever catches it deletes it.
-class WorkException {
+class WorkException : public DeletedUnsized {
 public:
-    explicit WorkException(std::string message) : message_(std::move(message)) {}
-    const char* GetMessage() const { return message_.c_str(); }
+    explicit WorkException(const std::string& message);
+    WorkException(const WorkException&) = delete;
+    WorkException& operator=(const WorkException&) = delete;
+    ~WorkException();
+
+    const char* GetMessage() const;
 
 private:
     std::string message_;
@@ -20,6 +25,8 @@ private:
 /// A POSIX thread that runs `Run` once. Its thread has SIGHUP, SIGQUIT and SIGTERM blocked, so that the signals that
 /// end the process are taken by the main thread. The object must outlive `Run`; the thread does not touch it after
 /// `Run` returned, unless the object was handed to ThreadMemoryRemover before it was started.
+///
+/// The framework calls what a derived class overrides by its place: destructor, deleting destructor, Run.
 class Thread {
 public:
     Thread();
@@ -30,35 +37,37 @@ public:
     /// The work of the thread.
     virtual int Run() = 0;
 
-    /// Creates the thread. Throws WorkException* when the system has no thread left.
+    /// Creates the thread, which somebody has to join or to detach. Throws WorkException* when the system has no thread
+    /// left.
     void Start();
 
     /// Asks `Run` to end at its next look at the stop flag; does not wait for it.
-    void Stop() { stop_ = true; }
-    bool IsStopped() const { return stop_; }
+    void Stop();
+    bool IsStopped() const;
 
     /// Valid after Start, for pthread_detach.
-    pthread_t GetThreadId() const { return threadId_; }
+    pthread_t GetThreadId() const;
 
 private:
-    pthread_t threadId_{};
-    std::atomic<bool> stop_{false};
+    struct Content;
+    Fields<Content, 256> fields_;
 };
 
-/// Deletes the thread objects handed to it once their thread has ended.
+/// Deletes the thread objects handed to it once their thread has ended, and lets go of threads that nobody joined or
+/// detached by then. So whoever wants such a thread detached does it before its `Run` can return, or leaves it.
 class ThreadMemoryRemover {
 public:
     static ThreadMemoryRemover* GetInstance();
 
     ThreadMemoryRemover(const ThreadMemoryRemover&) = delete;
     ThreadMemoryRemover& operator=(const ThreadMemoryRemover&) = delete;
-    virtual ~ThreadMemoryRemover() = default;
 
     /// Takes ownership of a thread that was not started yet.
-    virtual void addThread(Thread* thread) = 0;
+    void addThread(Thread* thread);
 
 protected:
     ThreadMemoryRemover() = default;
+    ~ThreadMemoryRemover() = default;
 };
 
 }  // namespace QENFx::Service

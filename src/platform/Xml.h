@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/Object.h"
+
 namespace QENFx::Common::Xml {
 
 class NodeList;
@@ -7,41 +9,47 @@ class NodeList;
 /// An attribute of an element; owned by the document.
 class Attribute {
 public:
-    Attribute() = default;
     Attribute(const Attribute&) = delete;
     Attribute& operator=(const Attribute&) = delete;
-    virtual ~Attribute() = default;
 
-    virtual const char* getValue() const = 0;
+    const char* getValue() const;
+
+protected:
+    Attribute() = default;
+    ~Attribute() = default;
 };
 
 /// An element; owned by the document.
 class Node {
 public:
-    Node() = default;
     Node(const Node&) = delete;
     Node& operator=(const Node&) = delete;
-    virtual ~Node() = default;
 
     /// All elements of that name below this one, in document order; null when there is none.
-    virtual const NodeList* getNodeListByName(const char* name) const = 0;
+    const NodeList* getNodeListByName(const char* name) const;
 
     /// Null when the element has no such attribute.
-    virtual const Attribute* getAttributeByName(const char* name) const = 0;
+    const Attribute* getAttributeByName(const char* name) const;
+
+protected:
+    Node() = default;
+    ~Node() = default;
 };
 
 /// Elements in document order; owned by the document.
 class NodeList {
 public:
-    NodeList() = default;
     NodeList(const NodeList&) = delete;
     NodeList& operator=(const NodeList&) = delete;
-    virtual ~NodeList() = default;
 
-    virtual int getNodeCount() const = 0;
+    int getNodeCount() const;
 
     /// Null when the index is out of range.
-    virtual const Node* getNode(int index) const = 0;
+    const Node* getNode(int index) const;
+
+protected:
+    NodeList() = default;
+    ~NodeList() = default;
 };
 
 /// A document read as a whole. Everything that it hands out lives as long as the document.
@@ -60,7 +68,7 @@ public:
 
 private:
     struct Content;
-    Content* content_;
+    Fields<Content, 256> fields_;
 };
 
 }  // namespace QENFx::Common::Xml

@@ -9,7 +9,9 @@ extern "C" {
 /* 1 = no stick is connected, anything else = connected. */
 int checkUsbConnect(void);
 
-/* mount = 1 mounts the stick, 0 unmounts it. 1 = mounting failed, anything else = done. */
+/* mount = 1 mounts the stick, 0 unmounts it. 1 = mounting failed, anything else = done. The mount point stands in a
+ * buffer of 256 bytes, all of them the caller's: what the library reads behind the text, or writes there, is its own
+ * affair. */
 int usbMount(int mount, const char* mountPoint);
 
 /* Writes `length` bytes at byte `offset` of the image's place on the partition that is not running. Negative = failed.

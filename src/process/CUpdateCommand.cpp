@@ -136,10 +136,10 @@ void CUpdateCommand::TakeOffers(std::span<const std::uint8_t> payload) {
         ImageInfo& image = images[static_cast<std::size_t>(offer.image)];
         image.IsFile = true;
         device_->SetNewVersion(offer.image, version);
-        if (device_->GetInstalledVersion(offer.image) < version) {
+        if (device_->GetCurrentVersion(offer.image) < version) {
             image.NeedUpdate = true;
         }
-        log_->WriteInfo(offer.line, kInfoTag, version.getVersion().c_str());
+        log_->WriteInfo(offer.line, kInfoTag, version.getVersion());
     }
     // The XML archive is left out here; it joins the two when the images are compared for writing.
     if (images[kSYSImage].NeedUpdate || images[kAppImage].NeedUpdate) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <ctime>
 #include <numeric>
 
@@ -228,17 +229,17 @@ void CUpdate::RecordHistory() {
     // Not from the clock that tells the date: the operator may set that one meanwhile.
     const auto taken =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start_).count();
-    QENFx::Common::String elapsed;
-    elapsed.Format("%dm %ds.%d", static_cast<int>(taken / 60'000), static_cast<int>(taken / 1000 % 60),
-                   static_cast<int>(taken % 1000));
+    char elapsed[64] = "";
+    snprintf(elapsed, sizeof(elapsed), "%dm %ds.%d", static_cast<int>(taken / 60'000),
+             static_cast<int>(taken / 1000 % 60), static_cast<int>(taken % 1000));
 
     CRmDao dao;
     for (int i = 0; i < kImageCount; ++i) {
         const ImageInfo& image = images_[static_cast<std::size_t>(i)];
         if (image.NeedUpdate) {
             // A row that cannot be added has its line in the log; the images are written all the same.
-            (void)dao.SetUpdateHistory(image.DisplayName, completeTime, elapsed.str(),
-                                       device_->GetInstalledVersion(i).getVersion(),
+            (void)dao.SetUpdateHistory(image.DisplayName, completeTime, elapsed,
+                                       device_->GetCurrentVersion(i).getVersion(),
                                        device_->GetNewVersion(i).getVersion(), methodText_);
         }
     }

@@ -117,7 +117,7 @@ std::unique_ptr<CImageTransfer> CUpdateCommand::BeginImage(std::span<const std::
     image.FileSize = header.size;
     log_->WriteInfo("%s Update File Size: %d bytes", kTag, header.size);
     device_->SetNewVersion(index, header.version);
-    log_->WriteInfo("%s (%d)Image version: %s", kTag, index, header.version.getVersion().c_str());
+    log_->WriteInfo("%s (%d)Image version: %s", kTag, index, header.version.getVersion());
     device_->SetHeaderTail(index, header.tail);
 
     auto transfer = std::make_unique<Transfer>(session, index, image, header.size);

@@ -80,9 +80,9 @@ int CUpdate::GetPackageVersion(CFileSource& file, Images& images) {
 
     if (block.hasApp && block.hasSys && block.hasXml) {
         package_ = block.versions;
-        log_->WriteInfo("%s package version [APP] : %s", kTag, package_.app.getVersion().c_str());
-        log_->WriteInfo("%s package version [SYS] : %s", kTag, package_.sys.getVersion().c_str());
-        log_->WriteInfo("%s package version [XML] : %s", kTag, package_.xml.getVersion().c_str());
+        log_->WriteInfo("%s package version [APP] : %s", kTag, package_.app.getVersion());
+        log_->WriteInfo("%s package version [SYS] : %s", kTag, package_.sys.getVersion());
+        log_->WriteInfo("%s package version [XML] : %s", kTag, package_.xml.getVersion());
         return 0;
     }
     if (!block.hasApp && !block.hasSys && !block.hasXml) {
@@ -112,7 +112,7 @@ int CUpdate::CompareVersion(Images& images, Comparison comparison) {
         if (!image.IsFile) {
             continue;
         }
-        const Version installed = device_->GetInstalledVersion(i);
+        const Version installed = device_->GetCurrentVersion(i);
         const Version offered = device_->GetNewVersion(i);
         const std::string oldText = installed.getVersion();
         const std::string newText = offered.getVersion();

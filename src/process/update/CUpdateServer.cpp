@@ -171,7 +171,7 @@ int CUpdate::GetUpdateInfoFromNet(Images& images) {
     }
     log_->WriteInfo("%s Find %s model information", kTag, info.model.c_str());
     for (const ImageOffer& offer : info.offers) {
-        log_->WriteInfo("%s <%s> <VER:%s>", kTag, offer.name.c_str(), offer.version.getVersion().c_str());
+        log_->WriteInfo("%s <%s> <VER:%s>", kTag, offer.name.c_str(), offer.version.getVersion());
     }
     if (info.error == UpdateInfoError::kAbnormal) {
         log_->WriteError("%s Maybe abnormal XML is loaded", kTag);

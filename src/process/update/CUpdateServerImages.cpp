@@ -117,7 +117,7 @@ int CUpdate::DownloadPackageFromNet(CHttpConnection& connection, Images& images)
         device_->SetNewVersion(index, header.version);
         device_->SetHeaderTail(index, header.tail);
         log_->WriteInfo("%s SYS Subfile Info\n<Magic:%s><Ver:%s><Size:%d>", kTag, image.Magic.c_str(),
-                        header.version.getVersion().c_str(), header.size);
+                        header.version.getVersion(), header.size);
         if (DownloadToFile(connection, index, true, images) != 0) {
             return -1;
         }

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 
 #include "common/Shell.h"
 #include "platform/upgrade.h"
@@ -32,8 +33,10 @@ constexpr char kLogoOnStick[] = "/mnt/usb/zel_logo.n62v.bin";
 
 int CUpdate::MountUSB(bool mount, const char* mountPoint) {
     static constexpr char kTag[] = "[CUpdate::MountUSB]";
+    char point[256] = "";
+    std::string_view(mountPoint).copy(point, sizeof(point) - 1);
     if (!mount) {
-        usbMount(0, mountPoint);
+        usbMount(0, point);
         log_->WriteInfo("%s USB unmounted", kTag);
         return 0;
     }
@@ -47,7 +50,7 @@ int CUpdate::MountUSB(bool mount, const char* mountPoint) {
         }
         log_->WriteInfo("%s Try mount USB", kTag);
     }
-    if (usbMount(1, mountPoint) == kMountFailed) {
+    if (usbMount(1, point) == kMountFailed) {
         log_->WriteError("%s USB mount failed", kTag);
         return -1;
     }
@@ -85,7 +88,7 @@ bool CUpdate::ReadFileInfo(int index, Images& images, int& retries) {
             (index != kAppImage || GetPackageVersion(file, images) == 0)) {
             image.IsFile = true;
             log_->WriteInfo("%s UPDATE FILE Info\n<Magic:%s><Ver:%s><Size:%d>", kInfoTag, image.Magic.c_str(),
-                            device_->GetNewVersion(index).getVersion().c_str(), image.FileSize.load());
+                            device_->GetNewVersion(index).getVersion(), image.FileSize.load());
             return true;
         }
         if (retries >= kFileRetries) {
@@ -175,7 +178,7 @@ int CUpdate::CopySectionFromUSB(CFileSource& package, CPackageSections& sections
     }
     ImageInfo& image = images[static_cast<std::size_t>(index)];
     log_->WriteInfo("%s SYS Subfile Info\n<Magic:%s><Ver:%s><Size:%d>", kContentsTag, image.Magic.c_str(),
-                    device_->GetNewVersion(index).getVersion().c_str(), image.FileSize.load());
+                    device_->GetNewVersion(index).getVersion(), image.FileSize.load());
     COutputFile file(image.RawPath.c_str());
     if (!file.IsOpen()) {
         log_->WriteError("%s New file open error", kContentsTag);

@@ -99,7 +99,7 @@ void CUpdate::SkipWhatIsNotWritten(Images& images) {
 void CUpdate::SkipSameBootLoader(Images& images) {
     ImageInfo& boot = images[kBootImage];
     if (!boot.IsFile || !boot.NeedUpdate ||
-        device_->GetInstalledVersion(kBootImage) < device_->GetNewVersion(kBootImage)) {
+        device_->GetCurrentVersion(kBootImage) < device_->GetNewVersion(kBootImage)) {
         return;
     }
     // A boot loader that fails to write cannot be got round, so it is not written without need.
@@ -200,8 +200,8 @@ int CUpdate::SetNewVersion(Images& images) {
             log_->WriteError("%s nv version setting error", kVersionTag);
             return -1;
         }
-        device_->SetInstalledVersion(i, version);
-        log_->WriteInfo("%s ID:%d, version:%s set", kVersionTag, i, version.getVersion().c_str());
+        device_->SetCurrentVersion(i, version);
+        log_->WriteInfo("%s ID:%d, version:%s set", kVersionTag, i, version.getVersion());
     }
     return 0;
 }

@@ -153,7 +153,7 @@ std::array<std::uint8_t, kVersionSize> VersionField(const Version& version) {
 }
 
 Version ParseVersionField(std::span<const std::uint8_t> field) {
-    return Version(Wire::FieldText(field));
+    return Version(Wire::FieldText(field).c_str());
 }
 
 }  // namespace RMUP::Process

@@ -66,8 +66,8 @@ UpdateInfoError ParseOffer(const Node* file, const ImageInfos& images, ImageOffe
     }
     offer.image = static_cast<int>(image - images.begin());
     offer.name = values[kName];
-    offer.version =
-        QENFx::Common::Version(values[kMajor] + "." + values[kMinor] + "." + values[kRelease] + "." + values[kBuild]);
+    const std::string version = values[kMajor] + "." + values[kMinor] + "." + values[kRelease] + "." + values[kBuild];
+    offer.version = version.c_str();
     offer.path = values[kPath];
     return UpdateInfoError::kNone;
 }

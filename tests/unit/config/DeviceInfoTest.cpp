@@ -63,7 +63,7 @@ TEST_F(DeviceInfoTest, ReadsIdentityAndVersions) {
               "1.0.0.81.0.0.4garbage");
     std::string installed;
     for (int image = 0; image < kImageCount; ++image) {
-        installed += device_.GetInstalledVersion(image).getVersion().back();
+        installed += std::string_view(device_.GetCurrentVersion(image).getVersion()).back();
     }
     EXPECT_EQ(installed, "12345008");
     EXPECT_EQ(LogLines().back(), "INFO [CDeviceInfo::Initialize][D] SYS Version:    1.00.00.0008");
@@ -85,7 +85,7 @@ TEST_F(DeviceInfoTest, RefreshingLeavesTheUpdateAlone) {
     WriteFile("/data/device/versions.cfg", "APP=1.2.3.4\n");
     device_.RefreshVersions();
     EXPECT_EQ(device_.GetAppVersion(), "1.2.3.4");
-    EXPECT_EQ(device_.GetInstalledVersion(kAppImage).getVersion(), "1.02.03.0004");
+    EXPECT_EQ(device_.GetCurrentVersion(kAppImage), QENFx::Common::Version("1.2.3.4"));
     EXPECT_EQ(device_.GetNewVersion(kAppImage), offered);
     EXPECT_TRUE(app.IsFile && app.NeedUpdate && app.FileSize == 9 && app.Download == 9 && device_.GetUpdateFlag());
     EXPECT_EQ(device_.GetStatusChar(), 'U');
