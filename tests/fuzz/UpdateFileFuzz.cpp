@@ -11,7 +11,8 @@ namespace {
 
 /// The longest version texts do not fit the field of the protocols and are cut there.
 void CheckVersion(const QENFx::Common::Version& version) {
-    Require(std::string_view(version.getVersion()).size() >= kVersionSize || ParseVersionField(VersionField(version)) == version,
+    Require(std::string_view(version.getVersion()).size() >= kVersionSize ||
+                ParseVersionField(VersionField(version)) == version,
             "a version survives its field");
 }
 
