@@ -1,31 +1,16 @@
-"""The one program of the bench that runs inside a sandbox.
+"""The one program of the bench that runs on a machine of the laboratory.
 
 It does on request what can only be done there: set up the network, start and signal processes, make sockets and open
-files. Sockets and files are handed out as descriptors, so everything else of the bench stays outside and still speaks
-through the sandbox's own network. Standard library only; it is started as a plain script.
+files. Standard library only; it is started as a plain script.
 """
 
+import contextlib
 import json
 import os
 import signal
 import socket
 import subprocess
 import sys
-
-NETWORK = """
-link set lo up
-link add eth0 type veth peer name pc0
-address add 192.168.40.10/24 dev eth0
-link set eth0 up
-route add default via 192.168.40.1 dev eth0
-address add 192.168.40.20/24 dev pc0
-link set pc0 up
-link add usb0 type veth peer name usbpc0
-address add 1.1.40.1/24 dev usb0
-link set usb0 up
-address add 1.1.40.2/24 dev usbpc0
-link set usbpc0 up
-"""
 
 children: dict[int, subprocess.Popen] = {}
 
@@ -62,7 +47,8 @@ def do_open(_fds, path, write):
 
 def do_spawn(fds, argv, env):
     """Starts a program; fds are its standard output and error. Hands out a descriptor that shows when it ended."""
-    child = subprocess.Popen(argv, env=env, stdin=subprocess.DEVNULL, stdout=fds[0], stderr=fds[1])
+    child = subprocess.Popen(argv, env=env, stdin=subprocess.DEVNULL, stdout=fds[0], stderr=fds[1],
+                             start_new_session=True)
     children[child.pid] = child
     return {"pid": child.pid}, [os.pidfd_open(child.pid)]
 
@@ -73,6 +59,14 @@ def do_poll(_fds, pid):
 
 def do_signal(_fds, pid, number):
     children[pid].send_signal(number)
+    return {}, []
+
+
+def do_ip(fds, lines):
+    lines = lines.format(*(f"/proc/self/fd/{fd}" for fd in fds))
+    done = subprocess.run(["ip", "-batch", "-"], input=lines, text=True, pass_fds=fds, capture_output=True)
+    if done.returncode != 0:
+        raise OSError(0, f"ip: {done.stderr.strip()}")
     return {}, []
 
 
@@ -94,13 +88,23 @@ def serve(channel):
             os.close(fd)
 
 
+def end_children():
+    """Ends them with what they started: nobody else does where the machine has no process numbers of its own."""
+    for pid, child in children.items():
+        with contextlib.suppress(ProcessLookupError):
+            os.killpg(pid, signal.SIGKILL)
+        child.wait()
+
+
 def main():
     # Who is started in the background of a shell has SIGINT ignored, and so would its children.
     signal.signal(signal.SIGINT, signal.SIG_DFL)
-    subprocess.run(["ip", "-batch", "-"], input=NETWORK, text=True, check=True)
     with socket.socket(fileno=int(sys.argv[1])) as channel:
         channel.send(b"{}")
-        serve(channel)
+        try:
+            serve(channel)
+        finally:
+            end_children()
 
 
 if __name__ == "__main__":

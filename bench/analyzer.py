@@ -8,7 +8,7 @@ from pathlib import Path
 from typing import Any
 
 from bench.daemon import Daemon
-from bench.sandbox import Sandbox
+from bench.sandbox import ENGINE, Sandbox
 from bench.zelapp import PcConnection, Started, ZelApp
 
 DEVICE = "/data/device"
@@ -106,7 +106,8 @@ class Analyzer:
         config = self.sandbox.path(CONFIG)
         config.mkdir()
         (config / "config_webbase.cfg").write_text(f"Comment=Database;\nConnectionString={DATABASE};\n")
-        (config / "config_zel.cfg").write_text(f"Comment=System;\nIPAddress=10.9.8.7;\nAdminPW={PASSWORD};\n")
+        (config / "config_zel.cfg").write_text(
+            f"Comment=System;\nIPAddress={ENGINE.CONFIGURED};\nAdminPW={PASSWORD};\n")
         (config / "config_zelapp.cfg").write_text("Comment=Application;\nReferenceRangeDisable=0;\n")
         for name in ("log", "update", "xml_bank/1st/chip_cal", "xml_bank/2nd/chip_cal"):
             self.sandbox.path(f"/data/{name}").mkdir(parents=True)

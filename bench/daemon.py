@@ -10,7 +10,8 @@ from collections.abc import Callable
 from pathlib import Path
 from typing import TypeVar
 
-from bench.sandbox import PROJECT, Process, Sandbox
+from bench.machine import Process, build_folder, preset
+from bench.sandbox import PROJECT, Sandbox
 
 LOG = "/data/log/ZELRmUp.log"
 SANITIZER_REPORT = re.compile(r"(ERROR: (Address|Leak)Sanitizer|WARNING: ThreadSanitizer|runtime error:)")
@@ -25,12 +26,8 @@ RUNNERS = {
 T = TypeVar("T")
 
 
-def preset() -> str:
-    return os.environ.get("ZEL_PRESET", "release")
-
-
 def daemon_path() -> Path:
-    return PROJECT / "build" / preset() / "bin/ZELRmUp"
+    return build_folder() / "bin/ZELRmUp"
 
 
 def wait_until(condition: Callable[[], T], timeout: float, what: str) -> T:
@@ -50,6 +47,8 @@ class Daemon:
         self.sandbox = sandbox
         self._process: Process | None = None
         self.running = False  # as far as its owner knows: started, and not yet waited for
+        for name in ("stdout", "stderr"):
+            (sandbox.root / name).touch()
 
     def start(self, env: dict[str, str] | None = None) -> None:
         path = daemon_path()

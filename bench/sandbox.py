@@ -1,182 +1,121 @@
-"""A simulated analyzer's machine: namespaces of its own, made by bubblewrap.
+"""A simulated analyzer's machine, and the PC beside it.
 
-Inside, "/data", "/tmp" and "/mnt" are private, the analyzer is 192.168.40.10 and the PC 192.168.40.20; over the USB
-network link they are 1.1.40.1 and 1.1.40.2. Works for root and for an ordinary user; any number run side by side. A
-sandbox dies with the process that made it.
+On the analyzer's machine "/data", "/tmp" and "/mnt" are private. It is 192.168.40.10 and the PC 192.168.40.20; over the
+USB network link they are 1.1.40.1 and 1.1.40.2. Works for root and for an ordinary user; any number run side by side.
+Where namespaces are refused there is one at a time, on the loopback interface: see `bench/engine`. A sandbox dies with
+the process that made it.
 """
 
 from __future__ import annotations
 
 import fcntl
-import json
 import os
-import select
 import shutil
-import socket
-import subprocess
 import tempfile
-import threading
 import time
 from pathlib import Path
 from typing import IO, Any
 
-PROJECT = Path(__file__).resolve().parent.parent
+from bench.engine import Laboratory, Unsupported, choose
+from bench.machine import PROJECT, Machine, Process, SandboxError
 
-ANALYZER_ADDRESS = "192.168.40.10"
-PC_ADDRESS = "192.168.40.20"
-USB_ANALYZER_ADDRESS = "1.1.40.1"
-USB_PC_ADDRESS = "1.1.40.2"
+ENGINE = choose()
+
+ANALYZER_ADDRESS = ENGINE.ANALYZER
+PC_ADDRESS = ENGINE.PC
+SERVER_ADDRESS = ENGINE.SERVER
+USB_ANALYZER_ADDRESS = ENGINE.USB_ANALYZER
+USB_PC_ADDRESS = ENGINE.USB_PC
 UPDATE_HOST = "update.zel.example"
 
-# The sanitizers read their options from here; everything else inside is fixed.
-PASSED_ON = ("ASAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS")
+__all__ = ["ANALYZER_ADDRESS", "ENGINE", "PC_ADDRESS", "PROJECT", "Process", "SERVER_ADDRESS", "Sandbox",
+           "SandboxError", "UPDATE_HOST", "USB_ANALYZER_ADDRESS", "USB_PC_ADDRESS", "Unsupported", "lab_address"]
 
 ETC = {
-    "hosts": f"127.0.0.1 localhost\n{PC_ADDRESS} {UPDATE_HOST}\n",
+    "hosts": f"127.0.0.1 localhost\n{SERVER_ADDRESS} {UPDATE_HOST}\n",
     "passwd": "root:x:0:0:root:/tmp:/bin/sh\n",
     "group": "root:x:0:\n",
     "nsswitch.conf": "hosts: files\n",
 }
 
 
-class Process:
-    """A program running inside a sandbox. `pid` is its number in there."""
-
-    def __init__(self, sandbox: Sandbox, pid: int, pidfd: int):
-        self._sandbox = sandbox
-        self._pidfd = pidfd
-        self.pid = pid
-
-    def poll(self) -> int | None:
-        """The exit status, the negative signal number, or None while it runs."""
-        return self._sandbox._ask("poll", pid=self.pid)[0]["status"]
-
-    def wait(self, timeout: float) -> int:
-        if not select.select([self._pidfd], [], [], timeout)[0]:
-            raise TimeoutError(f"process {self.pid} still runs after {timeout} s")
-        status = self.poll()
-        assert status is not None
-        return status
-
-    def signal(self, number: int) -> None:
-        self._sandbox._ask("signal", pid=self.pid, number=int(number))
-
-    def close(self) -> None:
-        os.close(self._pidfd)
+def lab_address(number: int) -> str:
+    """An address of the laboratory's network; those from 21 on are for more PCs."""
+    return f"{ENGINE.NETWORK}{number}"
 
 
 class Sandbox:
-    def __init__(self, tmp_size: int | None = None, data_size: int | None = None):
-        """Builds the sandbox and its network.
+    """Files and programs are the analyzer's, sockets the PC's; `pc` and `analyzer` are the two machines."""
 
-        With `tmp_size` or `data_size`, "/tmp" or "/data" inside is a memory file system of that many bytes, to be filled
-        up.
+    def __init__(self, tmp_size: int | None = None, data_size: int | None = None,
+                 laboratory: Laboratory | None = None, number: int = 0):
+        """With `tmp_size` or `data_size`, "/tmp" or "/data" is a memory file system of that many bytes, to be filled up.
+
+        In a `laboratory` of several analyzers each has its `number`, from 0 on; the laboratory is closed by its maker.
         """
         remove_leftovers()
         self.root = Path(tempfile.mkdtemp(prefix="zel-sandbox-"))
         # Held for the sandbox's life: a directory whose lock is free belongs to nobody any more.
         self._lock = os.open(self.root, os.O_RDONLY | os.O_CLOEXEC)
         fcntl.flock(self._lock, fcntl.LOCK_EX)
-        for name in ("data", "tmp", "mnt", "etc"):
-            (self.root / name).mkdir()
-        (self.root / "mnt/usb").mkdir()
+        self._sizes = {name: size for name, size in (("tmp", tmp_size), ("data", data_size)) if size}
+        self._own_laboratory: Laboratory | None = None
+        self.address = lab_address(10 + number)
+        try:
+            self._make_files()
+            if laboratory is None:
+                laboratory = self._own_laboratory = ENGINE.laboratory(1)
+            self.laboratory, self.pc = laboratory, laboratory.pc
+            self.analyzer: Machine = laboratory.start_analyzer(self.root, self._sizes, number)
+        except BaseException:
+            self._remove()
+            raise
+
+    def _make_files(self) -> None:
+        for name in ("data", "tmp", "mnt/usb", "etc"):
+            (self.root / name).mkdir(parents=True)
         for name, text in ETC.items():
             (self.root / "etc" / name).write_text(text)
         shutil.copy("/etc/ld.so.cache", self.root / "etc")
-        self._sizes = {"tmp": tmp_size, "data": data_size}
-        self._mutex = threading.Lock()
-        self._channel, theirs = socket.socketpair(socket.AF_UNIX, socket.SOCK_SEQPACKET)
-        info_read, info_write = os.pipe()
-        # In a session of its own: Ctrl-C is for the owner, who then closes the sandbox in order.
-        self._bwrap = subprocess.Popen(self._command(theirs.fileno(), info_write), stdin=subprocess.DEVNULL,
-                                       pass_fds=[theirs.fileno(), info_write], start_new_session=True)
-        theirs.close()
-        os.close(info_write)
-        with open(info_read) as info:
-            text = info.read()
-        if not self._channel.recv(64):
-            self.close()
-            raise RuntimeError("the sandbox could not be set up (see the lines above)")
-        self.init_pid: int = json.loads(text)["child-pid"]  # as seen outside, for nsenter
-
-    def _command(self, channel: int, info: int) -> list[str]:
-        writable = []
-        for name, size in self._sizes.items():
-            writable += ["--size", str(size), "--tmpfs", f"/{name}"] if size \
-                else ["--bind", str(self.root / name), f"/{name}"]
-        # The same capabilities for everybody: root would keep all of them, also to read what nobody may read.
-        return ["bwrap", "--unshare-all", "--die-with-parent", "--uid", "0", "--gid", "0", "--cap-drop", "ALL",
-                "--cap-add", "CAP_NET_ADMIN", "--cap-add", "CAP_SYS_ADMIN", "--cap-add", "CAP_NET_BIND_SERVICE",
-                "--info-fd", str(info),
-                "--ro-bind", "/usr", "/usr",
-                "--symlink", "usr/lib", "/lib", "--symlink", "usr/lib64", "/lib64",
-                "--symlink", "usr/bin", "/bin", "--symlink", "usr/sbin", "/sbin",
-                "--ro-bind", str(self.root / "etc"), "/etc", "--proc", "/proc", "--dev", "/dev",
-                "--bind", str(self.root / "mnt"), "/mnt", *writable,
-                "--ro-bind", str(PROJECT), str(PROJECT), "--chdir", "/",
-                "/usr/bin/python3", "-I", "-S", str(PROJECT / "bench/agent.py"), str(channel)]
-
-    def _ask(self, what: str, fds: list[int] | None = None, **values: Any) -> tuple[dict[str, Any], list[int]]:
-        request = json.dumps({"do": what, **values}).encode()
-        with self._mutex:
-            socket.send_fds(self._channel, [request], fds or [])
-            data, handed_out, _, _ = socket.recv_fds(self._channel, 1 << 16, 4)
-        if not data:
-            raise ConnectionError("the sandbox is gone")
-        answer = json.loads(data)
-        if "errno" in answer:
-            raise OSError(answer["errno"], answer["error"])
-        return answer, handed_out
 
     def path(self, inside: str) -> Path:
-        """Where a file under "/data", "/tmp" or "/mnt" of the sandbox lies outside."""
+        """Where a file under "/data", "/tmp" or "/mnt" of the analyzer lies outside."""
         relative = inside.lstrip("/")
-        in_memory = self._sizes.get(relative.split("/", 1)[0])
-        return (Path(f"/proc/{self.init_pid}/root") if in_memory else self.root) / relative
+        in_memory = relative.split("/", 1)[0] in self._sizes
+        return (Path(f"/proc/{self.analyzer.pid}/root") if in_memory else self.root) / relative
 
     def open(self, inside: str, mode: str = "rb") -> IO[Any]:
-        """Opens any file as it is seen inside, "/proc" included, for reading or (re)writing."""
-        return os.fdopen(self._ask("open", path=inside, write="w" in mode)[1][0], mode)
+        """Opens any file as the analyzer sees it, "/proc" included, for reading or (re)writing."""
+        return self.analyzer.open(inside, mode)
 
-    def socket(self, kind: int, bind: tuple[str, int] | None = None, listen: int = 0) -> socket.socket:
-        """An IPv4 socket on the sandbox's network, to be used like any other."""
-        handed_out = self._ask("socket", family=int(socket.AF_INET), kind=int(kind), bind=bind, listen=listen)[1]
-        return socket.socket(fileno=handed_out[0])
+    def socket(self, kind: int, bind: tuple[str, int] | None = None, listen: int = 0) -> Any:
+        """An IPv4 socket on the PC, to be used like any other."""
+        return self.pc.socket(kind, bind, listen)
 
-    def listen_unix(self, path: str) -> socket.socket:
-        handed_out = self._ask("socket", family=int(socket.AF_UNIX), kind=int(socket.SOCK_STREAM), bind=path, listen=5)
-        return socket.socket(fileno=handed_out[1][0])
+    def listen_unix(self, path: str) -> Any:
+        return self.analyzer.listen_unix(path)
 
-    def connect_unix(self, path: str) -> socket.socket:
-        return socket.socket(fileno=self._ask("connect_unix", path=path)[1][0])
+    def connect_unix(self, path: str) -> Any:
+        return self.analyzer.connect_unix(path)
 
     def spawn(self, argv: list[str], stdout: IO[Any], stderr: IO[Any], env: dict[str, str] | None = None) -> Process:
-        """Starts a program inside; its output goes to the two open files."""
-        fixed = {"PATH": "/data/bin:/usr/sbin:/usr/bin", "HOME": "/tmp", "LC_ALL": "C.UTF-8"}
-        passed_on = {name: os.environ[name] for name in PASSED_ON if name in os.environ}
-        answer, handed_out = self._ask("spawn", [stdout.fileno(), stderr.fileno()], argv=argv,
-                                       env=fixed | passed_on | (env or {}))
-        return Process(self, answer["pid"], handed_out[0])
+        """Starts a program on the analyzer; its output goes to the two open files."""
+        return self.analyzer.spawn(argv, stdout, stderr, env)
 
     def run(self, *argv: str, timeout: float = 20) -> str:
-        """Runs a program inside to its end and returns what it printed; a status other than 0 raises."""
-        with tempfile.TemporaryFile("w+") as output:
-            process = self.spawn(list(argv), output, output)
-            try:
-                status = process.wait(timeout)
-            finally:
-                process.close()
-            output.seek(0)
-            text = output.read()
-        if status != 0:
-            raise RuntimeError(f"{' '.join(argv)} ended with status {status}: {text}")
-        return text
+        """Runs a program on the analyzer to its end and returns what it printed; a status other than 0 raises."""
+        if argv[0] == "ip" and not ENGINE.OWN_NETWORK:
+            raise Unsupported("needs a network of its own (there are no namespaces)")
+        return self.analyzer.run(*argv, timeout=timeout)
 
     def close(self) -> None:
         """Ends everything inside and removes the files."""
-        self._channel.close()
-        self._bwrap.kill()
-        self._bwrap.wait()
+        self.analyzer.close()
+        self._remove()
+
+    def _remove(self) -> None:
+        if self._own_laboratory:
+            self._own_laboratory.close()
         shutil.rmtree(self.root, ignore_errors=True)
         os.close(self._lock)
 

@@ -1,4 +1,4 @@
-"""The update server: a real nginx inside the sandbox, and a small server that misbehaves on purpose."""
+"""The update server: a real nginx beside the analyzer, and a small server that misbehaves on purpose."""
 
 from __future__ import annotations
 
@@ -8,30 +8,37 @@ import threading
 from collections.abc import Callable
 
 from bench.daemon import wait_until
+from bench.httpserver import HttpServer
 from bench.image import INFO_PATH, QC_PATHS, document, parse, server_path
-from bench.sandbox import PC_ADDRESS, Sandbox
+from bench.sandbox import PROJECT, SERVER_ADDRESS, Sandbox
 
 # One process that changes no user: a sandbox of an ordinary user knows only one.
 NGINX = """
 daemon off;
 master_process off;
 user root;
-pid /data/server/pid;
-error_log /data/server/error.log;
+pid {directory}/pid;
+error_log {directory}/error.log;
 events {{ worker_connections 64; }}
 http {{
-    access_log /data/server/access.log;
-    client_body_temp_path /data/server/body;
-    proxy_temp_path /data/server/proxy;
-    fastcgi_temp_path /data/server/fastcgi;
-    uwsgi_temp_path /data/server/uwsgi;
-    scgi_temp_path /data/server/scgi;
+    access_log {directory}/access.log;
+    client_body_temp_path {directory}/body;
+    proxy_temp_path {directory}/proxy;
+    fastcgi_temp_path {directory}/fastcgi;
+    uwsgi_temp_path {directory}/uwsgi;
+    scgi_temp_path {directory}/scgi;
     server {{
-        listen {address}:80;
-        root /data/server/www;
+        listen {address}:{port};
+        root {directory}/www;
     }}
 }}
 """
+
+
+def nginx_path() -> str | None:
+    """The machine's nginx, or the one that `./zel` has unpacked without installing it; None when there is neither."""
+    unpacked = PROJECT / "build/nginx/usr/sbin"
+    return shutil.which("nginx", path=f"/usr/sbin:/usr/bin:{unpacked}")
 
 
 def update_info(model: str, files: dict[int, bytes], versions: dict[int, str] | None = None) -> bytes:
@@ -41,24 +48,35 @@ def update_info(model: str, files: dict[int, bytes], versions: dict[int, str] | 
 
 
 class UpdateServer:
-    """nginx on port 80 of the address that the update server's name stands for."""
+    """The server at the address that the update server's name stands for: nginx, or the bench's own without it."""
 
     def __init__(self, sandbox: Sandbox):
         self._sandbox = sandbox
-        self.directory = sandbox.path("/data/server")
+        self._address = (SERVER_ADDRESS, sandbox.laboratory.server_port)
+        self.directory = sandbox.root / "server"
         self.root = self.directory / "www"
         self.root.mkdir(parents=True)
-        (self.directory / "nginx.conf").write_text(NGINX.format(address=PC_ADDRESS))
+        program = nginx_path()
+        self.name = "nginx" if program else "the bench's own"
+        if program:
+            self._start_nginx(program)
+        else:
+            listener = sandbox.socket(socket.SOCK_STREAM, self._address, listen=16)
+            HttpServer(listener, self.root, self.directory / "access.log")
+
+    def _start_nginx(self, program: str) -> None:
+        address, port = self._address
+        (self.directory / "nginx.conf").write_text(NGINX.format(directory=self.directory, address=address, port=port))
         with open(self.directory / "output", "wb") as output:
-            self._process = sandbox.spawn(["nginx", "-e", "/data/server/error.log", "-c", "/data/server/nginx.conf"],
-                                          output, output)
+            self._process = self._sandbox.pc.spawn([program, "-e", f"{self.directory}/error.log", "-c",
+                                                    f"{self.directory}/nginx.conf"], output, output)
         wait_until(self._serves, 10, "nginx takes connections")
 
     def _serves(self) -> bool:
         if self._process.poll() is not None:
             raise RuntimeError(f"nginx ended: {(self.directory / 'output').read_text()}")
         with self._sandbox.socket(socket.SOCK_STREAM) as probe:
-            return probe.connect_ex((PC_ADDRESS, 80)) == 0
+            return probe.connect_ex(self._address) == 0
 
     def put(self, path: str, content: bytes) -> None:
         (self.root / path).parent.mkdir(parents=True, exist_ok=True)
@@ -92,7 +110,8 @@ class FaultyServer:
         self.behaviour = behaviour
         self.requests: list[bytes] = []
         self.stopped = threading.Event()
-        self._listener = sandbox.socket(socket.SOCK_STREAM, bind=(PC_ADDRESS, 80), listen=16)
+        self._listener = sandbox.socket(socket.SOCK_STREAM, listen=16,
+                                        bind=(SERVER_ADDRESS, sandbox.laboratory.server_port))
         self._listener.settimeout(0.05)
         self._threads = [threading.Thread(target=self._serve, daemon=True)]
         self._threads[0].start()

@@ -16,10 +16,10 @@ from collections.abc import Callable
 from bench.analyzer import SERIAL, Analyzer
 from bench.pc import ANALYZER_TCP_PORT, Pc
 from bench.pcpacket import HEADER_SIZE, Command, Info, Packet
-from bench.sandbox import ANALYZER_ADDRESS
+from bench.sandbox import ANALYZER_ADDRESS, lab_address
 from bench.soak.records import Records, check
 
-NEIGHBOUR, VANDAL = "192.168.40.22", "192.168.40.23"
+NEIGHBOUR, VANDAL = lab_address(22), lab_address(23)
 ADDRESSES = (NEIGHBOUR, VANDAL)
 
 # The first byte of every command that the daemon knows.
@@ -64,7 +64,7 @@ class Company:
         self._stopped = threading.Event()
         self._threads: list[threading.Thread] = []
         for address in ADDRESSES:
-            self.sandbox.run("ip", "address", "add", f"{address}/24", "dev", "pc0")
+            self.sandbox.laboratory.add_pc_address(address)
 
     def start(self) -> None:
         if self._threads:

@@ -16,14 +16,14 @@ from bench.analyzer import OLD_VERSION, PASSWORD, Analyzer
 from bench.daemon import LOG, preset, wait_until
 from bench.pc import Pc
 from bench.pcpacket import Command, Info, Packet
-from bench.sandbox import PROJECT
+from bench.sandbox import PROJECT, lab_address
 from bench.soak.company import Company
 from bench.soak.records import Life, Records, Wrong, check
 from bench.soak.results import Result, Results, check_text
 from bench.soak.watch import HEAP_COUNT, Watcher
 from bench.zelapp import Message, PcConnection, ResultFailed, ResultSent
 
-RIVAL = "192.168.40.21"
+RIVAL = lab_address(21)
 REPORTS = PROJECT / "build/soak"
 LINES_BEFORE = 200  # of the log, before the operation that failed first
 # Waits that the daemon ends itself, on a machine that may be busy and a daemon that a sanitizer may slow down.
@@ -48,7 +48,7 @@ class World:
         self.analyzer, self.records, self.seed = analyzer, records, seed
         self.chance = random.Random(seed)
         self.zelapp = analyzer.zelapp
-        analyzer.sandbox.run("ip", "address", "add", f"{RIVAL}/24", "dev", "pc0")
+        analyzer.sandbox.laboratory.add_pc_address(RIVAL)
         self.pc = Pc(analyzer.sandbox.socket)
         self.pc.start_heartbeat()
         self.rival = Pc(analyzer.sandbox.socket, address=RIVAL, name="Rival", peer_id="2")

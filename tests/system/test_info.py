@@ -10,7 +10,7 @@ import pytest
 from bench.analyzer import Analyzer
 from bench.pc import Pc
 from bench.pcpacket import Command, Info, decode_info
-from bench.sandbox import ANALYZER_ADDRESS, PC_ADDRESS
+from bench.sandbox import ANALYZER_ADDRESS, PC_ADDRESS, lab_address
 
 
 def padded(text: str, size: int = 16) -> bytes:
@@ -36,8 +36,8 @@ def test_every_item_to_the_registered_pc(versions: None, analyzer: Analyzer, con
 
 
 def test_another_pc_is_told_who_is_registered(analyzer: Analyzer, connected_pc: Pc, make_pc: Any) -> None:
-    analyzer.sandbox.run("ip", "address", "add", "192.168.40.21/24", "dev", "pc0")
-    other = make_pc(address="192.168.40.21", peer_id="2")
+    analyzer.sandbox.laboratory.add_pc_address(lab_address(21))
+    other = make_pc(address=lab_address(21), peer_id="2")
     other.connect()
     other.send(Command.GET_INFO, b"\x10\x00")
     packet = other.expect(Command.INFO)

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import signal
+import socket
 import time
 from typing import Any
 
@@ -10,7 +11,7 @@ from bench.analyzer import PASSWORD, Analyzer
 from bench.daemon import wait_until
 from bench.pc import Pc
 from bench.pcpacket import Command, Info, Packet
-from bench.sandbox import PC_ADDRESS, USB_ANALYZER_ADDRESS, USB_PC_ADDRESS
+from bench.sandbox import ANALYZER_ADDRESS, PC_ADDRESS, USB_ANALYZER_ADDRESS, USB_PC_ADDRESS
 from bench.zelapp import PcConnection, frame
 
 
@@ -112,7 +113,7 @@ def test_the_pc_is_told_of_a_new_address_until_it_acknowledges(analyzer: Analyze
     connected_pc.acknowledge_notices = False
     analyzer.start()
     notice = connected_pc.receive_datagram(Command.NOTICE)
-    assert notice == Packet(Command.NOTICE, 1, ord("1"), b"\x00\x08" + bytes([192, 168, 40, 10]))
+    assert notice == Packet(Command.NOTICE, 1, ord("1"), b"\x00\x08" + socket.inet_aton(ANALYZER_ADDRESS))
     first = time.monotonic()
     connected_pc.acknowledge_notices = True
     assert connected_pc.receive_datagram(Command.NOTICE, 10) == notice

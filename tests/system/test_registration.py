@@ -12,10 +12,10 @@ from bench.analyzer import DATABASE, PASSWORD, PATIENT_ID, Analyzer, make_databa
 from bench.daemon import wait_until
 from bench.pc import Pc, Refused
 from bench.pcpacket import Command, Info, Packet
-from bench.sandbox import PC_ADDRESS, USB_ANALYZER_ADDRESS, USB_PC_ADDRESS
+from bench.sandbox import PC_ADDRESS, USB_ANALYZER_ADDRESS, USB_PC_ADDRESS, lab_address
 from bench.zelapp import PATIENT, PcConnection, ResultSent
 
-OTHER_PC = "192.168.40.21"
+OTHER_PC = lab_address(21)
 IDENTITY = ("PCIPAddress", "PCSWName", "PCPeerID", "PCUDPPort")
 
 
@@ -25,7 +25,7 @@ def identity(analyzer: Analyzer) -> tuple[str | None, ...]:
 
 @pytest.fixture
 def other_pc(analyzer: Analyzer, make_pc: Any) -> Pc:
-    analyzer.sandbox.run("ip", "address", "add", f"{OTHER_PC}/24", "dev", "pc0")
+    analyzer.sandbox.laboratory.add_pc_address(OTHER_PC)
     return make_pc(address=OTHER_PC, name="OtherPC", peer_id="2")
 
 
