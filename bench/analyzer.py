@@ -20,6 +20,8 @@ PROJECT_NAME = "N62"
 PASSWORD = "zel1234"
 OLD_VERSION = "1.00.00.0001"
 
+ACCEPTING = "/tmp/.rm_proc Accept start"  # log line
+
 SCHEMA = """
 CREATE TABLE Tb_Result_Summary (ResultID INTEGER, PatientID TEXT, Birth TEXT, Sex TEXT, SpeciesID TEXT,
     SpeciesClass TEXT, ClientID TEXT, SpecimenType TEXT, Age TEXT, SerumIndexHEM TEXT, SerumIndexLIP TEXT,
@@ -121,6 +123,8 @@ class Analyzer:
         lines = ("Connection monitor thread start", "UDP bind success", "[CTCPListener::Run] Accept start")
         before = self.daemon.log()
         self.daemon.start(env)
+        # Not sooner: a shell command of a daemon that was killed may still hold that one's socket for a moment.
+        self.daemon.wait_for_log(ACCEPTING, 20, before.count(ACCEPTING) + 1)
         self.zelapp.connect()
         # The start notice and the first connection status come from two threads, in either order.
         first = {type(self.zelapp.receive()) for _ in range(2)}

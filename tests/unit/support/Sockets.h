@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <linux/sockios.h>
+#include <sys/ioctl.h>
 #include <sys/un.h>
 
 #include <span>
