@@ -9,6 +9,7 @@ from __future__ import annotations
 import os
 import sys
 import tempfile
+import textwrap
 from collections.abc import Callable, Iterator
 from concurrent.futures import ThreadPoolExecutor
 from contextlib import contextmanager, nullcontext
@@ -25,6 +26,7 @@ from bench.analyzer import CONTROL_ID, OLD_VERSION, PASSWORD, PATIENT_ID, Analyz
 from bench.image import APP, DSP, IMAGES, SYS, XML, file_name, make_release, sample_payloads
 from bench.pc import Pc
 from bench.pcpacket import Command
+from bench.sandbox import ENGINE, SandboxError
 from bench.updateserver import UpdateServer
 from bench.zelapp import (CONTROL, PATIENT, PcConnection, ResultSent, UpdateComplete, UpdateFailed, UpdateProgress,
                           UpdateRequested, UpdateStarts)
@@ -45,7 +47,8 @@ class Demo:
         self.version = OLD_VERSION
 
     def say(self, text: str) -> None:
-        self.console.print(f"   {escape(text)}", highlight=False)
+        for line in textwrap.wrap(text, self.console.width - 1, initial_indent=" " * 3, subsequent_indent=" " * 5):
+            self.console.print(escape(line), highlight=False)
 
     def check(self, condition: bool, what: str) -> None:
         if not condition:
@@ -183,7 +186,8 @@ class Demo:
         server = UpdateServer(self.analyzer.sandbox)
         files = self._release("1.03.00.0004", 2)
         server.publish(MODEL, {image: data for image, data in files.items() if image != DSP})
-        self.say(f"an update server (nginx) offers version {self.version}; the user starts the update at ZELApp")
+        self.say(f"an update server ({server.name}) offers version {self.version}; the user starts the update at "
+                 "ZELApp")
         self.zelapp.start_update(method=3)
         with self._bars() as progress:
             self._watch_update(progress)
@@ -194,7 +198,7 @@ class Demo:
         rows = self.analyzer.rows("SELECT ModuleName, UpdateCompleteTime, ElapsedTime, OldVersion, NewVersion, Method "
                                   "FROM Tb_Update_History")
         self.check({row[-1] for row in rows} == {"USB", "From PC", "INTERNET"}, f"the history holds {rows}")
-        table = Table("module", "completed", "took", "from", "to", "method")
+        table = Table("module", "completed", "took", "from", "to", "method", box=None, pad_edge=False, padding=(0, 1, 0, 0))
         for row in rows:
             table.add_row(*map(str, row))
         self.console.print(table)
@@ -221,6 +225,8 @@ STEPS = RESULT_STEPS + UPDATE_STEPS
 
 
 def run(steps: list[Step], console: Console) -> int:
+    if ENGINE.NOTICE:
+        console.print(ENGINE.NOTICE, highlight=False)
     with Analyzer() as analyzer:
         demo = Demo(analyzer, console)
         for number, (title, step) in enumerate(steps, 1):
@@ -247,9 +253,12 @@ def report_failure(analyzer: Analyzer, console: Console, title: str, error: Exce
 
 
 def main() -> int:
-    console = Console(width=None if sys.stdout.isatty() else 120)
+    console = Console(width=None if sys.stdout.isatty() else 80)
     try:
         return run(STEPS, console)
+    except SandboxError as error:
+        console.print(f"zel: {error}", highlight=False, markup=False)
+        return 1
     except KeyboardInterrupt:
         return 130
     except BrokenPipeError:  # nobody reads any more; keep the interpreter from trying once again

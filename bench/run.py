@@ -81,11 +81,15 @@ def watch(analyzer: Analyzer, zelapp: ZelApp | None) -> None:
     print(f"The daemon ended with status {analyzer.daemon.status}")
 
 
-def main() -> int:
-    parser = argparse.ArgumentParser(prog="run", description=__doc__)
+def parser() -> argparse.ArgumentParser:
+    parser = argparse.ArgumentParser(prog="./zel run", description=__doc__)
     parser.add_argument("--veterinary", action="store_true", help="a Veterinary analyzer instead of a Human one")
     parser.add_argument("--no-zelapp", action="store_true", help="leave the local socket to a ZELApp of yours")
-    options = parser.parse_args()
+    return parser
+
+
+def main() -> int:
+    options = parser().parse_args()
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(0))
     stopped = threading.Event()
     with Analyzer("Veterinary" if options.veterinary else "Human") as analyzer:

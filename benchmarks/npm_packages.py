@@ -15,6 +15,20 @@ HERE = Path(__file__).resolve().parent
 DIRECTORY = HERE.parent / "build/hl7peers"
 LISTS = ("package.json", "package-lock.json")
 
+# Left to itself it tries a registry that cannot be reached for many minutes.
+NPM = ["npm", "ci", "--ignore-scripts", "--no-audit", "--no-fund", "--fetch-retries=1", "--fetch-retry-mintimeout=1000",
+       "--fetch-retry-maxtimeout=1000", "--fetch-timeout=20000"]
+
+
+class NoPackages(RuntimeError):
+    """The packages are not there and cannot be had."""
+
+
+def said(text: str) -> str:
+    """The last thing that npm said about what was wrong; where it keeps its log follows that."""
+    lines = [line for line in text.splitlines() if line.strip() and "log of this run" not in line and "_logs" not in line]
+    return lines[-1] if lines else "it said nothing"
+
 
 def installed() -> bool:
     # npm writes the hidden list last.
@@ -32,10 +46,13 @@ def install() -> None:
             return
         for name in LISTS:
             shutil.copy(HERE / name, DIRECTORY)
-        result = subprocess.run(["npm", "ci", "--ignore-scripts", "--no-audit", "--no-fund"], cwd=DIRECTORY, text=True,
-                                stdin=subprocess.DEVNULL, capture_output=True, timeout=300)
+        try:
+            result = subprocess.run(NPM, cwd=DIRECTORY, text=True, stdin=subprocess.DEVNULL, capture_output=True,
+                                    timeout=120)
+        except (OSError, subprocess.TimeoutExpired) as error:
+            raise NoPackages(f"npm could not install the packages: {error}") from None
         if result.returncode != 0 or not installed():
-            raise RuntimeError(f"npm could not install the packages: {result.stdout}{result.stderr}")
+            raise NoPackages(f"npm could not install the packages: {said(result.stdout + result.stderr)}")
 
 
 def run_node(script: Path, *arguments: str, text: str = "", timeout: float = 60) -> str:

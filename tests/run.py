@@ -4,30 +4,68 @@ Unit tests run under CTest, system tests under pytest; both tell their results a
 counts what really ran. The status is 0 only when something passed and nothing failed.
 """
 
+import importlib.util
 import os
 import subprocess
 import sys
 import tempfile
+import textwrap
 import xml.etree.ElementTree as ElementTree
+from collections import defaultdict
 from pathlib import Path
+
+from bench.sandbox import ENGINE
 
 ROOT = Path(__file__).resolve().parent.parent
 SYSTEM_TEST_JOBS = 6  # they mostly wait
 
 
-def count(report: Path) -> tuple[int, int, int]:
-    """Passed, failed and skipped cases of a JUnit report; a report that was not written is one failure."""
-    if not report.exists():
-        return 0, 1, 0
-    passed = failed = skipped = 0
-    for case in ElementTree.parse(report).getroot().iter("testcase"):
-        if case.find("failure") is not None or case.find("error") is not None:
-            failed += 1
-        elif case.find("skipped") is not None or case.get("status") == "notrun":
-            skipped += 1
-        else:
-            passed += 1
-    return passed, failed, skipped
+class Report:
+    """The cases of a JUnit report; one that was not written is a failure."""
+
+    def __init__(self, path: Path):
+        self.passed = self.failed = 0
+        self.skipped: dict[str, list[str]] = defaultdict(list)  # reason -> names
+        if not path.exists():
+            self.failed = 1
+            return
+        for case in ElementTree.parse(path).getroot().iter("testcase"):
+            skipped = case.find("skipped")
+            if case.find("failure") is not None or case.find("error") is not None:
+                self.failed += 1
+            elif skipped is not None or case.get("status") == "notrun":
+                reason = skipped.get("message", "") if skipped is not None else ""
+                self.skipped[reason or "not run"].append(case.get("name", ""))
+            else:
+                self.passed += 1
+
+
+def run_unit_tests(build: Path, report: Path, environment: dict[str, str]) -> int:
+    print("Unit tests", flush=True)
+    # On a terminal their progress is one line; elsewhere only what went wrong is worth reading.
+    progress = ["--progress"] if sys.stdout.isatty() else []
+    result = subprocess.run(["ctest", "--test-dir", build, "-j", str(os.cpu_count()), "--output-on-failure", *progress,
+                             "--output-junit", report], env=environment, text=True,
+                            stdout=None if progress else subprocess.PIPE)
+    if result.returncode and not progress:
+        print(result.stdout)
+    return result.returncode
+
+
+def run_system_tests(suites: list[str], report: Path, environment: dict[str, str]) -> int:
+    jobs = []
+    if ENGINE.MOST_ANALYZERS > 1 and importlib.util.find_spec("xdist"):
+        jobs = ["-n", str(SYSTEM_TEST_JOBS)]
+    print("System tests" + ("" if jobs else ", one at a time, which takes ten minutes"), flush=True)
+    return subprocess.run(["/usr/bin/python3", "-m", "pytest", "-q", *jobs, "-p", "no:cacheprovider", "--junit-xml",
+                           report, *(ROOT / "tests" / suite for suite in suites)], env=environment, cwd=ROOT).returncode
+
+
+def tell_skipped(reports: list[Report]) -> None:
+    for report in reports:
+        for reason, names in report.skipped.items():
+            print(textwrap.fill(f"Skipped: {reason}", 79, subsequent_indent="   "))
+            print(textwrap.fill(", ".join(names), 79, initial_indent="   ", subsequent_indent="   "))
 
 
 def main() -> int:
@@ -36,20 +74,17 @@ def main() -> int:
     # Under the emulator a few tests show that the daemon works; the others would tell nothing more about the machine.
     suites = ["arm"] if preset == "arm" else ["system", "hl7peers"]
     environment = dict(os.environ, ZEL_PRESET=preset, PYTHONPATH=str(ROOT))
-    with tempfile.TemporaryDirectory(prefix="zel-test-") as reports:
-        unit = Path(reports) / "unit.xml"
-        system = Path(reports) / "system.xml"
-        statuses = [
-            subprocess.run(
-                ["ctest", "--test-dir", build, "-j", str(os.cpu_count()), "--output-on-failure", "--progress",
-                 "--output-junit", unit], env=environment).returncode,
-            subprocess.run(
-                ["/usr/bin/python3", "-m", "pytest", "-q", "-n", str(SYSTEM_TEST_JOBS), "-p", "no:cacheprovider",
-                 "--junit-xml", system, *(ROOT / "tests" / suite for suite in suites)],
-                env=environment, cwd=ROOT).returncode,
-        ]
-        totals = [sum(column) for column in zip(count(unit), count(system))]
-    passed, failed, skipped = totals
+    if ENGINE.NAME != "none":
+        environment["ZEL_SANDBOX"] = ENGINE.NAME  # not to be found out again for each test
+    if ENGINE.NOTICE:
+        print(ENGINE.NOTICE)
+    with tempfile.TemporaryDirectory(prefix="zel-test-") as directory:
+        unit, system = Path(directory) / "unit.xml", Path(directory) / "system.xml"
+        statuses = [run_unit_tests(build, unit, environment), run_system_tests(suites, system, environment)]
+        reports = [Report(unit), Report(system)]
+    tell_skipped(reports)
+    passed, failed = (sum(getattr(report, name) for report in reports) for name in ("passed", "failed"))
+    skipped = sum(len(names) for report in reports for names in report.skipped.values())
     if any(statuses) and failed == 0:
         failed = 1  # a runner that could not do its work is a failure, whatever its report says
     print(f"{passed} passed, {failed} failed, {skipped} skipped")

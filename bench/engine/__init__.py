@@ -57,16 +57,16 @@ class Missing:
     """Stands for the engine where none can be used: everything that needs no sandbox goes on."""
 
     def __init__(self, like: Engine, reason: str):
-        self.NAME, self.NOTICE, self._like = "none", reason, like
+        self.NAME, self.NOTICE, self._reason, self._like = "none", "", reason, like
 
     def __getattr__(self, name: str) -> str:
         return getattr(self._like, name)
 
     def why_not(self) -> str:
-        return self.NOTICE
+        return self._reason
 
     def laboratory(self, analyzers: int) -> Laboratory:
-        raise SandboxError(self.NOTICE)
+        raise SandboxError(self._reason)
 
 
 def choose() -> Engine:
@@ -76,11 +76,11 @@ def choose() -> Engine:
     if named := os.environ.get("ZEL_SANDBOX"):
         engines = [engine for engine in engines if engine.NAME == named]
         if not engines:
-            return Missing(bubblewrap.Bubblewrap(), f'ZEL_SANDBOX is "{named}"; bubblewrap and proot are known')
+            return Missing(bubblewrap.Bubblewrap(), f'ZEL_SANDBOX is "{named}"; bubblewrap and proot are known.')
     reasons = []
     for engine in engines:
         reason = engine.why_not()
         if not reason:
             return engine
         reasons.append(reason)
-    return Missing(engines[0], "; ".join(reasons))
+    return Missing(engines[0], f"No simulated analyzer can be had: {'; '.join(reasons)}.")

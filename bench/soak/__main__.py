@@ -1,4 +1,4 @@
-"""A soak run: `python3 -m bench.soak [MINUTES] [--seed NUMBER]`.
+"""A soak run: a PC and ZELApp without pause, with lost connections, garbage and restarts.
 
 A life of the daemon begins with a warm-up in which every kind of operation happens once; it takes about a minute. Then
 operations follow each other in random order, and about every twenty seconds everybody leaves and the daemon is looked
@@ -165,12 +165,15 @@ def judge(records: Records) -> None:
                 records.fail(problem)
 
 
-def main() -> int:
-    parser = argparse.ArgumentParser(prog="soak", description=__doc__,
-                                     formatter_class=argparse.RawDescriptionHelpFormatter)
+def parser() -> argparse.ArgumentParser:
+    parser = argparse.ArgumentParser(prog="./zel soak", description=__doc__)
     parser.add_argument("minutes", nargs="?", type=float, default=5, help="how long; 5 unless given")
     parser.add_argument("--seed", type=int, help="repeats the choices of an earlier run")
-    options = parser.parse_args()
+    return parser
+
+
+def main() -> int:
+    options = parser().parse_args()
     seed = options.seed if options.seed is not None else time.time_ns() % 1_000_000
     console = Console(width=None if sys.stdout.isatty() else 160)
     console.print(f"seed {seed}, {options.minutes:g} minutes, {preset()} build", highlight=False)
