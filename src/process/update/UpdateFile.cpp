@@ -43,7 +43,7 @@ bool IsPackageWhole(const ImageInfos& images) {
 
 UpdateHeader ParseUpdateHeader(std::span<const std::uint8_t, kUpdateHeaderSize> bytes) {
     const Wire::UpdateHeaderFields fields = Wire::ParseUpdateHeader(bytes);
-    return {fields.magic, fields.size, Version(fields.version), fields.tail};
+    return {fields.magic, fields.size, Version(fields.version.c_str()), fields.tail};
 }
 
 bool ReadMagic(CByteSource& source, std::string& magic) {
