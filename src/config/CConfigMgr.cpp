@@ -21,6 +21,7 @@ using QENFx::Data::Properties::FileProperty;
 
 namespace {
 
+constexpr char kGetTag[] = "[CConfigMgr::GetContents]";
 constexpr char kComment[] = "ZELRmUp Configuration File";
 
 struct Setting {
@@ -69,6 +70,19 @@ bool ParsePort(const char* text, std::uint16_t& number) {
     return error == std::errc() && rest == end && rest != text;
 }
 
+/// The setting's default for a text that is no port.
+std::uint16_t PortOf(int index, const std::string& text) {
+    std::uint16_t number = 0;
+    if (ParsePort(text.c_str(), number)) {
+        return number;
+    }
+    const Setting* setting = FindSetting(index);
+    if (setting != nullptr && setting->defaultValue != nullptr) {
+        ParsePort(setting->defaultValue, number);
+    }
+    return number;
+}
+
 }  // namespace
 
 CInstance<CConfigMgr> CConfigMgr::instance_;
@@ -90,43 +104,52 @@ std::unique_ptr<FileProperty> CConfigMgr::Open(const char* path) {
 }
 
 std::string CConfigMgr::GetContents(int index) const {
-    static constexpr char kTag[] = "[CConfigMgr::GetContents]";
+    {
+        const std::lock_guard lock(unwrittenMutex_);
+        if (const auto value = unwritten_.find(index); value != unwritten_.end()) {
+            return value->second;
+        }
+    }
     try {
         return Open(FileOf(index))->getValue(KeyOf(index));
     } catch (ConfigurationException* thrown) {
         const std::unique_ptr<ConfigurationException> exception(thrown);
-        log_->WriteError("%s Exception: %s", kTag, exception->GetMessage());
+        log_->WriteError("%s Exception: %s", kGetTag, exception->GetMessage());
         return {};
     }
 }
 
 std::uint16_t CConfigMgr::GetNumber(int index) const {
-    std::uint16_t number = 0;
-    if (ParsePort(GetContents(index).c_str(), number)) {
-        return number;
-    }
-    const Setting* setting = FindSetting(index);
-    if (setting != nullptr && setting->defaultValue != nullptr) {
-        ParsePort(setting->defaultValue, number);
-    }
-    return number;
+    return PortOf(index, GetContents(index));
 }
 
 char CConfigMgr::GetFirstChar(int index) const {
     return GetContents(index).c_str()[0];
 }
 
-void CConfigMgr::SetContents(int index, const std::string& value) {
+bool CConfigMgr::Write(const Values& values) {
     static constexpr char kTag[] = "[CConfigMgr::SetContents]";
     try {
-        const auto file = Open(FileOf(index));
-        file->setValue(KeyOf(index), value.c_str());
+        const auto file = Open(FileOf(values.begin()->first));
+        for (const auto& [index, value] : values) {
+            file->setValue(KeyOf(index), value.c_str());
+        }
         const std::lock_guard lock(writeMutex_);
         file->Update();
     } catch (ConfigurationException* thrown) {
         const std::unique_ptr<ConfigurationException> exception(thrown);
         log_->WriteError("%s Exception: %s", kTag, exception->GetMessage());
+        return false;
     }
+    const std::lock_guard lock(unwrittenMutex_);
+    for (const auto& [index, value] : values) {
+        unwritten_.erase(index);
+    }
+    return true;
+}
+
+void CConfigMgr::SetContents(int index, const std::string& value) {
+    Write({{index, value}});
 }
 
 void CConfigMgr::SetContents(int index, const char* value) {
@@ -139,6 +162,45 @@ void CConfigMgr::SetContents(int index, char value) {
 
 void CConfigMgr::SetContents(int index, int value) {
     SetContents(index, std::to_string(value));
+}
+
+RegisteredPC CConfigMgr::GetRegisteredPC() const {
+    std::unique_lock lock(unwrittenMutex_);
+    Values values = unwritten_;
+    lock.unlock();
+    try {
+        const auto file = Open(kOwnConfigFile);
+        for (const int index : {kPCIPAddress, kPCTCPPort, kPCUDPPort, kPCSWName, kPCPeerID}) {
+            values.try_emplace(index, file->getValue(KeyOf(index)));
+        }
+    } catch (ConfigurationException* thrown) {
+        const std::unique_ptr<ConfigurationException> exception(thrown);
+        log_->WriteError("%s Exception: %s", kGetTag, exception->GetMessage());
+    }
+    return {values[kPCIPAddress], PortOf(kPCTCPPort, values[kPCTCPPort]), PortOf(kPCUDPPort, values[kPCUDPPort]),
+            values[kPCSWName], values[kPCPeerID].c_str()[0]};
+}
+
+void CConfigMgr::Store(const Values& values) {
+    if (!Write(values)) {
+        const std::lock_guard lock(unwrittenMutex_);
+        for (const auto& [index, value] : values) {
+            unwritten_.insert_or_assign(index, value);
+        }
+    }
+}
+
+void CConfigMgr::SetRegisteredPC(const RegisteredPC& pc) {
+    Store({{kPCIPAddress, pc.address},
+           {kPCTCPPort, std::to_string(pc.tcpPort)},
+           {kPCUDPPort, std::to_string(pc.udpPort)},
+           {kPCSWName, pc.name},
+           {kPCPeerID, std::string(1, pc.peerID)},
+           {kIPChanged, "0"}});
+}
+
+void CConfigMgr::ForgetRegisteredPC() {
+    Store({{kPCIPAddress, kNoPCAddress}, {kPCUDPPort, "0"}, {kPCSWName, ""}, {kPCPeerID, "0"}});
 }
 
 void CConfigMgr::CheckConfigFile(const char* path) {

@@ -1,12 +1,15 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "common/CInstance.h"
 #include "common/CMutex.h"
 #include "config/ConfigKey.h"
+#include "config/RegisteredPC.h"
 #include "platform/Config.h"
 #include "platform/Log.h"
 
@@ -42,11 +45,31 @@ public:
     void SetContents(int index, char value);
     void SetContents(int index, int value);
 
+    /// The registered PC as it is at one moment. Without an address when the file cannot be read.
+    RegisteredPC GetRegisteredPC() const;
+
+    /// Whether the settings file can hold this peer ID.
+    static bool IsStorablePeerID(std::uint8_t peerID) { return peerID != '\r' && peerID != '\n'; }
+
+    /// Stores the registered PC by one write, and that it knows the device's address. What cannot be written is
+    /// remembered, until it is written over or the process ends.
+    void SetRegisteredPC(const RegisteredPC& pc);
+
+    /// Stores by one write that no PC is registered; what cannot be written is remembered likewise.
+    void ForgetRegisteredPC();
+
     /// Makes sure at start-up that the program's own file at `path` is there and its own, and points it at the default
     /// update server. Ends the process when the file system does not let it.
     void CheckConfigFile(const char* path);
 
 private:
+    using Values = std::map<int, std::string>;
+
+    /// Writes values of one file, all or none. Returns whether it did; a failure is logged.
+    bool Write(const Values& values);
+
+    /// Writes values of the program's own file, and remembers those that cannot be written.
+    void Store(const Values& values);
     static std::unique_ptr<QENFx::Data::Properties::FileProperty> Open(const char* path);
     void MakeConfigFile(const char* path);
     [[noreturn]] void Abandon(const char* path);
@@ -55,4 +78,6 @@ private:
 
     QENFx::Log::FileLog* log_;
     CMutex writeMutex_;
+    mutable std::mutex unwrittenMutex_;
+    Values unwritten_;  ///< behind unwrittenMutex_: what the file should hold and does not
 };

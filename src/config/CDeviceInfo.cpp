@@ -230,22 +230,3 @@ void CDeviceInfo::SetSession(std::shared_ptr<IPCSession> session) {
     const std::lock_guard lock(dataMutex_);
     session_.swap(session);
 }
-
-bool CDeviceInfo::ClaimSession(std::shared_ptr<IPCSession> session) {
-    const std::lock_guard lock(dataMutex_);
-    if (session_ != nullptr) {
-        return false;
-    }
-    session_ = std::move(session);
-    return true;
-}
-
-bool CDeviceInfo::ReleaseSession(const IPCSession* session) {
-    std::shared_ptr<IPCSession> released;
-    const std::lock_guard lock(dataMutex_);
-    if (session_ == nullptr || session_.get() != session) {
-        return false;
-    }
-    released.swap(session_);
-    return true;
-}

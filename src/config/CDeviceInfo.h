@@ -13,6 +13,10 @@
 #include "platform/Log.h"
 #include "platform/Text.h"
 
+namespace RMUP::Net {
+class CConnectionMonitor;
+}
+
 /// The remote-management status that the PC and the log see.
 enum class DeviceStatus : std::int32_t {
     kDisconnect = 0,
@@ -85,15 +89,12 @@ public:
 
     /// The session of the registered PC, or null. Hold the result only for one use.
     std::shared_ptr<IPCSession> GetSession() const;
-    void SetSession(std::shared_ptr<IPCSession> session);
-
-    /// Makes `session` the current one unless there is one. Returns whether it did.
-    [[nodiscard]] bool ClaimSession(std::shared_ptr<IPCSession> session);
-
-    /// Forgets `session` if it is the current one. Returns whether it was.
-    bool ReleaseSession(const IPCSession* session);
 
 private:
+    // It alone says which session is current, in one step with whether the link to the PC is up.
+    friend class RMUP::Net::CConnectionMonitor;
+    void SetSession(std::shared_ptr<IPCSession> session);
+
     static CInstance<CDeviceInfo> instance_;
 
     QENFx::Log::FileLog* log_;

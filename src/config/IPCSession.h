@@ -26,6 +26,9 @@ public:
     /// The peer's TCP port, or 0 when the connection is gone.
     virtual std::uint16_t GetClientPort() const = 0;
 
+    /// Whether the PC has closed its side, so that nothing more will come. Does not wait.
+    virtual bool HasPeerClosed() const = 0;
+
     /// Asks the session to end; it closes its connection at its next look at the stop flag.
     virtual void StopSession() = 0;
 

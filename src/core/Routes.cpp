@@ -4,7 +4,6 @@
 
 #include "config/CConfigMgr.h"
 #include "net/CConnectionMonitor.h"
-#include "net/CResultMarker.h"
 #include "net/CTCPListener.h"
 #include "net/CTCPSession.h"
 #include "net/CUDPServer.h"
@@ -35,7 +34,11 @@ using Session = const std::shared_ptr<CTCPSession>&;
 
 int AcknowledgeIPChange(CPCMsg&) {
     CConnectionMonitor::GetInstance()->SetIPChangePending(false);
-    CConfigMgr::GetInstance()->SetContents(kIPChanged, 0);
+    // Anybody can send this, as often as he likes; the settings file is not to be written for nothing.
+    CConfigMgr* config = CConfigMgr::GetInstance();
+    if (config->GetContents(kIPChanged) != "0") {
+        config->SetContents(kIPChanged, 0);
+    }
     return 0;
 }
 
@@ -65,7 +68,7 @@ constexpr TCPRoute kTCPRoutes[] = {
      [](CPCMsg& message, Session session) { CUpdateCommand().ProcessReceiveUpdateImage(message, session); }},
     {kInfo, [](CPCMsg& message, Session session) { CUpdateCommand().ProcessUpdateInfoRes(message, session); }},
     {kErrorNotice, &ProcessErrorNotice},
-    {kResult, [](CPCMsg&, Session) { CResultMarker::Create(); }},
+    {kResult, [](CPCMsg&, Session session) { session->AcknowledgeResult(); }},
 };
 
 constexpr TCPRoutes kTCP = {kTCPRoutes, [](Session session) { CImageReceiver::GetInstance()->SessionEnded(session); }};

@@ -5,6 +5,7 @@
 #include <array>
 #include <chrono>
 #include <memory>
+#include <string>
 #include <thread>
 #include <utility>
 
@@ -28,6 +29,10 @@ constexpr int kNoticesPerLogLine = 121;
 
 constexpr char kRunTag[] = "[CConnectionMonitor::Run]";
 
+bool IsRegistered(const std::string& address) {
+    return !address.empty() && address == CConfigMgr::GetInstance()->GetContents(kPCIPAddress);
+}
+
 }  // namespace
 
 CInstance<CConnectionMonitor> CConnectionMonitor::instance_;
@@ -43,25 +48,66 @@ void CConnectionMonitor::DestroyInstance() {
 
 CConnectionMonitor::CConnectionMonitor() : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)) {}
 
-bool CConnectionMonitor::ClaimLink(std::shared_ptr<IPCSession> session) {
+bool CConnectionMonitor::ClaimLink(const std::shared_ptr<IPCSession>& session) {
+    const std::string address = session->GetClientIPAddr();
     const std::lock_guard lock(linkMutex_);
-    if (!CDeviceInfo::GetInstance()->ClaimSession(std::move(session))) {
+    if (!IsLinkFree(*session) || !IsRegistered(address)) {
         return false;
     }
-    SetTCPConnection(true);
+    SetLink(session, true);
     return true;
 }
 
 void CConnectionMonitor::ReleaseLink(const IPCSession& session) {
     const std::lock_guard lock(linkMutex_);
-    if (CDeviceInfo::GetInstance()->ReleaseSession(&session)) {
-        SetTCPConnection(false);
+    if (CDeviceInfo::GetInstance()->GetSession().get() == &session) {
+        SetLink(nullptr, false);
     }
+}
+
+bool CConnectionMonitor::ReplaceLink(const std::shared_ptr<IPCSession>& session) {
+    const std::lock_guard lock(linkMutex_);
+    const auto before = CDeviceInfo::GetInstance()->GetSession();
+    const bool unconfirmed = before != nullptr && before != session && !tcpConnected_;
+    SetLink(session, false);
+    return unconfirmed;
+}
+
+void CConnectionMonitor::ConfirmLink(const IPCSession& session) {
+    const std::lock_guard lock(linkMutex_);
+    if (CDeviceInfo::GetInstance()->GetSession().get() == &session) {
+        SetTCPConnection(true);
+    }
+}
+
+void CConnectionMonitor::SeeLink(const std::shared_ptr<IPCSession>& session) {
+    const std::string address = session->GetClientIPAddr();
+    const std::lock_guard lock(linkMutex_);
+    if (!IsRegistered(address)) {
+        return;
+    }
+    if (IsLinkFree(*session)) {
+        SetLink(session, true);
+    } else {
+        SetTCPConnection(true);
+    }
+}
+
+bool CConnectionMonitor::IsLinkFree(const IPCSession& session) const {
+    // A PC that closes a connection and opens another may be quicker than the thread of the first one.
+    const auto current = CDeviceInfo::GetInstance()->GetSession();
+    return current == nullptr || (current.get() != &session && current->HasPeerClosed());
+}
+
+void CConnectionMonitor::SetLink(const std::shared_ptr<IPCSession>& session, bool up) {
+    ++linkNumber_;
+    CDeviceInfo::GetInstance()->SetSession(session);
+    SetTCPConnection(up);
 }
 
 void CConnectionMonitor::SetTCPConnection(bool connected) {
     static constexpr char kTag[] = "[CConnectionMonitor::SetTCPConnection]";
-    if (tcpConnected_.exchange(connected) == connected) {
+    if (std::exchange(tcpConnected_, connected) == connected) {
         return;
     }
     if (connected) {
@@ -84,21 +130,22 @@ void CConnectionMonitor::SetUDPConnection(bool connected) {
 }
 
 void CConnectionMonitor::SetForceConnection() {
-    SetTCPConnection(true);
+    {
+        const std::lock_guard lock(linkMutex_);
+        SetTCPConnection(true);
+    }
     CUDSServer::GetInstance()->SendMessagePCCon(true);
 }
 
 int CConnectionMonitor::SendIPChangedInfo() {
-    const CConfigMgr* config = CConfigMgr::GetInstance();
+    const RegisteredPC pc = CConfigMgr::GetInstance()->GetRegisteredPC();
     std::array<std::uint8_t, 6> payload{};
     Bytes::PutBE16(payload, 0, kItemDeviceAddress);
     Bytes::PutBE32(payload, 2, CNetUtils::AddressNumber(CNetUtils().GetMyIPAddr()));
 
     CPCMsg notice;
-    const auto peerID = static_cast<std::uint8_t>(config->GetFirstChar(kPCPeerID));
-    const auto packet = notice.MakePacket(kDeviceInfoChange, 1, peerID, payload);
-    const sockaddr_in pc = CNetUtils::SocketAddress(config->GetContents(kPCIPAddress), config->GetNumber(kPCUDPPort));
-    CUDPServer::GetInstance()->SendMessage(packet, pc);
+    const auto packet = notice.MakePacket(kDeviceInfoChange, 1, static_cast<std::uint8_t>(pc.peerID), payload);
+    CUDPServer::GetInstance()->SendMessage(packet, CNetUtils::SocketAddress(pc.address, pc.udpPort));
     return 0;
 }
 
@@ -129,10 +176,10 @@ void CConnectionMonitor::AnnounceIPChange() {
 
 void CConnectionMonitor::Check() {
     CDeviceInfo* device = CDeviceInfo::GetInstance();
-    // Taken now: a PC that connects again while ZELApp is told of the loss has a new session, which nothing ails.
     std::unique_lock lock(linkMutex_);
-    const auto session = device->GetSession();
-    const bool tcp = tcpConnected_;
+    const Link link = {device->GetSession(), linkNumber_};
+    // A link that took the place of the reported one is told as a loss and, at the next look, as a connection.
+    const bool tcp = tcpConnected_ && (!connected_ || link.number == reported_.number);
     lock.unlock();
     const bool udp = udpConnected_;
     const bool up = tcp && udp;
@@ -145,6 +192,7 @@ void CConnectionMonitor::Check() {
     CUDSServer::GetInstance()->SendMessagePCCon(up);
 
     if (up) {
+        reported_ = link;
         if (device->GetStatus() == DeviceStatus::kDisconnect) {
             device->SetStatus(DeviceStatus::kRegistered);
         }
@@ -153,9 +201,22 @@ void CConnectionMonitor::Check() {
     if (device->GetStatus() != DeviceStatus::kDisconnect) {
         device->SetStatus(DeviceStatus::kDisconnect);
     }
-    if (session != nullptr) {
-        session->StopSession();
-        ReleaseLink(*session);
+    EndReported();
+}
+
+void CConnectionMonitor::EndReported() {
+    const Link ended = std::exchange(reported_, {});
+    if (ended.session == nullptr) {
+        return;
+    }
+    const std::lock_guard lock(linkMutex_);
+    const bool current = CDeviceInfo::GetInstance()->GetSession() == ended.session;
+    if (current && linkNumber_ != ended.number) {
+        return;  // the PC registered anew on its connection
+    }
+    ended.session->StopSession();
+    if (current) {
+        SetLink(nullptr, false);
     }
 }
 

@@ -16,15 +16,24 @@ int awaited = 0;
 
 }  // namespace
 
-CResultMarker::Awaited::Awaited() {
+CResultMarker::Awaited::Awaited(int& ofSession) : ofSession_(ofSession) {
     const std::lock_guard lock(awaitedMutex);
     ++awaited;
+    ++ofSession_;
     Remove();
 }
 
 CResultMarker::Awaited::~Awaited() {
     const std::lock_guard lock(awaitedMutex);
     --awaited;
+    --ofSession_;
+}
+
+void CResultMarker::Acknowledge(const int& ofSession) {
+    const std::lock_guard lock(awaitedMutex);
+    if (awaited == 0 || ofSession > 0) {
+        Create();
+    }
 }
 
 void CResultMarker::Create() {

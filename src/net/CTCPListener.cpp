@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "common/Constants.h"
+#include "config/CConfigMgr.h"
 #include "net/CNetUtils.h"
 #include "net/CTCPSession.h"
 #include "net/SocketSetup.h"
@@ -22,6 +23,7 @@ constexpr int kListenQueue = 5;
 constexpr int kSendTimeoutSeconds = 10;
 constexpr int kOpenRetrySeconds = 5;
 constexpr int kReopenRetrySeconds = 3;
+constexpr int kMaxSessions = 200;
 
 constexpr char kRunTag[] = "[CTCPListener::Run]";
 
@@ -84,6 +86,9 @@ int CTCPListener::ServerOpen() {
     } else {
         log_->WriteError("%s Set socket option(SO_SNDTIMEO) error: %s", kTag, strerror(errno));
     }
+    if (SetConnectionLimits(socket_.Get()) != 0) {
+        log_->WriteError("%s Set socket limits error: %s", kTag, strerror(errno));
+    }
     return 0;
 }
 
@@ -100,12 +105,20 @@ int CTCPListener::Run() {
         socklen_t length = sizeof(peer);
         CDescriptor socket(accept4(socket_.Get(), reinterpret_cast<sockaddr*>(&peer), &length, SOCK_CLOEXEC));
         if (socket.IsOpen()) {
-            log_->WriteInfo("%s TCP client accepted <IP:%s><Port:%d>", kRunTag,
-                            CNetUtils::DottedAddress(peer.sin_addr).c_str(), ntohs(peer.sin_port));
-            StartSession(std::move(socket));
+            const std::string address = CNetUtils::DottedAddress(peer.sin_addr);
+            log_->WriteInfo("%s TCP client accepted <IP:%s><Port:%d>", kRunTag, address.c_str(), ntohs(peer.sin_port));
+            if (HasPlaceFor(address)) {
+                StartSession(std::move(socket));
+            } else {
+                log_->WriteError("%s New session refused, %d are open", kRunTag, CTCPSession::Count());
+            }
         } else {
             log_->WriteError("%s Accept error: %s(%d)", kRunTag, strerror(errno), errno);
             log_->WriteInfo("%s TCP Listener server socket reopen", kRunTag);
+            // What accept lacked is not there again at once, and meanwhile a PC had better be refused than kept
+            // waiting.
+            socket_.Reset();
+            sleep(kReopenRetrySeconds);
             while (ServerOpen() != 0) {
                 log_->WriteError("%s TCP open error, try after 3 second", kRunTag);
                 sleep(kReopenRetrySeconds);
@@ -113,6 +126,10 @@ int CTCPListener::Run() {
         }
         log_->WriteInfo("%s Accept start", kRunTag);
     }
+}
+
+bool CTCPListener::HasPlaceFor(const std::string& address) {
+    return CTCPSession::Count() < kMaxSessions || address == CConfigMgr::GetInstance()->GetContents(kPCIPAddress);
 }
 
 void CTCPListener::StartSession(CDescriptor socket) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include "common/CDescriptor.h"
 #include "common/CInstance.h"
 #include "net/ILinkMonitor.h"
@@ -9,7 +11,8 @@
 
 namespace RMUP::Net {
 
-/// Accepts the connections of PCs on port 9034 and starts a session for each.
+/// Accepts the connections of PCs on port 9034 and starts a session for each. So that nobody can use up threads and
+/// memory, there is an end to their number; the registered PC gets in all the same.
 class CTCPListener : public QENFx::Service::Thread {
 public:
     static CTCPListener* GetInstance();
@@ -26,6 +29,7 @@ public:
     int Run() override;
 
 private:
+    static bool HasPlaceFor(const std::string& address);
     void StartSession(CDescriptor socket);
 
     static CInstance<CTCPListener> instance_;

@@ -13,7 +13,6 @@
 #include <thread>
 
 #include "common/Constants.h"
-#include "config/CConfigMgr.h"
 #include "net/CNetUtils.h"
 #include "net/CResultMarker.h"
 #include "wire/Bytes.h"
@@ -24,7 +23,7 @@ namespace RMUP::Net {
 namespace {
 
 constexpr int kWaitMilliseconds = 2000;
-constexpr std::chrono::seconds kIdlePause{1};
+constexpr std::chrono::seconds kLongestStall{10};
 constexpr int kAcknowledgementPolls = 29;
 constexpr std::chrono::milliseconds kAcknowledgementPause{80};
 
@@ -71,7 +70,9 @@ CTCPSession::CTCPSession(CDescriptor socket, const TCPRoutes& routes, ILinkMonit
     : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)),
       routes_(routes),
       monitor_(monitor),
-      socket_(std::make_shared<CDescriptor>(std::move(socket))) {}
+      socket_(std::make_shared<CDescriptor>(std::move(socket))) {
+    ++count_;
+}
 
 void CTCPSession::Launch() {
     self_ = shared_from_this();
@@ -102,7 +103,7 @@ int CTCPSession::SendMessage(std::span<const std::uint8_t> packet) {
     // An acknowledgement that is still there belongs to an earlier packet.
     std::optional<CResultMarker::Awaited> awaited;
     if (IsResult(packet)) {
-        awaited.emplace();
+        awaited.emplace(awaitedResults_);
     } else {
         CResultMarker::RemoveStale();
     }
@@ -115,12 +116,6 @@ int CTCPSession::SendMessage(std::span<const std::uint8_t> packet) {
         return -1;
     }
     log_->WriteInfo("%s Send %d bytes complete", kTag, sent);
-    {
-        const std::lock_guard lock(idleMutex_);
-        ++sends_;
-    }
-    idleWake_.notify_all();
-
     if (awaited && !WaitAcknowledgement()) {
         log_->WriteError("%s There is not ACK message from PC", kTag);
         return -1;
@@ -130,16 +125,23 @@ int CTCPSession::SendMessage(std::span<const std::uint8_t> packet) {
 
 bool CTCPSession::SendBytes(const CDescriptor& socket, std::span<const std::uint8_t> packet, int& sent) {
     Retry retry;
+    auto progress = std::chrono::steady_clock::now();
     // After a partial send the packet goes out again from its start: a PC drops the piece and takes the packet whole.
     while (sent < static_cast<int>(packet.size())) {
         const ssize_t count = send(socket.Get(), packet.data(), packet.size(), 0);
         if (count >= 0) {
             sent += static_cast<int>(count);
             retry = {};
+            progress = std::chrono::steady_clock::now();
         } else if (errno != EAGAIN && errno != EINTR) {
             return false;
         } else if (Socket() == nullptr || IsStopped()) {
             errno = EBADF;
+            return false;
+        } else if (std::chrono::steady_clock::now() - progress >= kLongestStall) {
+            // With a piece of this packet before it the PC could not read the next one.
+            Stop();
+            errno = ETIMEDOUT;
             return false;
         } else {
             retry.Wait(socket, POLLOUT);
@@ -177,6 +179,12 @@ std::string CTCPSession::GetClientIPAddr() const {
 std::uint16_t CTCPSession::GetClientPort() const {
     const auto peer = PeerOf(Socket().get(), log_, "[CTCPSession::GetClientPort]");
     return peer ? ntohs(peer->sin_port) : std::uint16_t{0};
+}
+
+bool CTCPSession::HasPeerClosed() const {
+    const SocketPtr socket = Socket();
+    pollfd peer{socket == nullptr ? -1 : socket->Get(), POLLRDHUP, 0};
+    return socket == nullptr || poll(&peer, 1, 0) > 0;
 }
 
 int CTCPSession::ReceiveMessage(CPCMsg& message) {
@@ -264,12 +272,8 @@ bool CTCPSession::MoveFromDescriptorZero() {
 }
 
 void CTCPSession::BecomeCurrentIfRegistered() {
-    const std::string address = GetClientIPAddr();
-    if (address.empty() || address != CConfigMgr::GetInstance()->GetContents(kPCIPAddress)) {
-        return;
-    }
     if (monitor_->ClaimLink(shared_from_this())) {
-        log_->WriteInfo("%s [%s] TCP session reconnected", kRunTag, address.c_str());
+        log_->WriteInfo("%s [%s] TCP session reconnected", kRunTag, GetClientIPAddr().c_str());
     }
 }
 
@@ -315,20 +319,14 @@ int CTCPSession::Run() {
 void CTCPSession::Serve() {
     const SocketPtr socket = Socket();
     while (!IsStopped()) {
-        const unsigned sendsBefore = sends_;
         pollfd readable{socket->Get(), POLLIN, 0};
         const int ready = poll(&readable, 1, kWaitMilliseconds);
-        std::uint8_t byte = 0;
         if (ready < 0) {
             log_->WriteError("%s select error: %s", kRunTag, strerror(errno));
-            (void)recv(socket->Get(), &byte, 1, 0);
             log_->WriteInfo("%s session close for connection reset", kRunTag);
             return;
         }
         if (ready == 0) {
-            // Only looks: a packet that arrives just now keeps its first byte.
-            (void)recv(socket->Get(), &byte, 1, MSG_PEEK);
-            Idle(sendsBefore);
             continue;
         }
 
@@ -344,11 +342,6 @@ void CTCPSession::Serve() {
             route->handle(message, shared_from_this());
         }
     }
-}
-
-void CTCPSession::Idle(unsigned sendsBefore) {
-    std::unique_lock lock(idleMutex_);
-    idleWake_.wait_for(lock, kIdlePause, [&] { return sends_ != sendsBefore; });
 }
 
 }  // namespace RMUP::Net

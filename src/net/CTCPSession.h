@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -11,6 +10,7 @@
 #include "common/CDescriptor.h"
 #include "config/IPCSession.h"
 #include "net/CPCMsg.h"
+#include "net/CResultMarker.h"
 #include "net/ILinkMonitor.h"
 #include "net/Route.h"
 #include "platform/Log.h"
@@ -25,6 +25,7 @@ class CTCPSession : public QENFx::Service::Thread, public IPCSession, public std
 public:
     /// Takes the connected socket. Routes and monitor outlive the session.
     CTCPSession(CDescriptor socket, const TCPRoutes& routes, ILinkMonitor* monitor);
+    ~CTCPSession() override { --count_; }
 
     /// Starts the detached thread; the session keeps itself alive until its thread has ended. Throws WorkException*.
     void Launch();
@@ -33,9 +34,16 @@ public:
     int SendErrorMessage(std::uint8_t subTag, std::uint8_t tag, std::uint16_t errorCode) override;
     std::string GetClientIPAddr() const override;
     std::uint16_t GetClientPort() const override;
+    bool HasPeerClosed() const override;
     void StopSession() override { Stop(); }
     void SetUpdateFlag(bool wanted) override { updateFlag_ = wanted; }
     bool GetUpdateFlag() const override { return updateFlag_; }
+
+    /// Takes the PC's acknowledgement of a result.
+    void AcknowledgeResult() { CResultMarker::Acknowledge(awaitedResults_); }
+
+    /// How many sessions there are.
+    static int Count() { return count_; }
 
     /// Receives one packet. Returns 0; -1 when the connection failed or ended; -2 when there is no connection.
     [[nodiscard]] int ReceiveMessage(CPCMsg& message);
@@ -54,12 +62,10 @@ private:
     [[nodiscard]] bool SetNonBlocking();
     void Serve();
 
-    /// Sleeps between two waits for a packet, but not when something was sent to the PC since `sendsBefore`: its answer
-    /// is on the way then.
-    void Idle(unsigned sendsBefore);
-
     /// Reads exactly the span's size unless the peer closes before. Returns the bytes read, or -1 after an error line.
     int ReceiveBytes(const CDescriptor& socket, std::span<std::uint8_t> bytes);
+
+    /// Sends the packet; fails, with errno, when the PC takes nothing of it for too long.
     bool SendBytes(const CDescriptor& socket, std::span<const std::uint8_t> packet, int& sent);
     static bool WaitAcknowledgement();
 
@@ -69,9 +75,9 @@ private:
     std::atomic<bool> updateFlag_{false};
     std::shared_ptr<CTCPSession> self_;
 
-    std::mutex idleMutex_;
-    std::condition_variable idleWake_;
-    std::atomic<unsigned> sends_{0};
+    int awaitedResults_ = 0;  ///< CResultMarker's
+
+    static inline std::atomic<int> count_{0};
 
     mutable std::mutex socketMutex_;
     SocketPtr socket_;

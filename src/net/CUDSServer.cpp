@@ -190,23 +190,19 @@ int CUDSServer::SendMessage(std::span<const std::uint8_t> packet) {
 
 int CUDSServer::SendMessagePCCon(bool connected) {
     static constexpr char kTag[] = "[CUDSServer::SendMessagePCCon]";
-    const CConfigMgr* config = CConfigMgr::GetInstance();
-    const std::string name = config->GetContents(kPCSWName);
-    const std::string address = config->GetContents(kPCIPAddress);
-    const char peerID = config->GetFirstChar(kPCPeerID);
-
+    const RegisteredPC pc = CConfigMgr::GetInstance()->GetRegisteredPC();
     std::array<std::uint8_t, kStatusSize> payload{};
     payload[kConnectedOffset] = connected ? 1 : 0;
-    PutField(payload, kNameOffset, name);
-    PutField(payload, kAddressOffset, address);
-    payload[kPeerIDOffset] = static_cast<std::uint8_t>(peerID);
+    PutField(payload, kNameOffset, pc.name);
+    PutField(payload, kAddressOffset, pc.address);
+    payload[kPeerIDOffset] = static_cast<std::uint8_t>(pc.peerID);
     PutField(payload, kEmptyOffset, "");
     PutField(payload, kNoAddressOffset, kNoPCAddress);
 
     CUDSMsg message;
     const int sent = SendMessage(message.GetSendPacket(kUDSPCConnection, payload));
     log_->WriteInfo("%s Send UDS to inform connection status(%s)", kTag, connected ? "Connected" : "Disconnected");
-    log_->WriteInfo("%s PC Name: %s, PC IP: %s, PC PeerID: %c", kTag, name.c_str(), address.c_str(), peerID);
+    log_->WriteInfo("%s PC Name: %s, PC IP: %s, PC PeerID: %c", kTag, pc.name.c_str(), pc.address.c_str(), pc.peerID);
     message.WritePacketLog();
     return sent;
 }

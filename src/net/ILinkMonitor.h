@@ -12,8 +12,9 @@ public:
     ILinkMonitor& operator=(const ILinkMonitor&) = delete;
     virtual ~ILinkMonitor() = default;
 
-    /// Makes `session` the current one and counts the TCP link as up, unless there is one. Returns whether it did.
-    [[nodiscard]] virtual bool ClaimLink(std::shared_ptr<IPCSession> session) = 0;
+    /// Makes `session` the current one and counts the TCP link as up, if its PC is the registered one and there is no
+    /// other whose PC is still there. Returns whether it did.
+    [[nodiscard]] virtual bool ClaimLink(const std::shared_ptr<IPCSession>& session) = 0;
 
     /// Forgets `session` and counts the TCP link as down, if it is the current one.
     virtual void ReleaseLink(const IPCSession& session) = 0;

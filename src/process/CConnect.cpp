@@ -1,7 +1,5 @@
 #include "process/CConnect.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -11,10 +9,10 @@
 #include "common/ProcessEnd.h"
 #include "config/CConfigMgr.h"
 #include "config/CDeviceInfo.h"
-#include "db/CRmDao.h"
 #include "net/CConnectionMonitor.h"
 #include "net/CNetUtils.h"
 #include "net/CUDPServer.h"
+#include "process/TextField.h"
 #include "wire/Bytes.h"
 #include "wire/PCCommand.h"
 
@@ -23,41 +21,12 @@ using RMUP::Net::CUDPServer;
 
 namespace {
 
-// Register request: where its fields stand and how long they are.
-constexpr std::size_t kRegisterSize = 25;
-constexpr std::size_t kPasswordSize = 8;
-constexpr std::size_t kUDPPortOffset = 8;
-constexpr std::size_t kPCAddressOffset = 10;
 constexpr std::size_t kAddressSize = 4;
-constexpr std::size_t kNameOffset = 14;
 constexpr std::size_t kNameSize = 10;
-constexpr std::size_t kPeerIDOffset = 24;
-
-/// A text field: its characters up to the padding, or up to a control character, which no line of settings or log
-/// holds.
-std::string TextField(std::span<const std::uint8_t> payload, std::size_t offset, std::size_t size) {
-    const auto field = payload.subspan(offset, size);
-    return std::string(field.begin(), std::ranges::find_if(field, [](std::uint8_t byte) { return byte < ' '; }));
-}
 
 /// Copies a text into a zeroed field, cut to the field's size.
 void PutText(std::span<std::uint8_t> payload, std::size_t offset, std::size_t size, const std::string& text) {
     std::copy_n(text.begin(), std::min(text.size(), size), payload.begin() + static_cast<std::ptrdiff_t>(offset));
-}
-
-/// Takes the same time wherever the first difference stands. No password is stored as the empty text, which nothing
-/// matches.
-bool PasswordMatches(std::span<const std::uint8_t> given, const std::string& stored) {
-    std::array<std::uint8_t, kPasswordSize> expected{};
-    if (stored.empty() || stored.size() > expected.size()) {
-        return false;
-    }
-    std::ranges::copy(stored, expected.begin());
-    unsigned difference = 0;
-    for (std::size_t i = 0; i < expected.size(); ++i) {
-        difference |= static_cast<unsigned>(given[i] ^ expected[i]);
-    }
-    return difference == 0;
 }
 
 }  // namespace
@@ -85,6 +54,7 @@ int CConnect::ProcessScanDevice(CPCMsg& message) {
     log_->WriteInfo("%s Scan device response making start", kTag);
     const CDeviceInfo* device = CDeviceInfo::GetInstance();
     const CConfigMgr* config = CConfigMgr::GetInstance();
+    const RegisteredPC registered = config->GetRegisteredPC();
     std::string modelName = device->GetProject().substr(0, kModelNameSize);
     if (device->GetModelType() == kVeterinaryModel) {
         modelName.replace(0, std::min<std::size_t>(modelName.size(), 4), "N62V");
@@ -95,8 +65,8 @@ int CConnect::ProcessScanDevice(CPCMsg& message) {
     payload[15] = device->GetStatus() != DeviceStatus::kDisconnect ? 1 : 0;
     Bytes::PutBE16(payload, 16, config->GetNumber(kZELRMTCPPort));
     Bytes::PutBE32(payload, 18, CNetUtils::AddressNumber(CNetUtils().GetMyIPAddrFor(pcAddress)));
-    Bytes::PutBE32(payload, 32, CNetUtils::AddressNumber(config->GetContents(kPCIPAddress)));
-    PutText(payload, 36, kNameSize, config->GetContents(kPCSWName));
+    Bytes::PutBE32(payload, 32, CNetUtils::AddressNumber(registered.address));
+    PutText(payload, 36, kNameSize, registered.name);
     PutText(payload, 60, kModelNameSize, modelName);
 
     CPCMsg response;
@@ -104,120 +74,6 @@ int CConnect::ProcessScanDevice(CPCMsg& message) {
     CUDPServer::GetInstance()->SendMessage(packet, pc);
     response.WritePacketLog();
     log_->WriteInfo("%s Scan device sequence complete", kTag);
-    return 0;
-}
-
-bool CConnect::MayRegister(CPCMsg& message, const SessionPtr& session) {
-    static constexpr char kTag[] = "[CConnect::ProcessRegisterDevice]";
-    const auto request = message.GetPayload();
-    const std::uint8_t peerID = message.GetSubTag();
-    const DeviceStatus status = CDeviceInfo::GetInstance()->GetStatus();
-    if (status != DeviceStatus::kDisconnect && status != DeviceStatus::kRegistered) {
-        log_->WriteError("%s Cannot register now, analyzing or update is in progress", kTag);
-        if (status == DeviceStatus::kAnalyzing) {
-            session->SendErrorMessage(peerID, message.GetTag(), kBusyAnalyzing);
-        } else if (status == DeviceStatus::kUpdating) {
-            session->SendErrorMessage(peerID, message.GetTag(), kBusyUpdating);
-        }
-        return false;
-    }
-    if (!PasswordMatches(request.first(kPasswordSize), CRmDao().GetAdminPassword())) {
-        log_->WriteError("%s Admin password is not correct", kTag);
-        session->SendErrorMessage(peerID, message.GetTag(), kWrongPassword);
-        return false;
-    }
-    return true;
-}
-
-int CConnect::ProcessRegisterDevice(CPCMsg& message, const SessionPtr& session) {
-    static constexpr char kTag[] = "[CConnect::ProcessRegisterDevice]";
-    const auto request = message.GetPayload();
-    if (request.size() != kRegisterSize) {
-        log_->WriteError("%s Payload length differs from it's structure", kTag);
-        return -1;
-    }
-    if (!MayRegister(message, session)) {
-        return -1;
-    }
-
-    CDeviceInfo* device = CDeviceInfo::GetInstance();
-    CConfigMgr* config = CConfigMgr::GetInstance();
-    CConnectionMonitor* monitor = CConnectionMonitor::GetInstance();
-    const std::string address = session->GetClientIPAddr();
-    if (address.empty()) {
-        return -1;  // the PC has gone meanwhile; there is nobody to register
-    }
-    // Read before the link goes down, on which the monitor takes the status back.
-    const bool anotherPC = device->GetStatus() == DeviceStatus::kRegistered;
-    monitor->SetTCPConnection(false);
-    device->SetSession(session);
-    monitor->SetIPChangePending(false);
-    config->SetContents(kIPChanged, 0);
-
-    if (anotherPC) {
-        NotifyPreviousPC(message);
-        monitor->SetTCPConnection(false);
-    }
-
-    log_->WriteInfo("%s Register device response making start", kTag);
-    const std::string name = TextField(request, kNameOffset, kNameSize);
-    const std::uint8_t peerID = request[kPeerIDOffset];
-    config->SetContents(kPCIPAddress, address);
-    config->SetContents(kPCSWName, name);
-    config->SetContents(kPCPeerID, static_cast<char>(peerID));
-    config->SetContents(kPCUDPPort, static_cast<int>(Bytes::GetBE16(request, kUDPPortOffset)));
-    config->SetContents(kPCTCPPort, static_cast<int>(session->GetClientPort()));
-    log_->WriteInfo("%s Set config (PCIP: %s, Name: %s, PeerID: %c)", kTag, address.c_str(), name.c_str(), peerID);
-
-    CPCMsg response;
-    (void)session->SendMessage(
-        response.MakePacket(kRegisterDeviceResponse, message.GetTag(), peerID, std::span(&peerID, 1)));
-    response.WritePacketLog();
-
-    device->SetStatus(DeviceStatus::kRegistered);
-    // The PC gets ready for the link before the device counts it as up.
-    sleep(1);
-    monitor->SetTCPConnection(true);
-    log_->WriteInfo("%s Register device sequence complete", kTag);
-    return 0;
-}
-
-void CConnect::NotifyPreviousPC(CPCMsg& request) {
-    static constexpr char kTag[] = "[CConnect::ProcessRegisterDevice]";
-    log_->WriteInfo("%s Change device info request making start", kTag);
-    const CConfigMgr* config = CConfigMgr::GetInstance();
-    std::array<std::uint8_t, 2 + kAddressSize + kNameSize> payload{};
-    Bytes::PutBE16(payload, 0, kItemPCChanged);
-    std::ranges::copy(request.GetPayload().subspan(kPCAddressOffset, kAddressSize + kNameSize), payload.begin() + 2);
-
-    CPCMsg notice;
-    const auto packet = notice.MakePacket(kDeviceInfoChange, request.GetTag(),
-                                          static_cast<std::uint8_t>(config->GetFirstChar(kPCPeerID)), payload);
-    CUDPServer::GetInstance()->SendMessage(
-        packet, CNetUtils::SocketAddress(config->GetContents(kPCIPAddress), config->GetNumber(kPCUDPPort)));
-}
-
-int CConnect::ProcessUnregisterDevice(CPCMsg& message, const SessionPtr& session) {
-    static constexpr char kTag[] = "[CConnect::ProcessUnregisterDevice]";
-    log_->WriteInfo("%s Unregister device response making start", kTag);
-    CConfigMgr* config = CConfigMgr::GetInstance();
-    if (message.GetSubTag() != static_cast<std::uint8_t>(config->GetFirstChar(kPCPeerID)) ||
-        session->GetClientIPAddr() != config->GetContents(kPCIPAddress)) {
-        return -1;
-    }
-    if (session == CDeviceInfo::GetInstance()->GetSession()) {
-        config->SetContents(kPCIPAddress, kNoPCAddress);
-        config->SetContents(kPCSWName, "");
-        config->SetContents(kPCPeerID, "0");
-        config->SetContents(kPCUDPPort, "0");
-        CConnectionMonitor::GetInstance()->SetTCPConnection(false);
-    }
-
-    CPCMsg response;
-    (void)session->SendMessage(
-        response.MakePacket(kUnregisterDeviceResponse, message.GetTag(), message.GetSubTag(), {}));
-    response.WritePacketLog();
-    log_->WriteInfo("%s Unregister device sequence complete", kTag);
     return 0;
 }
 
@@ -233,6 +89,7 @@ int CConnect::ProcessGetDeviceInfo(CPCMsg& message, const SessionPtr& session) {
     log_->WriteInfo("%s Get device info response making start", kTag);
     CDeviceInfo* device = CDeviceInfo::GetInstance();
     const CConfigMgr* config = CConfigMgr::GetInstance();
+    const RegisteredPC registered = config->GetRegisteredPC();
     const std::uint16_t mask = Bytes::GetBE16(message.GetPayload(), 0);
     if ((mask & kItemAnyVersion) != 0) {
         device->RefreshVersions();
@@ -286,16 +143,15 @@ int CConnect::ProcessGetDeviceInfo(CPCMsg& message, const SessionPtr& session) {
         append(2);
     }
 
-    auto subTag = static_cast<std::uint8_t>(config->GetFirstChar(kPCPeerID));
+    auto subTag = static_cast<std::uint8_t>(registered.peerID);
     if ((mask & kItemRegistration) != 0) {
-        const std::string registered = config->GetContents(kPCIPAddress);
-        if (peer == registered) {
+        if (peer == registered.address) {
             append(1)[0] = 1;
-            CConnectionMonitor::GetInstance()->SetTCPConnection(true);
+            CConnectionMonitor::GetInstance()->SeeLink(session);
         } else {
             append(1)[0] = 0;
-            Bytes::PutBE32(append(kAddressSize), 0, CNetUtils::AddressNumber(registered));
-            appendText(kNameSize, config->GetContents(kPCSWName));
+            Bytes::PutBE32(append(kAddressSize), 0, CNetUtils::AddressNumber(registered.address));
+            appendText(kNameSize, registered.name);
             subTag = 0xFF;
         }
     }
@@ -312,11 +168,11 @@ int CConnect::ProcessDeviceInfoChangeNotify(CPCMsg& message) {
     constexpr std::size_t kSerialOffset = 2;
     constexpr std::size_t kSerialSize = 15;
 
-    const CConfigMgr* config = CConfigMgr::GetInstance();
+    const RegisteredPC registered = CConfigMgr::GetInstance()->GetRegisteredPC();
     const sockaddr_in& pc = message.GetPeerAddress();
     const std::string address = CNetUtils::DottedAddress(pc.sin_addr);
     const std::uint16_t port = ntohs(pc.sin_port);
-    if (address != config->GetContents(kPCIPAddress) || port != config->GetNumber(kPCUDPPort)) {
+    if (address != registered.address || port != registered.udpPort) {
         log_->WriteInfo("%s Request from unregistered PC(IP:%s, Port:%d)", kTag, address.c_str(), port);
         return 0;
     }
@@ -333,7 +189,7 @@ int CConnect::ProcessDeviceInfoChangeNotify(CPCMsg& message) {
         log_->WriteError("%s Device serial defer from PC request serial", kTag);
         return -1;
     }
-    const auto peerID = static_cast<std::uint8_t>(config->GetFirstChar(kPCPeerID));
+    const auto peerID = static_cast<std::uint8_t>(registered.peerID);
     if (message.GetSubTag() != peerID) {
         log_->WriteError("%s Device PeerID defer from PC request PeerID", kTag);
         return -1;

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "config/IPCSession.h"
+#include "config/RegisteredPC.h"
 #include "net/CPCMsg.h"
 #include "net/CUDSMsg.h"
 #include "platform/Log.h"
@@ -40,7 +41,8 @@ public:
 
 private:
     [[nodiscard]] bool MayRegister(CPCMsg& message, const SessionPtr& session);
-    void NotifyPreviousPC(CPCMsg& request);
+    void Register(CPCMsg& message, const RegisteredPC& pc, const SessionPtr& session);
+    void NotifyPreviousPC(CPCMsg& request, const RegisteredPC& previous);
 
     QENFx::Log::FileLog* log_;
 };

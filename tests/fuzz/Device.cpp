@@ -76,14 +76,13 @@ void Device::Reset(std::uint8_t status) {
     std::filesystem::remove("/data/device/calls.log");
     CDeviceInfo* device = CDeviceInfo::GetInstance();
     device->SetStatus(static_cast<DeviceStatus>(status % 6));
-    device->SetSession(nullptr);
     device->ClearImageInfo();
     for (int image = 0; image < kImageCount; ++image) {
         device->SetNewVersion(image, {});
         std::filesystem::remove(device->GetImageInfo()[static_cast<std::size_t>(image)].RawPath);
     }
     auto* monitor = RMUP::Net::CConnectionMonitor::GetInstance();
-    monitor->SetTCPConnection(false);
+    monitor->ReplaceLink(nullptr);
     monitor->SetUDPConnection(false);
     RMUP::Process::CImageReceiver::GetInstance()->Shut();
     RMUP::Process::CImageReceiver::GetInstance()->Open();

@@ -1,5 +1,6 @@
 #include "fuzz/Device.h"
 #include "hl7wrap/COUL_R22Wrap.h"
+#include "net/CConnectionMonitor.h"
 #include "net/CPCMsg.h"
 #include "process/CTransferResult.h"
 #include "wire/PCCommand.h"
@@ -20,10 +21,11 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Require(kind < 0 || key == Fuzz::Text({data, size}).substr(2), "the condition is taken as it stands");
 
     const auto session = std::make_shared<UnitTest::ScriptedSession>();
-    CDeviceInfo::GetInstance()->SetSession(session);
+    auto* monitor = RMUP::Net::CConnectionMonitor::GetInstance();
+    monitor->ReplaceLink(session);
     CUDSMsg request;
     const int result = CTransferResult().ProcessSendResult(request);
-    CDeviceInfo::GetInstance()->SetSession(nullptr);
+    monitor->ReplaceLink(nullptr);
     Require(session->sent.size() == (result == 0 ? 1U : 0U), "a result that was sent is one packet");
     if (result == 0) {
         CPCMsg packet;

@@ -12,7 +12,7 @@ from bench.daemon import wait_until
 from bench.pc import Pc
 from bench.pcpacket import Command, Info, Packet
 from bench.sandbox import ANALYZER_ADDRESS, PC_ADDRESS, USB_ANALYZER_ADDRESS, USB_PC_ADDRESS
-from bench.zelapp import PcConnection, frame
+from bench.zelapp import PcConnection
 
 
 def test_a_closed_session_is_reported_and_a_new_one_becomes_current(analyzer: Analyzer, connected_pc: Pc) -> None:
@@ -26,27 +26,6 @@ def test_a_closed_session_is_reported_and_a_new_one_becomes_current(analyzer: An
     assert f"[{PC_ADDRESS}] TCP session reconnected" in analyzer.daemon.log()
     wait_until(lambda: connected_pc.scan().active, 5, "the status is 2")
     assert "connection success TCP(F), UDP(T)" in analyzer.daemon.log()
-
-
-def test_a_pc_that_returns_while_zelapp_is_told_of_its_loss_keeps_its_session(
-        analyzer: Analyzer, connected_pc: Pc) -> None:
-    zelapp = analyzer.zelapp
-    # Requests without a request file, answered at once. ZELApp does not read the answers, so that the next report waits.
-    zelapp.send_raw(frame(0x0510, b"\0\1") * 1000)
-    answered = -1
-    while answered != (now := analyzer.daemon.log().count("Send complete (15 bytes)")) or now == 0:
-        answered = now
-        time.sleep(1)
-    assert answered < 1000, "nothing waits"
-    reported = "Send UDS to inform connection status(Disconnected)"
-    before = analyzer.daemon.log().count(reported)
-    connected_pc.disconnect()
-    analyzer.daemon.wait_for_log("connection success TCP(F), UDP(T)")
-    connected_pc.connect()
-    analyzer.daemon.wait_for_log("TCP session reconnected")
-    assert analyzer.daemon.log().count(reported) == before, "the report waits"
-    assert [zelapp.expect(PcConnection).connected for _ in range(2)] == [False, True]
-    assert connected_pc.get_info(Info.SERIAL)
 
 
 def test_a_pc_that_falls_silent_is_reported_and_its_session_ended(analyzer: Analyzer, connected_pc: Pc) -> None:

@@ -4,18 +4,20 @@ from __future__ import annotations
 
 import re
 import shutil
+import socket
 import sqlite3
 import time
 from collections.abc import Callable
-from contextlib import suppress
+from contextlib import ExitStack, suppress
 from pathlib import Path
 
 import pytest
 
 from bench.analyzer import CONFIG, DATABASE, PASSWORD, PATIENT_ID, Analyzer
 from bench.daemon import preset, wait_until
-from bench.pc import Pc, Refused
-from bench.pcpacket import Info
+from bench.pc import ANALYZER_TCP_PORT, Pc
+from bench.pcpacket import Command, Info, Packet
+from bench.sandbox import USB_ANALYZER_ADDRESS, USB_PC_ADDRESS
 from bench.zelapp import PATIENT, PcConnection, ResultFailed, ResultSent
 from updates import (BY_PC, INTERNET, NEW, PC_ERROR, SERVER_ERROR, USB, USB_ERROR, fail, history, insert_stick, release,
                      start, succeed)
@@ -75,12 +77,18 @@ def test_a_full_data_partition(analyzer: Analyzer, connected_pc: Pc, make_pc: Ca
     stored = analyzer.sandbox.path(f"{CONFIG}/config_zelrm.cfg").read_text()
     transfer(analyzer, connected_pc)
     assert not synced(analyzer, tmp_path / "copy.db")
+    connected_pc.stop_heartbeat()
     other = make_pc(udp_port=9100, name="Other", peer_id="2")
+    other.start_heartbeat()
     other.register(PASSWORD)
+    wait_until(lambda: (status := analyzer.zelapp.expect(PcConnection, 10)).connected and status.name == "Other", 10,
+               "the new PC is connected")
+    transfer(analyzer, other)
     assert analyzer.sandbox.path(f"{CONFIG}/config_zelrm.cfg").read_text() == stored
     # What cannot be stored does not survive a restart, which a full partition does not prevent.
     other.close()
     connected_pc.disconnect()
+    connected_pc.start_heartbeat()
     analyzer.daemon.stop()
     analyzer.zelapp.close()
     analyzer.daemon.start()
@@ -156,13 +164,47 @@ def test_descriptors_run_out(analyzer: Analyzer, connected_pc: Pc, make_pc: Call
         with pytest.raises((ConnectionError, TimeoutError)):
             other.connect()
             other.receive(5)
-    assert "[CTCPListener::Run] Accept error: Too many open files(24)" in analyzer.daemon.log()
+    # The listener pauses, and its port is closed meanwhile.
+    assert 1 <= analyzer.daemon.log().count("[CTCPListener::Run] Accept error: Too many open files(24)") < 10
     assert connected_pc.scan()
     limit(analyzer, "nofile", 1024)
     wait_until(lambda: connects(other), 10, "the daemon listens again")
     assert other.get_info(Info.SERIAL)
     transfer(analyzer, connected_pc)
     assert analyzer.synced("Result", PATIENT_ID)
+
+
+def test_sessions_come_to_an_end(analyzer: Analyzer, connected_pc: Pc, make_pc: Callable[..., Pc]) -> None:
+    """A stranger gets 200 of them; the registered PC, and who is there already, is served all the same."""
+    with ExitStack() as crowd:
+        for _ in range(220):
+            stranger = crowd.enter_context(analyzer.sandbox.socket(socket.SOCK_STREAM))
+            stranger.bind((USB_PC_ADDRESS, 0))
+            stranger.connect((USB_ANALYZER_ADDRESS, ANALYZER_TCP_PORT))
+        late = make_pc(address=USB_PC_ADDRESS, analyzer=USB_ANALYZER_ADDRESS)
+        late.connect()
+        with pytest.raises(ConnectionError):
+            late.receive()
+        assert analyzer.daemon.log().count("[CTCPListener::Run] New session refused, 200 are open") == 22
+        connected_pc.connect()
+        analyzer.daemon.wait_for_log("TCP session reconnected")
+        transfer(analyzer, connected_pc)
+    wait_until(lambda: connects(late) and late.get_info(Info.SERIAL), 10, "there is room again")
+
+
+def test_who_does_not_read_holds_up_nobody_for_long(analyzer: Analyzer, connected_pc: Pc,
+                                                    make_pc: Callable[..., Pc]) -> None:
+    """Neither ZELApp's request nor a session waits for a PC that sends, but takes nothing."""
+    stranger = make_pc(address=USB_PC_ADDRESS, analyzer=USB_ANALYZER_ADDRESS)
+    stranger.connect()
+    for pc in (connected_pc, stranger):
+        pc.send_raw(Packet(Command.GET_INFO, 1, 0, b"\x1f\xff").encode() * 10000)
+    analyzer.zelapp.send_result(PATIENT, f"ResultID = {PATIENT_ID}")
+    analyzer.zelapp.expect(ResultFailed, 25)
+    analyzer.daemon.wait_for_log("[CTCPSession::SendMessage] Send error: Connection timed out (", 40, 2)
+    wait_until(lambda: connects(connected_pc), 10, "the daemon serves")
+    analyzer.daemon.wait_for_log("TCP session reconnected")
+    transfer(analyzer, connected_pc)
 
 
 @pytest.mark.skipif(SANITIZED, reason="a sanitizer's own memory does not fit either")

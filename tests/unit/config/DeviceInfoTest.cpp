@@ -1,6 +1,6 @@
 #include "config/CDeviceInfo.h"
 
-#include "unit/support/ScriptedSession.h"
+#include "unit/support/ServiceTest.h"
 
 using namespace UnitTest;
 
@@ -9,16 +9,6 @@ namespace {
 class DeviceInfoTest : public ServiceTest {
 protected:
     CDeviceInfo device_;
-};
-
-/// A session whose end looks at the device, as a real one's does.
-class LookingSession : public ScriptedSession {
-public:
-    explicit LookingSession(CDeviceInfo& device) : device_(device) {}
-    ~LookingSession() override { EXPECT_EQ(device_.GetSession(), nullptr); }
-
-private:
-    CDeviceInfo& device_;
 };
 
 }  // namespace
@@ -92,38 +82,4 @@ TEST_F(DeviceInfoTest, RefreshingLeavesTheUpdateAlone) {
     device_.ClearImageInfo();
     EXPECT_FALSE(app.IsFile || app.NeedUpdate || app.FileSize != 0 || app.Download != 0 || device_.GetUpdateFlag());
     EXPECT_EQ(device_.GetNewVersion(kAppImage), offered);
-}
-
-// Faults: two threads that both become the current session, a session that forgets another one, a session torn down
-// under the lock that it takes itself.
-TEST_F(DeviceInfoTest, OneSessionIsCurrent) {
-    std::atomic<int> current{0};
-    std::atomic<int> claims{0};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&] {
-            for (int round = 0; round < 2000; ++round) {
-                const auto session = std::make_shared<ScriptedSession>();
-                if (device_.ClaimSession(session)) {
-                    EXPECT_EQ(++current, 1);
-                    EXPECT_EQ(device_.GetSession(), session);
-                    ++claims;
-                    --current;
-                    EXPECT_TRUE(device_.ReleaseSession(session.get()));
-                }
-                EXPECT_FALSE(device_.ReleaseSession(session.get()));
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_GT(claims, 0);
-
-    device_.SetSession(std::make_shared<LookingSession>(device_));
-    EXPECT_FALSE(device_.ClaimSession(std::make_shared<ScriptedSession>()));
-    EXPECT_FALSE(device_.ReleaseSession(nullptr));
-    device_.SetSession(nullptr);
-    device_.SetSession(std::make_shared<LookingSession>(device_));
-    EXPECT_TRUE(device_.ReleaseSession(device_.GetSession().get()));
 }

@@ -25,8 +25,8 @@ TEST_F(TCPSendTest, SendsErrorNotices) {
     EXPECT_EQ(Logged("INFO 0A FF 07 41  01 00 12 00  0E "), 1);
 }
 
-// Faults: a result told as sent without the PC's acknowledgement or with that of an earlier one, a wait given up early,
-// an acknowledgement that is lost because another PC is answered meanwhile.
+// Faults: a result told as sent without the PC's acknowledgement, with a neighbour's or with that of an earlier one, a
+// wait given up early, an acknowledgement that is lost because another PC is answered meanwhile.
 TEST_F(TCPSendTest, AResultWaitsForItsAcknowledgement) {
     TCPPair pair;
     CTCPSession session(std::move(pair.device), kTCP, CConnectionMonitor::GetInstance());
@@ -35,15 +35,17 @@ TEST_F(TCPSendTest, AResultWaitsForItsAcknowledgement) {
     const Buffer result = Hex("7B01 01 30 01 0010 4D");
     std::thread pc([&] {
         EXPECT_EQ(Receive(pair.pc, 8), result);
-        EXPECT_EQ(other.SendErrorMessage(0x41, 0x07, 0x000E), 0);
-        CResultMarker::Create();
+        other.AcknowledgeResult();
+        EXPECT_FALSE(std::filesystem::exists(kMarker));
+        session.AcknowledgeResult();
         EXPECT_EQ(other.SendErrorMessage(0x41, 0x07, 0x000E), 0);
     });
     EXPECT_EQ(session.SendMessage(result), 8);
     pc.join();
     EXPECT_FALSE(std::filesystem::exists(kMarker));
 
-    CResultMarker::Create();
+    other.AcknowledgeResult();
+    EXPECT_TRUE(std::filesystem::exists(kMarker));
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(session.SendMessage(result), -1);
     const auto waited = std::chrono::steady_clock::now() - begin;

@@ -1,7 +1,16 @@
 #include "process/CConnect.h"
 
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+
+#include <csignal>
+#include <map>
+
 #include "config/CConfigMgr.h"
 #include "config/CDeviceInfo.h"
+#include "net/CConnectionMonitor.h"
+#include "net/CUDPServer.h"
 #include "unit/support/AnalyzerDatabase.h"
 #include "unit/support/ScriptedSession.h"
 
@@ -9,15 +18,38 @@ using namespace UnitTest;
 
 namespace {
 
-class ConnectTest : public ServiceTest {};
+/// At the end of its steps the process is killed; a step is what makes a file last, which takes its time.
+int stepsToLive = -1;
+
+void Step() {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    if (stepsToLive > 0 && --stepsToLive == 0) {
+        kill(getpid(), SIGKILL);
+    }
+}
 
 constexpr char kSettings[] =
     "PCIPAddress=127.0.0.1;\nPCTCPPort=1;\nPCUDPPort=40036;\nPCSWName=OldPC;\nPCPeerID=7;\nIPChanged=1;\n";
 
-CPCMsg Registration(const std::string& password) {
+class ConnectTest : public ServiceTest {
+protected:
+    ConnectTest() {
+        WriteFile(kOwnConfigFile, kSettings);
+        database_.Execute("INSERT INTO Tb_Operator_List VALUES ('admin', 'pass')");
+        // Made here, before there are threads.
+        RMUP::Net::CConnectionMonitor::GetInstance();
+        RMUP::Net::CUDPServer::GetInstance();
+    }
+
+    AnalyzerDatabase database_;
+};
+
+CPCMsg Registration(const std::string& password, char peerID = 'K', const std::string& name = "NewPC") {
     Buffer payload(password.begin(), password.end());
+    payload.resize(14);
+    payload.insert(payload.end(), name.begin(), name.end());
     payload.resize(24);
-    payload.push_back('K');
+    payload.push_back(static_cast<std::uint8_t>(peerID));
     CPCMsg request;
     EXPECT_FALSE(request.MakePacket(0x0A03, 0x31, 'J', payload).empty());
     return request;
@@ -25,8 +57,18 @@ CPCMsg Registration(const std::string& password) {
 
 }  // namespace
 
+extern "C" int fsync(int descriptor) {
+    Step();
+    return static_cast<int>(syscall(SYS_fsync, descriptor));
+}
+
+extern "C" int rename(const char* from, const char* to) {
+    Step();
+    return renameat(AT_FDCWD, from, AT_FDCWD, to);
+}
+
 // Faults: a PC registered in the middle of a measurement or without the password, a refusal that the PC cannot match to
-// its request, one that leaves a trace.
+// its request, one that leaves a trace, a peer ID that no line of settings holds.
 TEST_F(ConnectTest, RefusesRegistrations) {
     struct Case {
         DeviceStatus status;
@@ -34,9 +76,6 @@ TEST_F(ConnectTest, RefusesRegistrations) {
         const char* given;
         const char* error;
     };
-    WriteFile(kOwnConfigFile, kSettings);
-    AnalyzerDatabase database;
-    database.Execute("INSERT INTO Tb_Operator_List (OperatorID) VALUES ('admin')");
     CDeviceInfo* device = CDeviceInfo::GetInstance();
     const auto session = std::make_shared<ScriptedSession>();
     using enum DeviceStatus;
@@ -50,14 +89,63 @@ TEST_F(ConnectTest, RefusesRegistrations) {
                                                        {kDisconnect, "''", "", "4A 31 0007"},
                                                        {kDisconnect, "NULL", "", "4A 31 0007"},
                                                        {kDisconnect, "'123456789'", "12345678", "4A 31 0007"}}) {
-        database.Execute("UPDATE Tb_Operator_List SET Password = " + std::string(stored));
+        database_.Execute("UPDATE Tb_Operator_List SET Password = " + std::string(stored));
         device->SetStatus(status);
         session->errors.clear();
         CPCMsg request = Registration(given);
         EXPECT_EQ(CConnect().ProcessRegisterDevice(request, session), -1);
         EXPECT_EQ(session->errors, *error == 0 ? Buffers() : Buffers{Hex(error)}) << given;
     }
+    session->errors.clear();
+    database_.Execute("UPDATE Tb_Operator_List SET Password = 'pass'");
+    for (const char peerID : {'\n', '\r'}) {
+        CPCMsg request = Registration("pass", peerID);
+        EXPECT_EQ(CConnect().ProcessRegisterDevice(request, session), -1);
+    }
+    EXPECT_TRUE(session->errors.empty());
     EXPECT_TRUE(session->sent.empty());
     EXPECT_EQ(device->GetSession(), nullptr);
     EXPECT_EQ(ReadFile(kOwnConfigFile), kSettings);
+}
+
+// Fault: PCs that register in the same moment are stored by halves, or one is stored and another is current.
+TEST_F(ConnectTest, RegistersOnePCAtATime) {
+    std::map<char, std::shared_ptr<ScriptedSession>> sessions;
+    std::vector<std::thread> threads;
+    for (char peerID = '1'; peerID <= '8'; ++peerID) {
+        const auto session = sessions[peerID] = std::make_shared<ScriptedSession>();
+        session->address += peerID;
+        threads.emplace_back([=] {
+            CPCMsg request = Registration("pass", peerID, std::string("PC-") + peerID);
+            EXPECT_EQ(CConnect().ProcessRegisterDevice(request, session), 0);
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    const RegisteredPC pc = CConfigMgr::GetInstance()->GetRegisteredPC();
+    EXPECT_EQ(pc.address + pc.name, std::string("127.0.0.1") + pc.peerID + "PC-" + pc.peerID);
+    EXPECT_EQ(CDeviceInfo::GetInstance()->GetSession(), sessions[pc.peerID]);
+}
+
+// Fault: a daemon that ends while it stores a registration leaves a part of the new PC beside a part of the old one.
+TEST_F(ConnectTest, ARegistrationIsStoredWholeOrNotAtAll) {
+    const auto session = std::make_shared<ScriptedSession>();
+    const RegisteredPC before = CConfigMgr::GetInstance()->GetRegisteredPC();
+    int status = -1;
+    for (int step = 1; status != 0; ++step) {
+        const pid_t child = fork();
+        if (child == 0) {
+            stepsToLive = step;
+            CPCMsg request = Registration("pass");
+            _exit(CConnect().ProcessRegisterDevice(request, session));
+        }
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        ASSERT_TRUE(status == 0 || WTERMSIG(status) == SIGKILL);
+        ASSERT_TRUE(status != 0 || step > 2) << "killed nowhere";
+        const RegisteredPC pc = CConfigMgr::GetInstance()->GetRegisteredPC();
+        EXPECT_TRUE((status != 0 && pc == before) || pc == (RegisteredPC{"127.0.0.1", 40123, 0, "NewPC", 'K'}))
+            << step << ": " << ReadFile(kOwnConfigFile);
+        WriteFile(kOwnConfigFile, kSettings);
+    }
 }

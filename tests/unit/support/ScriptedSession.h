@@ -21,6 +21,7 @@ public:
     }
     std::string GetClientIPAddr() const override { return address; }
     std::uint16_t GetClientPort() const override { return 40123; }
+    bool HasPeerClosed() const override { return closed; }
     void StopSession() override { stopped = true; }
     void SetUpdateFlag(bool wanted) override { updateFlag = wanted; }
     bool GetUpdateFlag() const override { return updateFlag; }
@@ -28,6 +29,7 @@ public:
     std::string address = "127.0.0.1";
     Buffers sent;
     Buffers errors;  ///< sub-tag, tag and the two bytes of the code
+    std::atomic<bool> closed{false};
     std::atomic<bool> stopped{false};
     std::atomic<bool> updateFlag{false};
 };
