@@ -37,6 +37,11 @@ std::span<std::uint8_t> CPCMsg::GetBufferData() {
     return payload_;
 }
 
+std::size_t CPCMsg::GetAnnouncedSize() const {
+    const Wire::PCHeader header = Wire::ParsePCHeader(rawHeader_);
+    return header.command == 0 ? kHeaderSize : header.total;
+}
+
 std::size_t CPCMsg::GetPayloadLength() const {
     return Wire::ParsePCHeader(rawHeader_).payload;
 }

@@ -34,6 +34,9 @@ public:
     /// The payload buffer, of the size that the header announces; empty when it announces none.
     std::span<std::uint8_t> GetBufferData();
 
+    /// What the header announces for the whole packet; a header alone when the command is 0.
+    std::size_t GetAnnouncedSize() const;
+
     /// What the header announces; 0 when the command is 0 or the announced total is shorter than a header.
     std::size_t GetPayloadLength() const;
 

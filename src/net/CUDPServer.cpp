@@ -1,5 +1,7 @@
 #include "net/CUDPServer.h"
 
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -101,9 +103,10 @@ int CUDPServer::ReceiveMessage(CPCMsg& message) {
     const auto size = static_cast<std::size_t>(received);
     const auto header = message.GetRawHeader();
     std::copy_n(buffer.begin(), std::min(size, header.size()), header.begin());
-    const std::size_t expected = CPCMsg::kHeaderSize + message.GetPayloadLength();
+    const std::size_t expected = size < header.size() ? header.size() : message.GetAnnouncedSize();
     if (size != expected || size > buffer.size()) {
-        log_->WriteError("%s Receive failed: %d/%d bytes", kTag, static_cast<int>(size), static_cast<int>(expected));
+        log_->WriteError("%s Receive failed: %d/%d bytes", kTag, static_cast<int>(std::min(size, buffer.size())),
+                         static_cast<int>(expected));
         return -1;
     }
     const auto payload = message.GetBufferData();
@@ -113,13 +116,27 @@ int CUDPServer::ReceiveMessage(CPCMsg& message) {
 
 int CUDPServer::SendMessage(std::span<const std::uint8_t> packet, const sockaddr_in& peer) {
     static constexpr char kTag[] = "[CUDPServer::SendMessage]";
-    const ssize_t sent = sendto(sendDescriptor_, packet.data(), packet.size(), 0,
+    // A datagram that cannot go at once is worth nothing later, and whoever waits with it answers nobody meanwhile.
+    const ssize_t sent = sendto(sendDescriptor_, packet.data(), packet.size(), MSG_DONTWAIT,
                                 reinterpret_cast<const sockaddr*>(&peer), sizeof(peer));
     if (sent < 0) {
         log_->WriteError("%s Send error: %s", kTag, strerror(errno));
         return 0;
     }
     return static_cast<int>(sent);
+}
+
+int CUDPServer::SendIfRoom(std::span<const std::uint8_t> packet, const sockaddr_in& peer) {
+    static constexpr char kTag[] = "[CUDPServer::SendMessage]";
+    int waiting = 0;
+    int size = 0;
+    socklen_t length = sizeof(size);
+    if (ioctl(sendDescriptor_, SIOCOUTQ, &waiting) == 0 &&
+        getsockopt(sendDescriptor_, SOL_SOCKET, SO_SNDBUF, &size, &length) == 0 && waiting > size / 2) {
+        log_->WriteError("%s Send error: %s", kTag, strerror(EAGAIN));
+        return 0;
+    }
+    return SendMessage(packet, peer);
 }
 
 int CUDPServer::Run() {

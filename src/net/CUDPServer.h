@@ -35,8 +35,12 @@ public:
     /// error or a datagram whose size is not what its header says; -2 when there is no socket.
     [[nodiscard]] int ReceiveMessage(CPCMsg& message);
 
-    /// Sends one datagram; from any thread. Returns the bytes sent, 0 on error.
+    /// Sends one datagram, at once or not at all; from any thread. Returns the bytes sent, 0 on error.
     int SendMessage(std::span<const std::uint8_t> packet, const sockaddr_in& peer);
+
+    /// The same to an address where perhaps nobody is. What goes to such an address lies in the send buffer for
+    /// seconds; one half of the buffer is kept for the others.
+    int SendIfRoom(std::span<const std::uint8_t> packet, const sockaddr_in& peer);
 
     int Run() override;
 

@@ -71,7 +71,7 @@ int CConnect::ProcessScanDevice(CPCMsg& message) {
 
     CPCMsg response;
     const auto packet = response.MakePacket(kScanDeviceResponse, message.GetTag(), 0xFF, payload, true);
-    CUDPServer::GetInstance()->SendMessage(packet, pc);
+    CUDPServer::GetInstance()->SendIfRoom(packet, pc);
     response.WritePacketLog();
     log_->WriteInfo("%s Scan device sequence complete", kTag);
     return 0;

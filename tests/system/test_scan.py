@@ -69,15 +69,32 @@ MALFORMED = [
     struct.pack(">HBBBH", Command.SCAN, 1, 0, 1, 0), struct.pack(">HBBBH", Command.SCAN, 1, 0, 1, 0xFFFF) + bytes(10),
     Packet(Command.NOTICE).encode(), Packet(Command.NOTICE, 1, 0, b"\x20").encode(),
     Packet(0x1234, 1, 0, bytes(100)).encode(), bytes(7), bytes(4096), b"\xff" * 60000,
+    struct.pack(">HBBBH", Command.NOTICE_ACK, 1, 0, 1, 3 << 1), Packet(Command.SCAN, 1, 0, bytes(4990)).encode(),
 ]
 
 
 def test_malformed_datagrams_are_dropped(analyzer: Analyzer, pc: Pc) -> None:
+    analyzer.change_setting("IPChanged", "1")
     for data in MALFORMED:
         pc.send_datagram(data)
         assert pc.scan(tag=9).serial == "N62A0001234"
     assert pc.datagrams.empty()
     log = analyzer.daemon.log()
-    assert log.count("[CConnect::ProcessScanDevice] Payload length differs from it's structure") == 4
-    assert "[CUDPServer::ReceiveMessage] Receive failed: 16/17 bytes" in log
-    assert "[CUDPServer::ReceiveMessage] Receive failed: 18/17 bytes" in log
+    assert log.count("[CConnect::ProcessScanDevice] Payload length differs from it's structure") == 3
+    for counts in ("16/17", "18/17", "7/0", "7/3", "4096/4997"):
+        assert f"[CUDPServer::ReceiveMessage] Receive failed: {counts} bytes" in log
+    assert analyzer.setting("IPChanged") == "1"
+
+
+def test_answers_to_where_nobody_is_hold_up_nobody(analyzer: Analyzer, connected_pc: Pc) -> None:
+    """The kernel keeps each for seconds while it asks for the address."""
+    connected_pc.stop_heartbeat()
+    lost = 0
+    for beat in range(8):
+        for _ in range(150):
+            connected_pc.send_datagram(Packet(Command.SCAN, 1, 0, struct.pack(">HBBBB4x", 7, 192, 168, 40, 99)).encode())
+        connected_pc.heartbeat_answered.clear()
+        connected_pc.send_heartbeat()
+        lost += not connected_pc.heartbeat_answered.wait(1)
+    assert lost < 2
+    assert "Send error: Resource temporarily unavailable" in analyzer.daemon.log(), "nothing had to wait"
