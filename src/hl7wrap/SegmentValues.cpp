@@ -9,6 +9,7 @@ namespace {
 std::string LocalTimestamp() {
     const std::time_t now = std::time(nullptr);
     std::tm local{};
+    tzset();  // localtime_r may keep the zone that the device had before
     localtime_r(&now, &local);
     char text[30];
     return std::string(text, std::strftime(text, sizeof text, "%Y%m%d%H%M%S", &local));

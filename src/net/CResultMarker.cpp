@@ -1,6 +1,7 @@
 #include "net/CResultMarker.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <mutex>
@@ -37,7 +38,11 @@ void CResultMarker::Acknowledge(const int& ofSession) {
 }
 
 void CResultMarker::Create() {
-    const CDescriptor file(open(kPath, O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
+    // In place of whatever else is there, which is no marker; a FIFO would keep the one who opens it.
+    if (!Exists()) {
+        Remove();
+        const CDescriptor file(open(kPath, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0644));
+    }
 }
 
 void CResultMarker::Remove() {
@@ -45,7 +50,8 @@ void CResultMarker::Remove() {
 }
 
 bool CResultMarker::Exists() {
-    return access(kPath, F_OK) == 0;
+    struct stat status {};
+    return lstat(kPath, &status) == 0 && S_ISREG(status.st_mode);
 }
 
 void CResultMarker::RemoveStale() {

@@ -1,12 +1,14 @@
 #include "process/CTransferResult.h"
 
+#include <unistd.h>
+
 #include <array>
+#include <cerrno>
 #include <cstdio>
-#include <memory>
 #include <span>
-#include <string_view>
 
 #include "common/Constants.h"
+#include "common/RegularFile.h"
 #include "config/CConfigMgr.h"
 #include "config/CDeviceInfo.h"
 #include "db/CRmDao.h"
@@ -36,11 +38,37 @@ const Row* FirstRow(Table& table) {
     return table.getCurrent();
 }
 
-std::string DynamicRange(const Row& detail) {
-    if (!detail.exists("Dynamic_Min") || !detail.exists("Dynamic_Max")) {
+/// A row whose texts may go into a message: a control character in one would begin a segment of its own, or break off
+/// the message, so that it reads as a blank.
+class MessageRow {
+public:
+    /// `cleaned` becomes true when a text was changed.
+    MessageRow(const Row& row, bool& cleaned) : row_(row), cleaned_(cleaned) {}
+
+    std::string Text(const char* column) const {
+        std::string text = row_.getString(column);
+        for (char& character : text) {
+            if (static_cast<unsigned char>(character) < ' ') {
+                character = ' ';
+                cleaned_ = true;
+            }
+        }
+        return text;
+    }
+
+    double Number(const char* column) const { return row_.getDouble(column); }
+    bool Has(const char* column) const { return row_.exists(column); }
+
+private:
+    const Row& row_;
+    bool& cleaned_;
+};
+
+std::string DynamicRange(const MessageRow& detail) {
+    if (!detail.Has("Dynamic_Min") || !detail.Has("Dynamic_Max")) {
         return {};
     }
-    return std::string(",") + detail.getString("Dynamic_Min") + "," + detail.getString("Dynamic_Max");
+    return "," + detail.Text("Dynamic_Min") + "," + detail.Text("Dynamic_Max");
 }
 
 /// What the two kinds of results have in common, and how they differ.
@@ -51,41 +79,46 @@ public:
     ResultMessage& operator=(const ResultMessage&) = delete;
     virtual ~ResultMessage() = default;
 
-    void Fill(const Row& summary, Table& details) {
+    void Fill(const Row& summaryRow, Table& details) {
+        bool cleaned = false;
+        const MessageRow summary(summaryRow, cleaned);
         FillPatientAndSpecimen(summary);
-        message_.SetOrder("NULL", summary.getString("SerialNumber"), summary.getString("PanelID"), "NULL");
+        message_.SetOrder("NULL", summary.Text("SerialNumber"), summary.Text("PanelID"), "NULL");
         message_.SetOrderControl("NULL", "NULL");
 
-        const std::string analysisTime = CTransferResult::ConvertDate(summary.getString("Date"), kDateAndTime);
+        const std::string analysisTime = CTransferResult::ConvertDate(summary.Text("Date"), kDateAndTime);
         details.Reset();
         while (details.MoveNext()) {
-            const Row* detail = details.getCurrent();
-            if (detail == nullptr) {
+            const Row* row = details.getCurrent();
+            if (row == nullptr) {
                 log_->WriteError("%s Cannot load 'Row'", kPacketTag);
                 continue;
             }
+            const MessageRow detail(*row, cleaned);
             // PC programs find the analyte in OBX-4; they expect OBX-3 to hold its coding system alone.
             Observation observation;
-            observation.subId = detail->getString("AnalyteID");
-            observation.value = detail->getString("Result");
+            observation.subId = detail.Text("AnalyteID");
+            observation.value = detail.Text("Result");
             observation.analysisTime = analysisTime;
-            observation.responsibleObserver = summary.getString("OperatorID");
-            FillObservation(summary, *detail, observation);
+            observation.responsibleObserver = summary.Text("OperatorID");
+            FillObservation(summary, detail, observation);
             log_->WriteInfo("sUserDefinePlus = \"%s\"", observation.userDefinedChecks.c_str());
             message_.AddObservation(observation);
         }
-        message_.SetSubstanceLot(summary.getString("LOTNumber"));
+        message_.SetSubstanceLot(summary.Text("LOTNumber"));
+        if (cleaned) {
+            log_->WriteError("%s Control characters of the result are sent as blanks", kPacketTag);
+        }
     }
 
 protected:
-    virtual void FillPatientAndSpecimen(const Row& summary) = 0;
+    virtual void FillPatientAndSpecimen(const MessageRow& summary) = 0;
     /// Units, reference range and user-defined checks.
-    virtual void FillObservation(const Row& summary, const Row& detail, Observation& observation) = 0;
+    virtual void FillObservation(const MessageRow& summary, const MessageRow& detail, Observation& observation) = 0;
 
     /// The beginning of the user-defined checks.
-    static std::string Checks(const Row& summary, const Row& detail) {
-        return std::string(summary.getString("ErrorCode")) + "," + summary.getString("ErrorLevel") + "," +
-               detail.getString("QCFlag");
+    static std::string Checks(const MessageRow& summary, const MessageRow& detail) {
+        return summary.Text("ErrorCode") + "," + summary.Text("ErrorLevel") + "," + detail.Text("QCFlag");
     }
 
     QENFx::Log::FileLog* log_;
@@ -97,23 +130,21 @@ public:
     using ResultMessage::ResultMessage;
 
 private:
-    void FillPatientAndSpecimen(const Row& summary) override {
-        message_.SetPatient(summary.getString("PatientID"), "", "",
-                            CTransferResult::ConvertDate(summary.getString("Birth"), kDate), summary.getString("Sex"),
-                            summary.getString("SpeciesID"), summary.getString("ClientID"),
-                            summary.getString("SpeciesClass"));
-        message_.SetSpecimen(summary.getString("SpecimenType"), "P");
-        message_.SetContainer(summary.getString("SerumIndexHEM"), summary.getString("SerumIndexLIP"),
-                              summary.getString("SerumIndexICT"), summary.getString("ReagentVersion"));
+    void FillPatientAndSpecimen(const MessageRow& summary) override {
+        message_.SetPatient(summary.Text("PatientID"), "", "",
+                            CTransferResult::ConvertDate(summary.Text("Birth"), kDate), summary.Text("Sex"),
+                            summary.Text("SpeciesID"), summary.Text("ClientID"), summary.Text("SpeciesClass"));
+        message_.SetSpecimen(summary.Text("SpecimenType"), "P");
+        message_.SetContainer(summary.Text("SerumIndexHEM"), summary.Text("SerumIndexLIP"),
+                              summary.Text("SerumIndexICT"), summary.Text("ReagentVersion"));
         message_.SetInventory("", "", "", "");
     }
 
-    void FillObservation(const Row& summary, const Row& detail, Observation& observation) override {
-        observation.units = detail.getString("Unit");
+    void FillObservation(const MessageRow& summary, const MessageRow& detail, Observation& observation) override {
+        observation.units = detail.Text("Unit");
         observation.referenceRange =
-            rangeDisabled_ ? "0-0"
-                           : std::string(detail.getString("RefRange_Min")) + "-" + detail.getString("RefRange_Max");
-        const std::string_view age = summary.getString("Age");
+            rangeDisabled_ ? "0-0" : detail.Text("RefRange_Min") + "-" + detail.Text("RefRange_Max");
+        const std::string age = summary.Text("Age");
         observation.userDefinedChecks = Checks(summary, detail) + ",EMPTY,EMPTY,EMPTY,EMPTY,";
         observation.userDefinedChecks += age.empty() ? "EMPTY" : age;
         observation.userDefinedChecks += DynamicRange(detail);
@@ -127,25 +158,25 @@ public:
     using ResultMessage::ResultMessage;
 
 private:
-    void FillPatientAndSpecimen(const Row& summary) override {
-        message_.SetPatient(summary.getString("ControlID"), "", "", "", "", "", "", "");
+    void FillPatientAndSpecimen(const MessageRow& summary) override {
+        message_.SetPatient(summary.Text("ControlID"), "", "", "", "", "", "", "");
         message_.SetSpecimen("Q");
-        message_.SetContainer("", "", "", summary.getString("ReagentVersion"));
-        message_.SetInventory(summary.getString("QCMaterialName"), summary.getString("QCMaterialLevel"),
-                              summary.getString("QCMaterialLotNum"), summary.getString("QCMaterialExpiredDate"));
+        message_.SetContainer("", "", "", summary.Text("ReagentVersion"));
+        message_.SetInventory(summary.Text("QCMaterialName"), summary.Text("QCMaterialLevel"),
+                              summary.Text("QCMaterialLotNum"), summary.Text("QCMaterialExpiredDate"));
     }
 
-    void FillObservation(const Row& summary, const Row& detail, Observation& observation) override {
+    void FillObservation(const MessageRow& summary, const MessageRow& detail, Observation& observation) override {
         // Single precision, as ZELApp computes the limits that it shows.
-        const auto mean = static_cast<float>(detail.getDouble("TargetMean"));
-        const auto deviation = static_cast<float>(detail.getDouble("TargetSD"));
+        const auto mean = static_cast<float>(detail.Number("TargetMean"));
+        const auto deviation = static_cast<float>(detail.Number("TargetSD"));
         char range[128];
         snprintf(range, sizeof(range), "%f-%f", static_cast<double>(mean - deviation),
                  static_cast<double>(mean + deviation));
         observation.referenceRange = range;
-        observation.userDefinedChecks = Checks(summary, detail) + "," + detail.getString("SelectedRule") + "," +
-                                        detail.getString("RuleFlag") + "," + detail.getString("Min") + "," +
-                                        detail.getString("Max") + ",EMPTY" + DynamicRange(detail);
+        observation.userDefinedChecks = Checks(summary, detail) + "," + detail.Text("SelectedRule") + "," +
+                                        detail.Text("RuleFlag") + "," + detail.Text("Min") + "," + detail.Text("Max") +
+                                        ",EMPTY" + DynamicRange(detail);
     }
 };
 
@@ -185,16 +216,17 @@ int CTransferResult::ProcessSendResult(CUDSMsg& request) {
 int CTransferResult::GetResultInfo(std::string& key) {
     static constexpr char kTag[] = "[CTransferResult::GetResultInfo]";
     constexpr std::size_t kPrefix = 2;
-    constexpr std::size_t kLongestRequest = 4096;
-    const std::unique_ptr<FILE, int (*)(FILE*)> file(fopen(kSendToPCFile, "rbe"), &fclose);
+    constexpr std::size_t kLongestRequest = std::size_t{64} * 1024;  // longer than any condition
+    const CDescriptor file = OpenRegularFile(kSendToPCFile, O_NOFOLLOW);
     std::string text(kLongestRequest + 1, '\0');
-    text.resize(file == nullptr ? 0 : fread(text.data(), 1, text.size(), file.get()));
-    if (text.size() <= kPrefix || text.size() > kLongestRequest || text[0] < '0' || text[0] > '9') {
+    const ssize_t count = TEMP_FAILURE_RETRY(read(file.Get(), text.data(), text.size()));
+    text.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
+    if (text.size() < kPrefix || text.size() > kLongestRequest) {
         log_->WriteError("%s Cannot read request file(%s)", kTag, kSendToPCFile);
         return -1;
     }
-    key = text.substr(kPrefix);
-    return text[0] - '0';
+    key = text.substr(kPrefix, text.find('\0', kPrefix) - kPrefix);
+    return static_cast<std::uint8_t>(text[0] - '0');
 }
 
 bool CTransferResult::Send(const std::string& hl7Text) {

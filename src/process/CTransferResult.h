@@ -19,7 +19,8 @@ public:
     int ProcessSendResult(CUDSMsg& request);
 
     /// Reads the request file: one digit for the kind, one separator, and the condition that selects the result in the
-    /// database. Returns the digit's value, or -1 when the file is missing or is no such request.
+    /// database, up to a zero byte. Returns the digit's value (of any other byte some number above 9), or -1 when the
+    /// file names nothing: it is missing, no regular file, shorter than two bytes or longer than 64 KiB.
     [[nodiscard]] int GetResultInfo(std::string& key);
 
     /// Loads a result and builds its message. Returns 0, or -1 with an empty text when the tables cannot be read.

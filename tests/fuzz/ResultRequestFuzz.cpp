@@ -16,9 +16,10 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
 
     std::string key;
     const int kind = CTransferResult().GetResultInfo(key);
-    Require(kind >= -1 && kind <= 9, "a kind is a digit");
-    Require((kind >= 0) == (size > 2 && size <= 4096 && data[0] >= '0' && data[0] <= '9'), "a request is well-formed");
-    Require(kind < 0 || key == Fuzz::Text({data, size}).substr(2), "the condition is taken as it stands");
+    Require((kind >= 0) == (size >= 2 && size <= 65536), "a request names something");
+    Require(size == 0 || kind <= 9 || data[0] < '0' || data[0] > '9', "a kind is a digit");
+    const std::string_view condition = Fuzz::Text({data, size}).substr(std::min<std::size_t>(size, 2));
+    Require(kind < 0 || key == condition.substr(0, condition.find('\0')), "the condition is taken up to a zero byte");
 
     const auto session = std::make_shared<UnitTest::ScriptedSession>();
     auto* monitor = RMUP::Net::CConnectionMonitor::GetInstance();

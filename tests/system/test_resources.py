@@ -6,9 +6,11 @@ import re
 import shutil
 import socket
 import sqlite3
+import struct
 import time
 from collections.abc import Callable
 from contextlib import ExitStack, suppress
+from datetime import datetime, timedelta
 from pathlib import Path
 
 import pytest
@@ -233,7 +235,8 @@ def test_memory_for_threads_runs_out(analyzer: Analyzer, connected_pc: Pc, make_
 
 @pytest.mark.skipif(SANITIZED, reason="a sanitizer and the library that sets the clock do not go together")
 def test_the_clock_is_set(new_analyzer: Analyzer, pc: Pc) -> None:
-    """Nothing that waits, and nothing that takes time, goes by the clock that people set."""
+    """Nothing that waits, and nothing that takes time, goes by the clock that people set; what is written down does, and
+    by the time zone that they set."""
     analyzer = new_analyzer
     clock = analyzer.sandbox.path("/tmp/clock")
 
@@ -260,10 +263,17 @@ def test_the_clock_is_set(new_analyzer: Analyzer, pc: Pc) -> None:
         year = time.gmtime(time.time() + int(offset[:-1]) * 86400).tm_year
         assert text.split("|")[6].startswith(str(year)), "the daemon did not see the new time"
     set_clock("+0")
+    # A zone nine hours ahead, in the format of the zone database.
+    zone = struct.pack(">4s16x6lIBB4s", b"TZif", 0, 0, 0, 0, 1, 4, 9 * 3600, 0, 0, b"HER\0")
+    (analyzer.sandbox.root / "etc/localtime").write_bytes(zone)
+    sent = datetime.strptime(transfer(analyzer, pc).split("|")[6], "%Y%m%d%H%M%S")
+    assert abs(sent - datetime.utcnow() - timedelta(hours=9)) < timedelta(minutes=1)
     start(analyzer, USB)
     wait_until(lambda: "upImgWrite 2" in "".join(analyzer.calls()), 10, "images are written")
     set_clock("-3d")
     succeed(analyzer)
+    ended = datetime.fromisoformat(history(analyzer)[0][1])
+    assert abs(ended - datetime.utcnow() - timedelta(hours=9, days=-3)) < timedelta(minutes=1)
     assert all(re.fullmatch(r"0m [0-9]s\.[0-9]{1,3}", row[2]) for row in history(analyzer)), history(analyzer)
     # Longer than a PC may be silent.
     time.sleep(11)

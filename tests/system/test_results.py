@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import os
 import re
 import sqlite3
 import threading
@@ -128,9 +129,12 @@ def test_a_result_without_a_pc_fails(analyzer: Analyzer) -> None:
 
 
 def test_an_unacknowledged_result_disconnects(analyzer: Analyzer, connected_pc: Pc) -> None:
+    in_its_place = analyzer.sandbox.path("/tmp/rm_send_result_success")
+    in_its_place.mkdir()
     analyzer.zelapp.send_result(CONTROL, f"ResultID = {CONTROL_ID}")
     connected_pc.receive_result(acknowledge=False)
     analyzer.zelapp.expect(ResultFailed)
+    in_its_place.rmdir()
     assert not analyzer.synced("Ctrl", CONTROL_ID)
     wait_until(lambda: not connected_pc.scan().active, 5, "the status is 0")
     assert transfer(analyzer, connected_pc, CONTROL, CONTROL_ID)
@@ -148,15 +152,17 @@ def test_a_result_too_long_for_a_packet_fails(analyzer: Analyzer, connected_pc: 
     assert "P-4711" in transfer(analyzer, connected_pc, PATIENT_KIND, PATIENT_ID)
 
 
-def test_empty_columns_and_delimiters_in_values(analyzer: Analyzer, connected_pc: Pc) -> None:
+def test_empty_columns_and_what_means_something_in_values(analyzer: Analyzer, connected_pc: Pc) -> None:
+    """Catches a text of the database that is changed, or that begins a segment of its own."""
     with analyzer.database() as database:
-        insert(database, "Tb_Result_Summary", {"ResultID": 20, "PatientID": "a^b&c|d'\";--%s%n", "Birth": "1975",
-                                               "Date": "2023-05-17"})
-        insert(database, "Tb_Result_Data", {"ResultID": 20})
+        insert(database, "Tb_Result_Summary", {"ResultID": 20, "PatientID": "a^b&c|d'\";--%s%n\x7fé\rZZZ|x\n\t\x01",
+                                               "Birth": "1975", "Date": "2023-05-17"})
+        insert(database, "Tb_Result_Data", {"ResultID": 20, "QCFlag": "0\rOBX"})
     sent = segments(transfer(analyzer, connected_pc, PATIENT_KIND, 20))
-    assert sent[1] == "PID|||a^b&c|d'\";--%s%n||^^^^^^L"
+    assert sent[1] == "PID|||a^b&c|d'\";--%s%n\x7fé ZZZ|x   ||^^^^^^L"
     assert sent[-1] == "SID|"
-    assert sent[-2] == "OBX|1||^^LN||||-||||F||,,,EMPTY,EMPTY,EMPTY,EMPTY,EMPTY|||||^Kelvora~^Kelvora|20230517"
+    assert sent[-2] == "OBX|1||^^LN||||-||||F||,,0 OBX,EMPTY,EMPTY,EMPTY,EMPTY,EMPTY|||||^Kelvora~^Kelvora|20230517"
+    assert analyzer.daemon.log().count("Control characters of the result are sent as blanks") == 1
 
 
 class Acknowledging:
@@ -185,22 +191,42 @@ class Acknowledging:
         self._thread.join()
 
 
-@pytest.mark.parametrize("content", [None, b"", b"1", b"1,", b"\xff\xff\xff\xff", b"1,ResultID = ", b"2,no such column",
-                                     b"1,ResultID = 4444", b"1;" + b"x" * 70000])
-def test_a_bad_request_file_serves_the_next_request(analyzer: Analyzer, connected_pc: Pc,
-                                                    content: bytes | None) -> None:
-    if content is None:
-        analyzer.sandbox.path(REQUEST_FILE).unlink(missing_ok=True)
-    else:
-        analyzer.zelapp.write_request(content)
-    with Acknowledging(connected_pc):
-        analyzer.zelapp.send(0x0510, b"\0\1")
-        deadline = time.monotonic() + 10
-        while not isinstance(analyzer.zelapp.receive(max(deadline - time.monotonic(), 0.1)), ResultSent | ResultFailed):
-            pass
-    assert analyzer.rows("SELECT ResultID FROM Tb_Result_Summary WHERE PCSync = 1") == []
-    assert analyzer.rows("SELECT ResultID FROM Tb_Ctrl_Summary WHERE PCSync = 1") == []
-    assert "P-4711" in transfer(analyzer, connected_pc, PATIENT_KIND, PATIENT_ID)
+def test_bad_request_files(analyzer: Analyzer, connected_pc: Pc) -> None:
+    """Catches a request that is refused or believed beyond what it says, and one that stops the next."""
+    request, nothing = analyzer.sandbox.path(REQUEST_FILE), list[bytes]()
+    cases = [(b"", nothing), (b"1", nothing), (b"1;" + b"x" * 70000, nothing),
+             *((content, [b""]) for content in (b"1,", b"1,\0ResultID = 12", b"1,ResultID = ", b"2,no such column",
+                                                b"\xff\xff\xff\xff")),
+             (b"1,ResultID = 4444", [HEADER.encode()])]
+    request.unlink(missing_ok=True)
+    with Acknowledging(connected_pc) as pc:
+        def check(what: str, expected: list[bytes]) -> None:
+            pc.texts.clear()
+            analyzer.zelapp.send(0x0510, b"\0\1")
+            deadline = time.monotonic() + 10
+            while not isinstance(report := analyzer.zelapp.receive(max(deadline - time.monotonic(), 0.1)),
+                                 ResultSent | ResultFailed):
+                pass
+            assert isinstance(report, ResultSent) == bool(expected), what
+            assert [re.sub(rb"\d{14}", b"<time>", text.rstrip(b"\r")) for text in pc.texts] == expected, what
+
+        check("no file", nothing)
+        os.mkfifo(request)
+        check("a FIFO", nothing)
+        request.unlink()
+        request.symlink_to("/data/config/config_zelrm.cfg")
+        check("a link", nothing)
+        request.unlink()
+        for content, expected in cases:
+            analyzer.zelapp.write_request(content)
+            check(repr(content[:20]), expected)
+    for kind in ("Result", "Ctrl"):
+        assert analyzer.rows(f"SELECT ResultID FROM Tb_{kind}_Summary WHERE PCSync = 1") == []
+    analyzer.zelapp.write_request(b"1,ResultID = 12\0 or what stood there before")
+    analyzer.zelapp.send(0x0510, b"\0\1")
+    assert "P-4711" in connected_pc.receive_result()
+    analyzer.zelapp.expect(ResultSent)
+    assert analyzer.synced("Result", PATIENT_ID)
 
 
 @pytest.mark.parametrize("table,line", [

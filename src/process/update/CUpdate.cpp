@@ -222,6 +222,7 @@ int CUpdate::WriteUpdate() {
 void CUpdate::RecordHistory() {
     const std::time_t end = std::time(nullptr);
     tm local{};
+    tzset();  // localtime_r may keep the zone that the device had before
     localtime_r(&end, &local);
     char completeTime[128] = "";
     strftime(completeTime, sizeof(completeTime), "%F %T", &local);

@@ -1,4 +1,5 @@
 #include <poll.h>
+#include <sys/stat.h>
 
 #include "SessionTest.h"
 #include "net/CResultMarker.h"
@@ -58,6 +59,11 @@ TEST_F(TCPSendTest, AResultWaitsForItsAcknowledgement) {
     CResultMarker::Create();
     EXPECT_EQ(other.SendErrorMessage(0x41, 0x07, 0x000E), 0);
     EXPECT_FALSE(std::filesystem::exists(kMarker));
+
+    ASSERT_EQ(mkfifo(kMarker, 0666), 0);
+    EXPECT_FALSE(CResultMarker::Exists()) << "only a file is a marker";
+    CResultMarker::Create();
+    EXPECT_TRUE(CResultMarker::Exists());
 }
 
 // Fault: the rest of a partly sent packet sent in the place of the whole one, or bytes counted wrongly.

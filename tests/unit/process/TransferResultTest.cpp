@@ -22,22 +22,3 @@ TEST_F(TransferResultTest, ConvertsDates) {
     }
     EXPECT_EQ(CTransferResult::ConvertDate(date.substr(0, 9), 1) + CTransferResult::ConvertDate("", 2), "");
 }
-
-// Faults: a request made of what an empty, foreign or cut file leaves behind, a memory filled by a huge one.
-TEST_F(TransferResultTest, ReadsRequestFiles) {
-    std::string key = "unchanged";
-    EXPECT_EQ(CTransferResult().GetResultInfo(key), -1);
-    for (const std::string& content :
-         {std::string(), std::string("1"), std::string("1 "), std::string("x ResultID = 1"), std::string(" 1"),
-          "1 " + std::string(4095, 'k'), "1 " + std::string(1 << 20, 'k')}) {
-        WriteFile("/tmp/sendtopc.data", content);
-        EXPECT_EQ(CTransferResult().GetResultInfo(key), -1) << content.substr(0, 20);
-    }
-    EXPECT_EQ(key, "unchanged");
-    EXPECT_EQ(Logged("ERROR [CTransferResult::GetResultInfo] Cannot read request file(/tmp/sendtopc.data)"), 8);
-    WriteFile("/tmp/sendtopc.data", "1\nResultID = 12");
-    EXPECT_EQ(CTransferResult().GetResultInfo(key), 1);
-    EXPECT_EQ(key, "ResultID = 12");
-    WriteFile("/tmp/sendtopc.data", "0;" + std::string(4094, 'k'));
-    EXPECT_EQ(CTransferResult().GetResultInfo(key), 0);
-}
