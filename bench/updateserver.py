@@ -47,19 +47,32 @@ def update_info(model: str, files: dict[int, bytes], versions: dict[int, str] | 
                              for image, data in files.items()}})
 
 
-class UpdateServer:
-    """The server at the address that the update server's name stands for: nginx, or the bench's own without it."""
+# Reads a file while it sends it, so that an answer to HTTP/1.1 comes in chunks.
+NODE = """
+require('http').createServer((request, answer) => {
+    require('fs').createReadStream(process.argv[1] + request.url).pipe(answer);
+}).listen(process.argv[3], process.argv[2]);
+"""
 
-    def __init__(self, sandbox: Sandbox):
+
+class UpdateServer:
+    """The server at the address that the update server's name stands for: nginx, or the bench's own without it.
+
+    Asked for by name, it may be "node", which keeps no list of its requests, or "the bench's own".
+    """
+
+    def __init__(self, sandbox: Sandbox, name: str = "nginx"):
         self._sandbox = sandbox
         self._address = (SERVER_ADDRESS, sandbox.laboratory.server_port)
         self.directory = sandbox.root / "server"
         self.root = self.directory / "www"
         self.root.mkdir(parents=True)
-        program = nginx_path()
-        self.name = "nginx" if program else "the bench's own"
-        if program:
-            self._start_nginx(program)
+        nginx = nginx_path()
+        self.name = name if name != "nginx" or nginx else "the bench's own"
+        if self.name == "node":
+            self._start("node", "-e", NODE, str(self.root), *map(str, self._address))
+        elif self.name == "nginx" and nginx:
+            self._start_nginx(nginx)
         else:
             listener = sandbox.socket(socket.SOCK_STREAM, self._address, listen=16)
             HttpServer(listener, self.root, self.directory / "access.log")
@@ -67,14 +80,16 @@ class UpdateServer:
     def _start_nginx(self, program: str) -> None:
         address, port = self._address
         (self.directory / "nginx.conf").write_text(NGINX.format(directory=self.directory, address=address, port=port))
+        self._start(program, "-e", f"{self.directory}/error.log", "-c", f"{self.directory}/nginx.conf")
+
+    def _start(self, *command: str) -> None:
         with open(self.directory / "output", "wb") as output:
-            self._process = self._sandbox.pc.spawn([program, "-e", f"{self.directory}/error.log", "-c",
-                                                    f"{self.directory}/nginx.conf"], output, output)
-        wait_until(self._serves, 10, "nginx takes connections")
+            self._process = self._sandbox.pc.spawn(list(command), output, output)
+        wait_until(self._serves, 10, f"{command[0]} takes connections")
 
     def _serves(self) -> bool:
         if self._process.poll() is not None:
-            raise RuntimeError(f"nginx ended: {(self.directory / 'output').read_text()}")
+            raise RuntimeError(f"{self.name} ended: {(self.directory / 'output').read_text()}")
         with self._sandbox.socket(socket.SOCK_STREAM) as probe:
             return probe.connect_ex(self._address) == 0
 

@@ -24,19 +24,18 @@ bool CHttpConnection::Send(const std::string& request) {
 ssize_t CHttpConnection::Fill(std::span<std::uint8_t> buffer) {
     ssize_t count = -1;
     do {
-        if (deadline_) {
-            const auto left =
-                std::chrono::duration_cast<std::chrono::milliseconds>(*deadline_ - std::chrono::steady_clock::now());
-            if (!WaitReadable(left)) {
-                return -1;
-            }
+        const auto begun = std::chrono::steady_clock::now();
+        if (!WaitReadable()) {
+            return -1;
         }
         count = recv(socket_.Get(), buffer.data(), buffer.size(), 0);
+        limit_.Count(std::chrono::steady_clock::now() - begun, count > 0 ? static_cast<std::size_t>(count) : 0);
     } while (count < 0 && errno == EINTR);
     return count;
 }
 
-bool CHttpConnection::WaitReadable(std::chrono::milliseconds left) {
+bool CHttpConnection::WaitReadable() {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(limit_.Left());
     if (left.count() <= 0) {
         errno = ETIMEDOUT;
         return false;
@@ -44,7 +43,7 @@ bool CHttpConnection::WaitReadable(std::chrono::milliseconds left) {
     pollfd readable{socket_.Get(), POLLIN, 0};
     const int ready = poll(&readable, 1, static_cast<int>(std::min(left, kSilence).count()));
     if (ready == 0) {
-        errno = EAGAIN;
+        errno = left < kSilence ? ETIMEDOUT : EAGAIN;
     }
     // An interrupted wait is told by the receiving that follows.
     return ready > 0 || (ready < 0 && errno == EINTR);

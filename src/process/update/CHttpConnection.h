@@ -1,36 +1,34 @@
 #pragma once
 
-#include <chrono>
-#include <optional>
 #include <string>
 
 #include "common/CDescriptor.h"
 #include "process/update/CByteSource.h"
+#include "process/update/CReceiveLimit.h"
 
 namespace RMUP::Process {
 
 /// A connection to the update server, as a source of the bytes that come from it.
 class CHttpConnection : public CByteSource {
 public:
-    /// Takes the connected socket, whose timeouts are set.
-    explicit CHttpConnection(CDescriptor socket) : socket_(std::move(socket)) {}
+    /// Takes the connected socket, whose timeouts are set, and what is demanded of the server from now on.
+    CHttpConnection(CDescriptor socket, const CReceiveLimit& limit) : socket_(std::move(socket)), limit_(limit) {}
 
     /// Sends the whole request in one piece. False when that failed.
     [[nodiscard]] bool Send(const std::string& request);
 
-    /// From now on receiving fails once so much time has passed, however much trickles in.
-    void LimitTime(std::chrono::seconds time) { deadline_ = std::chrono::steady_clock::now() + time; }
-    void UnlimitTime() { deadline_.reset(); }
+    /// What is demanded of the server from now on; a receiving that breaks it fails with ETIMEDOUT.
+    void SetLimit(const CReceiveLimit& limit) { limit_ = limit; }
 
 protected:
     ssize_t Fill(std::span<std::uint8_t> buffer) override;
 
 private:
     /// False with errno when nothing came in time.
-    [[nodiscard]] bool WaitReadable(std::chrono::milliseconds left);
+    [[nodiscard]] bool WaitReadable();
 
     CDescriptor socket_;
-    std::optional<std::chrono::steady_clock::time_point> deadline_;
+    CReceiveLimit limit_;
 };
 
 }  // namespace RMUP::Process

@@ -14,6 +14,7 @@
 #include "process/update/CHttpConnection.h"
 #include "process/update/COutputFile.h"
 #include "process/update/CUpdateSlot.h"
+#include "process/update/HttpResponse.h"
 #include "process/update/UpdateFile.h"
 #include "process/update/UpdateMessages.h"
 
@@ -131,9 +132,12 @@ private:
                                    bool section, Images& images);
     [[nodiscard]] int DownloadQCMaterialXML(CHttpConnection& connection, const char* targetPath);
 
-    /// Reads the header of a response that carries a document, and its length.
-    [[nodiscard]] int ReadDocumentHeader(CHttpConnection& connection, std::size_t& length, const char* tag);
-    void LogBodyFailure(const char* tag);
+    /// Asks for a document and reads it.
+    [[nodiscard]] int DownloadDocument(CHttpConnection& connection, const char* path, std::string& body,
+                                       const char* tag);
+
+    /// Reads the header of a response that carries a document, and where that ends.
+    [[nodiscard]] int ReadDocumentHeader(CHttpConnection& connection, HttpEnd& end, const char* tag);
 
     // Writing
     [[nodiscard]] int WriteImage(Images& images);

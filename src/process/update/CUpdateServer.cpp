@@ -57,7 +57,7 @@ CUpdate::Connection CUpdate::ConnectUpdateServer() {
         return nullptr;
     }
     log_->WriteInfo("%s Connect success", kTag);
-    return std::make_unique<CHttpConnection>(std::move(socket));
+    return std::make_unique<CHttpConnection>(std::move(socket), kHeaderLimit);
 }
 
 int CUpdate::SendRequest(CHttpConnection& connection, const std::string& request, const char* tag) {
@@ -68,17 +68,35 @@ int CUpdate::SendRequest(CHttpConnection& connection, const std::string& request
     return 0;
 }
 
-int CUpdate::ReadDocumentHeader(CHttpConnection& connection, std::size_t& length, const char* tag) {
+int CUpdate::DownloadDocument(CHttpConnection& connection, const char* path, std::string& body, const char* tag) {
+    HttpEnd end;
+    if (SendRequest(connection, MakeServerRequest(path, kHttp11), tag) != 0 ||
+        ReadDocumentHeader(connection, end, tag) != 0) {
+        return -1;
+    }
+    connection.SetLimit(kBodyLimit);
+    switch (ReadHttpBody(connection, end, body)) {
+        case HttpBody::kWhole:
+            return 0;
+        case HttpBody::kInvalid:
+            log_->WriteError("%s Invalid contents length", tag);
+            break;
+        case HttpBody::kLost:
+            log_->WriteError(errno == 0 ? "%s Peer connection shutdown" : "%s Cannot receive data", tag);
+            break;
+    }
+    return -1;
+}
+
+int CUpdate::ReadDocumentHeader(CHttpConnection& connection, HttpEnd& end, const char* tag) {
     log_->WriteInfo("%s Download HTTP header start", tag);
     std::string header;
-    connection.LimitTime(kServerHeaderTime);
     if (!ReadHttpHeader(connection, header)) {
         log_->WriteError("%s recv fail", tag);
         return -1;
     }
-    connection.UnlimitTime();
     log_->WriteInfo("%s HTTP header receive complete", tag);
-    const HttpLength found = ParseContentLength(header, length);
+    const HttpLength found = ParseLength(header, end);
     if (found == HttpLength::kMissing || IsHttpRefusal(header)) {
         log_->WriteError("%s Invalid HTTP header received", tag);
         return -1;
@@ -90,23 +108,9 @@ int CUpdate::ReadDocumentHeader(CHttpConnection& connection, std::size_t& length
     return 0;
 }
 
-void CUpdate::LogBodyFailure(const char* tag) {
-    if (errno == 0) {
-        log_->WriteError("%s Peer connection shutdown", tag);
-    } else {
-        log_->WriteError("%s Cannot receive data", tag);
-    }
-}
-
 int CUpdate::DownloadUpdateInfoXML(CHttpConnection& connection, std::string& text) {
     static constexpr char kTag[] = "[CUpdate::DownloadUpdateInfoXML]";
-    std::size_t length = 0;
-    if (SendRequest(connection, MakeServerRequest(kInfoPath, kHttp11), kTag) != 0 ||
-        ReadDocumentHeader(connection, length, kTag) != 0) {
-        return -1;
-    }
-    if (!ReadHttpBody(connection, length, text)) {
-        LogBodyFailure(kTag);
+    if (DownloadDocument(connection, kInfoPath, text, kTag) != 0) {
         return -1;
     }
     // The document is a text: it ends at a zero byte.
@@ -117,9 +121,10 @@ int CUpdate::DownloadUpdateInfoXML(CHttpConnection& connection, std::string& tex
 int CUpdate::DownloadQCMaterialXML(CHttpConnection& connection, const char* targetPath) {
     static constexpr char kTag[] = "[CUpdate::DownloadQCMaterialXML]";
     const char* path = device_->GetModelType() == kVeterinaryModel ? kQCPathVeterinary : kQCPathHuman;
-    std::size_t length = 0;
-    if (SendRequest(connection, MakeServerRequest(path, kHttp11), kTag) != 0 ||
-        ReadDocumentHeader(connection, length, kTag) != 0) {
+    // The document of an earlier download must not pass for this one.
+    remove(targetPath);
+    std::string body;
+    if (DownloadDocument(connection, path, body, kTag) != 0) {
         return -1;
     }
     COutputFile file(targetPath);
@@ -127,18 +132,7 @@ int CUpdate::DownloadQCMaterialXML(CHttpConnection& connection, const char* targ
         log_->WriteError("%s New file open error", kTag);
         return -1;
     }
-    bool written = true;
-    for (std::size_t left = length; left > 0 && written;) {
-        const auto piece = connection.Take(left);
-        if (piece.empty()) {
-            LogBodyFailure(kTag);
-            remove(targetPath);
-            return -1;
-        }
-        written = file.Write(piece);
-        left -= piece.size();
-    }
-    if (!written || !file.Close()) {
+    if (!file.Write({reinterpret_cast<const std::uint8_t*>(body.data()), body.size()}) || !file.Close()) {
         log_->WriteError("%s file write error: %s", kTag, strerror(errno));
         remove(targetPath);
         return -1;

@@ -33,7 +33,8 @@ int CUpdate::DownloadImageFromNet(int index, Images& images) {
         return -1;
     }
     ImageInfo& image = images[static_cast<std::size_t>(index)];
-    const std::string request = MakeServerRequest(image.ServerPath, index == kSYSImage ? kHttp10 : kHttp11);
+    // The protocol version that has no answers in pieces: the body must be the image and nothing else.
+    const std::string request = MakeServerRequest(image.ServerPath, kHttp10);
     log_->WriteInfo("%s Send to update server: %s", kTag, request.c_str());
     if (SendRequest(*connection, request, kTag) != 0 || RemoveReceivingHeader(*connection) != 0) {
         return -1;
@@ -65,12 +66,11 @@ int CUpdate::DownloadImageFromNet(int index, Images& images) {
 int CUpdate::RemoveReceivingHeader(CHttpConnection& connection) {
     static constexpr char kHeaderTag[] = "[CUpdate::RemoveReceivingHeader]";
     std::string header;
-    connection.LimitTime(kServerHeaderTime);
     if (!ReadHttpHeader(connection, header)) {
         log_->WriteError("%s recv error during HTTP header", kHeaderTag);
         return -1;
     }
-    connection.UnlimitTime();
+    connection.SetLimit(kBodyLimit);
     return 0;
 }
 
@@ -143,7 +143,7 @@ int CUpdate::DownloadToFile(CHttpConnection& connection, int index, bool section
         return -1;
     }
     if (section) {
-        images[kSYSImage].Download += kUpdateHeaderSize;
+        AddBytes(images[kSYSImage].Download, kUpdateHeaderSize);
     }
     log_->WriteInfo("%s %s file copy complete", kTag, image.RawPath.c_str());
     return 0;
@@ -166,9 +166,9 @@ int CUpdate::DownloadFile(CHttpConnection& connection, COutputFile& file, std::i
         }
         left -= piece.size();
         ForEachChunk(piece.size(), [&](std::int32_t count) {
-            image.Download += count;
+            AddBytes(image.Download, count);
             if (section) {
-                images[kSYSImage].Download += count;
+                AddBytes(images[kSYSImage].Download, count);
             }
             log_->WriteInfo("%s Type(%d) Downloaded size: %d", kFileTag, index, image.Download.load());
             SendUDSUpdateStatus(images);

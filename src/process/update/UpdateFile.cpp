@@ -1,6 +1,7 @@
 #include "process/update/UpdateFile.h"
 
 #include <algorithm>
+#include <limits>
 #include <string_view>
 #include <utility>
 
@@ -118,6 +119,11 @@ int CoupleRelease(ImageInfos& images) {
     return 2;
 }
 
+void AddBytes(std::atomic<std::int32_t>& counter, std::int64_t bytes) {
+    constexpr std::int64_t kMost = std::numeric_limits<std::int32_t>::max();
+    counter = static_cast<std::int32_t>(std::min(counter + bytes, kMost));
+}
+
 int ProgressOf(std::int32_t received, std::int32_t written, std::int32_t size) {
     if (size <= 0) {
         return 0;
@@ -148,7 +154,7 @@ bool RaiseProgress(ImageInfos& images) {
 std::array<std::uint8_t, kVersionSize> VersionField(const Version& version) {
     std::array<std::uint8_t, kVersionSize> field{};
     const std::string text = version.getVersion();
-    std::copy_n(text.begin(), std::min(text.size(), field.size() - 1), field.begin());
+    std::copy_n(text.begin(), std::min(text.size(), field.size()), field.begin());
     return field;
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -119,6 +120,10 @@ int CoupleRelease(ImageInfos& images);
 /// The images whose progress is reported, in the order of the report.
 inline constexpr std::array<int, 4> kReportedImages = {kAppImage, kDSPImage, kXMLImage, kSYSImage};
 
+/// Adds to an image's bytes received or written, which one thread counts at a time. The sum of a package's sections may
+/// be more than the field holds; it stays at the most then.
+void AddBytes(std::atomic<std::int32_t>& counter, std::int64_t bytes);
+
 /// Percent of an image's update: receiving is one fifth of it, writing four fifths. 0 for an image without size.
 [[nodiscard]] int ProgressOf(std::int32_t received, std::int32_t written, std::int32_t size);
 
@@ -126,7 +131,8 @@ inline constexpr std::array<int, 4> kReportedImages = {kAppImage, kDSPImage, kXM
 /// changes. No recorded progress ever falls.
 [[nodiscard]] bool RaiseProgress(ImageInfos& images);
 
-/// Puts a version's text into a field of the PC's, ZELApp's and the device library's making: 16 bytes, padded with NUL.
+/// Puts a version's text into a field of the PC's, ZELApp's and the device library's making: 16 bytes, padded
+/// with NUL; a text of 16 characters or more fills it.
 [[nodiscard]] std::array<std::uint8_t, kVersionSize> VersionField(const QENFx::Common::Version& version);
 
 /// The version in such a field. What is not a version reads as 0.00.00.0000.
