@@ -11,6 +11,7 @@ from __future__ import annotations
 
 import hashlib
 import io
+import stat
 import struct
 import zipfile
 import zlib
@@ -159,6 +160,9 @@ def archive_problems(data: bytes) -> list[str]:
                 return ["the archive is encrypted"]
             if any(member.compress_type not in UNZIP_METHODS for member in archive.infolist()):
                 return ["the archive is compressed by another method than deflate"]
+            kinds = {stat.S_IFMT(member.external_attr >> 16) for member in archive.infolist()}
+            if not kinds <= {0, stat.S_IFREG, stat.S_IFDIR}:
+                return ["the archive holds a link or a special file"]
             damaged = archive.testzip()
             outside = [name for name in archive.namelist() if name.startswith("/") or ".." in name.split("/")]
     except (zipfile.BadZipFile, zlib.error, EOFError, NotImplementedError) as error:

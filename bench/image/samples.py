@@ -6,6 +6,7 @@ import array
 import io
 import sys
 import zipfile
+from typing import Any
 
 from bench.image.catalogue import SYS, XML
 
@@ -18,8 +19,8 @@ def pattern(size: int, seed: int = 0) -> bytes:
     return words.tobytes()[:size]
 
 
-def archive(files: dict[str, bytes]) -> bytes:
-    """A zip archive, as an XML image carries it."""
+def archive(files: dict[Any, bytes]) -> bytes:
+    """A zip archive, as an XML image carries it, of files under their names or zipfile's entries."""
     buffer = io.BytesIO()
     with zipfile.ZipFile(buffer, "w", zipfile.ZIP_DEFLATED) as zipped:
         for name, content in files.items():

@@ -20,6 +20,7 @@
 #include "net/CUDSMsg.h"
 #include "net/CUDSServer.h"
 #include "net/UDSMessageId.h"
+#include "process/update/XmlBank.h"
 
 using RMUP::Net::CConnectionMonitor;
 using RMUP::Net::CTCPListener;
@@ -78,6 +79,7 @@ int ZELRmUp::Run(int /*argc*/, char* /*argv*/[]) {
 
     StartUDSServer();
     device_->Initialize();
+    RMUP::Process::XmlBank::NoteRunning();
     CUDSServer::GetInstance()->Serve();
     StartUDPServer();
     StartTCPListener();

@@ -1,6 +1,9 @@
 #include "process/update/UpdateFile.h"
 
+#include <sys/mman.h>
+
 #include "fuzz/Fuzz.h"
+#include "process/update/XmlArchive.h"
 #include "unit/update/UpdateFiles.h"
 
 using namespace RMUP::Process;
@@ -11,14 +14,23 @@ namespace {
 
 /// The longest version texts do not fit the field of the protocols and are cut there.
 void CheckVersion(const QENFx::Common::Version& version) {
-    Require(std::string_view(version.getVersion()).size() >= kVersionSize ||
+    Require(std::string_view(version.getVersion()).size() > kVersionSize ||
                 ParseVersionField(VersionField(version)) == version,
             "a version survives its field");
 }
 
+/// The list of an archive's entries, where there is one.
+void CheckArchive(std::string_view bytes) {
+    const CDescriptor file(memfd_create("archive", MFD_CLOEXEC));
+    Require(write(file.Get(), bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()), "there is memory");
+    CFileSource archive(("/proc/self/fd/" + std::to_string(file.Get())).c_str());
+    Require(MayBeUnpacked(archive) || bytes.find("PK\5\6") != std::string_view::npos, "only an archive is refused");
+}
+
 }  // namespace
 
-/// The header and the package block of an update file, from a source that gives pieces of the size of the first byte.
+/// The header, the package block and the archive of an update file, from a source that gives pieces of the size of the
+/// first byte.
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Fuzz::Bytes input(data, size);
     const std::size_t piece = Fuzz::TakeByte(input) + std::size_t{1};
@@ -49,5 +61,6 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     CheckVersion(block.versions.app);
     CheckVersion(block.versions.sys);
     CheckVersion(block.versions.xml);
+    CheckArchive(Fuzz::Text(input));
     return 0;
 }

@@ -2,13 +2,16 @@
 
 from __future__ import annotations
 
+import struct
 import time
+from zipfile import ZipInfo
+from zlib import crc32
 
 import pytest
 
 from bench.analyzer import Analyzer
 from bench.daemon import wait_until
-from bench.image import APP, DSP, KERNEL, QTE, ROOTFS, SYS, XML, make, make_sys, pattern
+from bench.image import APP, DSP, KERNEL, QTE, ROOTFS, SYS, XML, archive, make, make_sys, pattern
 from bench.zelapp import NothingToUpdate, UpdateStarts
 from updates import (BLOCK, MOUNT_ERROR, NEW, NEWER, OLD, PACKAGE_ERROR, USB, USB_ERROR, WRITE_ERROR, XML_FILES,
                      announced, check_nothing_open, check_updated, contents, device_calls, fail, header_with, history,
@@ -60,6 +63,26 @@ def test_a_whole_release(new_analyzer: Analyzer, model: str, active: int, has_lo
     check_nothing_open(analyzer)
 
 
+def test_the_calibration_that_ran_is_kept(analyzer: Analyzer) -> None:
+    """Catches a backup that gives way to what an archive brought, or that stays when that has run."""
+    bank = analyzer.sandbox.path("/data/xml_bank/2nd")
+    (bank / "chip_cal/factor").write_text("ran")
+    kept = {"first": "ran", "second": "ran", "third, the service was started again": "ran",
+            "fourth, the device was, twice": "third, the service was started again"}
+    for running, (brought, backup) in zip(([], [], [0], [1, 0]), kept.items()):
+        for partition in running:
+            analyzer.daemon.stop()
+            analyzer.zelapp.close()
+            (analyzer.device / "active").write_text(str(partition))
+            analyzer.start()
+        data = archive({"chip_cal/factor": brought.encode()})
+        insert_stick(analyzer, release() | {XML: make(XML, "human", NEW, data)})
+        start(analyzer, USB)
+        succeed(analyzer)
+        found = [(bank / name / "factor").read_text() for name in ("chip_cal_bak", "chip_cal")]
+        assert found == [backup, brought]
+
+
 def test_what_is_only_asked_for_or_not_newer_is_not_written(analyzer: Analyzer) -> None:
     """Catches a question (mode 1) that writes, a wrong comparison, and a release whose parts are not kept together."""
     before = record(analyzer)
@@ -96,15 +119,17 @@ def test_equal_versions_are_written_again_but_for_the_boot_loader(analyzer: Anal
 
 
 def test_a_dsp_image_alone(analyzer: Analyzer) -> None:
-    """Catches a partition that is switched for nothing, and a version text from a stick that reaches SQL as it is."""
-    for version, recorded in ((NEW, NEW), ("0');DELETE FROM", "0.00.00.0000")):
+    """Catches a partition that is switched for nothing, a version text from a stick that reaches SQL as it is, and one
+    that fills its 16 bytes cut."""
+    full = "100.101.102.1030"
+    for version, recorded in ((NEW, NEW), ("0');DELETE FROM", "0.00.00.0000"), (full, full)):
         insert_stick(analyzer, {DSP: replace(release()[DSP], 8, version.encode().ljust(16, b"\0"))})
         start(analyzer, USB)
         messages, progress = succeed(analyzer)
         assert announced(messages) == [(DSP, recorded)] and progress == {DSP: 100}
         assert history(analyzer)[-1][3:] == ("0.00.00.0000", recorded, "USB") and history(analyzer)[-1][0] == ""
         assert analyzer.read_device("versions.cfg")["DSP"] == recorded
-    assert len(history(analyzer)) == 2 and not written(analyzer) and not (analyzer.device / "next").exists()
+    assert len(history(analyzer)) == 3 and not written(analyzer) and not (analyzer.device / "next").exists()
     assert not {"getActiveIndex", "changeUpActiveIndex"} & set(device_calls(analyzer))
 
 
@@ -116,6 +141,29 @@ def test_bad_sticks(analyzer: Analyzer) -> None:
 
     def package(*sections: bytes) -> dict[int, bytes]:
         return good | {SYS: make_sys("human", NEW, list(sections))}
+
+    def xml(data: bytes) -> dict[int, bytes]:
+        return good | {XML: make(XML, "human", NEW, data)}
+
+    def entry(name: str, mode: int, extra: bytes = b"") -> bytes:
+        made = ZipInfo(name)
+        made.create_system, made.external_attr, made.extra = 3, mode << 16, extra
+        return archive({made: b"/data/config"})
+
+    plain = archive({"a": b"a"})
+    # A mode in an extra field, which counts where the entry has none.
+    field = struct.pack("<HIHH12s", 0o120777, 12, 0, 0, b"/data/config")
+    hidden = entry("l", 0o100000, struct.pack("<HHI", 0x756E, 4 + len(field), crc32(field)) + field)
+    archives = {
+        "a link": entry("l", 0o120777),
+        "a hidden link": replace(hidden, hidden.rindex(b"PK\1\2") + 38, bytes(4)),
+        "a FIFO": entry("p", 0o010644),
+        "an absolute path": entry("/data/log/x", 0o100644),
+        "a path outside": entry("a/../../x", 0o100644),
+        "something before the archive": b"x" + plain,
+        "a list that is longer than told": replace(plain, len(plain) - 14, bytes(4)),
+        "another list than unzip's": replace(plain, len(plain) - 42, b"PK\6\7"),
+    }
 
     cases = [
         ("no files", {}, USB_ERROR, "Update file does not exist."),
@@ -137,6 +185,7 @@ def test_bad_sticks(analyzer: Analyzer) -> None:
         ("three sections", package(boot, kernel, rootfs), USB_ERROR, "[CUpdate::CopyContentsFromUSB] file read error"),
         ("a section beyond the end", package(boot, kernel, qte, header_with(rootfs, 1 << 30)), USB_ERROR,
          "4 retry, but file read error occured"),
+        *((what, xml(data), WRITE_ERROR, "what is not to be unpacked") for what, data in archives.items()),
     ]
     before = record(analyzer)
     for what, files, error, line in cases:
@@ -148,8 +197,12 @@ def test_bad_sticks(analyzer: Analyzer) -> None:
         check_nothing_open(analyzer)
     assert record(analyzer) == before and not written(analyzer)
 
-    # Sections are told by their magic, and an APP image of the time before package versions is taken.
-    files = package(qte, rootfs, kernel, boot) | {APP: make(APP, "human", NEW, pattern(BLOCK - 1, APP << 28))}
+    assert analyzer.sandbox.path("/data/xml_bank/2nd/chip_cal").exists(), "the calibration was moved"
+
+    # Sections are told by their magic, an APP image of the time before package versions is taken, and unpacking may
+    # fail.
+    files = package(qte, rootfs, kernel, boot) | {APP: make(APP, "human", NEW, pattern(BLOCK - 1, APP << 28)),
+                                                  XML: make(XML, "human", NEW, b"no archive")}
     insert_stick(analyzer, files)
     start(analyzer, USB)
     succeed(analyzer)

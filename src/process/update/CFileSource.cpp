@@ -1,13 +1,20 @@
 #include "process/update/CFileSource.h"
 
-#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 
+#include "common/RegularFile.h"
+
 namespace RMUP::Process {
 
-CFileSource::CFileSource(const char* path) : file_(open(path, O_RDONLY | O_CLOEXEC)) {}
+CFileSource::CFileSource(const char* path) : file_(OpenRegularFile(path)) {}
+
+off_t CFileSource::Size() const {
+    struct stat status {};
+    return fstat(file_.Get(), &status) == 0 ? status.st_size : -1;
+}
 
 off_t CFileSource::Tell() const {
     const off_t position = lseek(file_.Get(), 0, SEEK_CUR);

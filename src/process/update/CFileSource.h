@@ -10,10 +10,14 @@ namespace RMUP::Process {
 /// An existing file as a source of bytes.
 class CFileSource : public CByteSource {
 public:
-    /// Opens the file for reading; look at IsOpen.
+    /// Opens the file for reading; look at IsOpen. It must be a regular file: at anything else, a FIFO for one, a
+    /// reader would wait.
     explicit CFileSource(const char* path);
 
     bool IsOpen() const { return file_.IsOpen(); }
+
+    /// The file's size; -1 with errno when it cannot be told.
+    [[nodiscard]] off_t Size() const;
 
     /// Where the next byte stands, from the start of the file; -1 with errno when the file cannot tell.
     [[nodiscard]] off_t Tell() const;

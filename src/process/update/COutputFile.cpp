@@ -18,12 +18,17 @@ constexpr std::size_t kDirectSize = std::size_t{16} * 1024;
 static_assert(kDirectSize <= kBufferSize);
 constexpr mode_t kMode = 0644;
 
+/// Temporary directories are everybody's: what somebody put in the file's place, a link, a FIFO or a file that he may
+/// write to, goes first, and when it does not go the file cannot be made.
+int Make(const char* path) {
+    unlink(path);
+    return open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, kMode);
+}
+
 }  // namespace
 
-// A link in place of the file is not followed: temporary directories are everybody's.
 COutputFile::COutputFile(const char* path)
-    : file_(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, kMode)),
-      buffer_(std::make_unique_for_overwrite<std::uint8_t[]>(kBufferSize)) {}
+    : file_(Make(path)), buffer_(std::make_unique_for_overwrite<std::uint8_t[]>(kBufferSize)) {}
 
 bool COutputFile::Write(std::span<const std::uint8_t> bytes) {
     if (used_ + bytes.size() > kBufferSize || bytes.size() >= kDirectSize) {

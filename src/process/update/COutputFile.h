@@ -13,7 +13,7 @@ namespace RMUP::Process {
 /// succeeded; a file that is just destroyed was given up, and what is still in the buffer is dropped.
 class COutputFile {
 public:
-    /// Makes or empties the file; look at IsOpen.
+    /// Makes the file anew, in place of whatever is there; look at IsOpen. Only its owner may write to it.
     explicit COutputFile(const char* path);
 
     bool IsOpen() const { return file_.IsOpen(); }

@@ -146,7 +146,8 @@ private:
     void SkipWhatIsNotWritten(Images& images);
     void SkipSameBootLoader(Images& images);
     [[nodiscard]] int WriteBlocks(int index, Images& images);
-    [[nodiscard]] int UnpackXML(Images& images);
+    [[nodiscard]] int CheckArchive(const ImageInfo& image);
+    void UnpackXML(Images& images);
     void InstallLogo();
     [[nodiscard]] int ChangeBootPartition(Images& images);
     int SetNewVersion(Images& images);

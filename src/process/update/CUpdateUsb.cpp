@@ -28,6 +28,7 @@ constexpr unsigned kPauseSeconds = 1;
 constexpr int kFilesOnStick[] = {kAppImage, kDSPImage, kXMLImage, kSYSImage};
 
 constexpr char kLogoOnStick[] = "/mnt/usb/zel_logo.n62v.bin";
+constexpr char kLogo[] = "/tmp/zel_logo.n62v.bin";
 
 }  // namespace
 
@@ -109,6 +110,8 @@ int CUpdate::CopyContentsFromUSB(Images& images) {
         }
     }
     if (CFileSource(kLogoOnStick).IsOpen()) {
+        // What somebody else put there would be written to, and a FIFO would never take the end of it.
+        unlink(kLogo);
         RunShell("cp -f /mnt/usb/zel_logo.n62v.bin /tmp/");
     }
     return 0;
@@ -217,15 +220,15 @@ int CUpdate::CopyFile(CFileSource& source, COutputFile& destination, int index, 
         }
         left -= piece.size();
         ForEachChunk(piece.size(), [&](std::int32_t count) {
-            image.Download += count;
+            AddBytes(image.Download, count);
             if (IsPartOfSYS(index)) {
-                sys.Download += count;
+                AddBytes(sys.Download, count);
             }
             SendUDSUpdateStatus(images);
         });
     }
     if (IsPartOfSYS(index)) {
-        sys.Download += kUpdateHeaderSize;
+        AddBytes(sys.Download, kUpdateHeaderSize);
     }
     if (!destination.Close()) {
         log_->WriteError("%s file write error: %s", kTag, strerror(errno));

@@ -1,5 +1,3 @@
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -8,6 +6,8 @@
 #include "common/Shell.h"
 #include "platform/upgrade.h"
 #include "process/update/CUpdate.h"
+#include "process/update/XmlArchive.h"
+#include "process/update/XmlBank.h"
 
 namespace RMUP::Process {
 
@@ -18,26 +18,9 @@ constexpr char kTag[] = "[CUpdate::WriteImage]";
 constexpr std::size_t kBlockSize = 131072;
 
 /// Answers of the device library.
-constexpr int kFirstPartition = 0;
 constexpr int kSwitched = 100;
 
 constexpr char kLogo[] = "/tmp/zel_logo.n62v.bin";
-
-/// The XML archive goes into the configuration bank of the partition that is not running. The bank's calibration
-/// directory is kept as its one backup.
-struct Bank {
-    const char* directory;
-    const char* calibration;
-    const char* removeBackup;
-    const char* keepCalibration;
-};
-
-constexpr Bank kFirstBank = {"/data/xml_bank/1st", "/data/xml_bank/1st/chip_cal",
-                             "rm -rf /data/xml_bank/1st/chip_cal_bak",
-                             "mv /data/xml_bank/1st/chip_cal /data/xml_bank/1st/chip_cal_bak"};
-constexpr Bank kSecondBank = {"/data/xml_bank/2nd", "/data/xml_bank/2nd/chip_cal",
-                              "rm -rf /data/xml_bank/2nd/chip_cal_bak",
-                              "mv /data/xml_bank/2nd/chip_cal /data/xml_bank/2nd/chip_cal_bak"};
 
 }  // namespace
 
@@ -45,6 +28,9 @@ int CUpdate::WriteImage(Images& images) {
     SkipWhatIsNotWritten(images);
     if (const int index = FindIncomplete(images); index >= 0) {
         log_->WriteError("%s ID(%d) is not received completely, nothing is written", kTag, index);
+        return -1;
+    }
+    if (images[kXMLImage].NeedUpdate && CheckArchive(images[kXMLImage]) != 0) {
         return -1;
     }
     SkipSameBootLoader(images);
@@ -63,9 +49,7 @@ int CUpdate::WriteImage(Images& images) {
                 log_->WriteInfo("%s DSP update request to ZELApp by update status protocol", kTag);
                 break;
             case kXMLImage:
-                if (UnpackXML(images) != 0) {
-                    return -1;
-                }
+                UnpackXML(images);
                 break;
             default:
                 if (WriteBlocks(i, images) != 0) {
@@ -104,7 +88,7 @@ void CUpdate::SkipSameBootLoader(Images& images) {
     }
     // A boot loader that fails to write cannot be got round, so it is not written without need.
     boot.NeedUpdate = false;
-    images[kSYSImage].Written += boot.FileSize + kUpdateHeaderSize;
+    AddBytes(images[kSYSImage].Written, std::int64_t{boot.FileSize} + kUpdateHeaderSize);
     log_->WriteInfo("%s Boot Loader update skip(version is not changed.)", kTag);
 }
 
@@ -129,12 +113,12 @@ int CUpdate::WriteBlocks(int index, Images& images) {
             log_->WriteError("%s Image write from upgrade util API error return", kTag);
             return -1;
         }
-        const auto count = static_cast<std::int32_t>(length);
-        image.Written += count;
+        const auto count = static_cast<std::int64_t>(length);
+        AddBytes(image.Written, count);
         if (IsPartOfSYS(index)) {
-            sys.Written += count;
+            AddBytes(sys.Written, count);
             if (image.Written == image.FileSize) {
-                sys.Written += kUpdateHeaderSize;
+                AddBytes(sys.Written, kUpdateHeaderSize);
             }
         }
         SendUDSUpdateStatus(images);
@@ -143,29 +127,28 @@ int CUpdate::WriteBlocks(int index, Images& images) {
     return 0;
 }
 
-int CUpdate::UnpackXML(Images& images) {
-    ImageInfo& image = images[kXMLImage];
-    // Without an archive to unpack, the bank keeps what it has.
-    if (!CFileSource(image.RawPath.c_str()).IsOpen()) {
+int CUpdate::CheckArchive(const ImageInfo& image) {
+    CFileSource archive(image.RawPath.c_str());
+    if (!archive.IsOpen()) {
         log_->WriteError("%s Cannot open copied file (%s)", kTag, image.RawPath.c_str());
         return -1;
     }
-    const bool second = getActiveIndex() == kFirstPartition;
-    const Bank& bank = second ? kSecondBank : kFirstBank;
-    // An update that runs again before the device has restarted finds no calibration here; the backup is the only one.
-    if (access(bank.calibration, F_OK) == 0) {
-        RunShell(bank.removeBackup);
-        RunShell(bank.keepCalibration);
-    }
-    RunShell(("unzip -o " + image.RawPath + " -d " + bank.directory).c_str());
-    image.Written = image.FileSize.load();
-    SendUDSUpdateStatus(images);
-    if (second) {
-        log_->WriteInfo("%s ID(%d) unzipped to /data/xml_bank/2nd", kTag, kXMLImage);
-    } else {
-        log_->WriteInfo("%s ID(%d) unzipped to /data/xml_bank/1st", kTag, kXMLImage);
+    if (!MayBeUnpacked(archive)) {
+        log_->WriteError("%s copied file (%s) holds what is not to be unpacked", kTag, image.RawPath.c_str());
+        return -1;
     }
     return 0;
+}
+
+void CUpdate::UnpackXML(Images& images) {
+    ImageInfo& image = images[kXMLImage];
+    const XmlBank& bank = XmlBank::Target();
+    if (!bank.Unpack(image.RawPath)) {
+        log_->WriteError("%s file (%s) open error", kTag, bank.notRun);
+    }
+    image.Written = image.FileSize.load();
+    SendUDSUpdateStatus(images);
+    log_->WriteInfo("%s ID(%d) unzipped to %s", kTag, kXMLImage, bank.directory);
 }
 
 void CUpdate::InstallLogo() {

@@ -1,6 +1,8 @@
 #include "process/update/UpdateFile.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
@@ -12,52 +14,8 @@
 using namespace RMUP::Process;
 using QENFx::Common::Version;
 using UpdateTest::Bytes;
-using UpdateTest::CTextSource;
-using UpdateTest::Header;
 
 namespace {
-
-// Faults: a field at a wrong place or in the wrong byte order, a header that is cut short taken for whole, a version
-// that is no version kept as text, the two readers of a header disagreeing.
-TEST(UpdateFile, Header) {
-    const std::string bytes = Header("ZN6K", -2, "1.02.03.0004");
-    const HeaderField missing[] = {HeaderField::kSize, HeaderField::kVersion, HeaderField::kTail, HeaderField::kNone};
-    const std::size_t ends[] = {7, 23, 39, 40};
-    for (std::size_t i = 0; i < std::size(ends); ++i) {
-        CTextSource source(bytes.substr(0, ends[i]));
-        UpdateHeader header;
-        ASSERT_TRUE(ReadMagic(source, header.magic));
-        EXPECT_EQ(ReadHeaderAfterMagic(source, header), missing[i]) << ends[i];
-    }
-    CTextSource cut("ZN6");
-    std::string magic;
-    EXPECT_FALSE(ReadMagic(cut, magic));
-
-    const UpdateHeader header = ParseUpdateHeader(Bytes(bytes).first<kUpdateHeaderSize>());
-    EXPECT_EQ(header.magic, "ZN6K");
-    EXPECT_EQ(header.size, -2);
-    EXPECT_EQ(header.version, Version("1.2.3.4"));
-    EXPECT_EQ(std::string(header.tail.begin(), header.tail.end()), "tail of 16 bytes");
-    EXPECT_EQ(ParseVersionField(Bytes("1'); DROP TABLE ")), Version());
-}
-
-// Faults: one text that fails hides the next, a block that is cut short taken for one without package information.
-TEST(UpdateFile, PackageBlock) {
-    std::string block = "1.00.00.0001";
-    block.resize(16);
-    block += "2.00.00.0002";
-    block.resize(32);
-    block += "3.00.00.0003";
-    block.resize(48);
-    CTextSource whole(block);
-    const PackageBlock read = ReadPackageBlock(whole);
-    EXPECT_TRUE(read.hasApp && read.hasSys && read.hasXml);
-    EXPECT_EQ(read.versions, (PackageVersions{Version("1.0.0.1"), Version("2.0.0.2"), Version("3.0.0.3")}));
-
-    CTextSource partly(block.substr(0, 20));
-    const PackageBlock part = ReadPackageBlock(partly);
-    EXPECT_TRUE(part.hasApp && !part.hasSys && !part.hasXml);
-}
 
 // Faults: equal versions written by the strict rule or left by the inclusive one, a release torn apart, marks counted
 // once instead of always two, an unrelated image coupled.
@@ -86,7 +44,8 @@ TEST(UpdateFile, Rules) {
     EXPECT_EQ(FindImage(images, "ZN6"), -1);
 }
 
-// Faults: rounding up, a report without change, progress that falls or leaves its byte, an image without mark reported.
+// Faults: rounding up, a sum that overflows, a report without change, progress that falls or leaves its byte, an image
+// without mark reported.
 TEST(UpdateFile, Progress) {
     EXPECT_EQ(ProgressOf(1000, 0, 1000), 20);
     EXPECT_EQ(ProgressOf(1000, 999, 1000), 99);
@@ -95,6 +54,10 @@ TEST(UpdateFile, Progress) {
     EXPECT_EQ(ProgressOf(5, 5, 0), 0);
 
     ImageInfos images;
+    AddBytes(images[kSYSImage].Written, 10);
+    EXPECT_EQ(images[kSYSImage].Written, 10);
+    AddBytes(images[kSYSImage].Written, std::int64_t{2147483647} + kUpdateHeaderSize);
+    EXPECT_EQ(images[kSYSImage].Written, 2147483647);
     images[kAppImage].FileSize = 100;
     images[kAppImage].Download = 100;
     EXPECT_FALSE(RaiseProgress(images));
@@ -111,10 +74,13 @@ TEST(UpdateFile, Progress) {
 }
 
 // Faults: bytes lost or repeated where a buffer ends, a place told or sought without regard to what was read ahead, a
-// file on a full device taken for whole.
+// file that somebody else put there written to or waited for.
 TEST(UpdateFile, FilesThroughBuffers) {
     const auto path = std::filesystem::temp_directory_path() / ("update_file_test." + std::to_string(getpid()));
     const std::string data = UpdateTest::ImageData(300001, 1);
+    const mode_t before = umask(0);
+    std::ofstream(path) << "mine";
+    const CDescriptor theirs(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     {
         COutputFile file(path.c_str());
         ASSERT_TRUE(file.IsOpen());
@@ -123,6 +89,10 @@ TEST(UpdateFile, FilesThroughBuffers) {
         }
         ASSERT_TRUE(file.Close());
     }
+    umask(before);
+    char kept[8] = "";
+    EXPECT_EQ(read(theirs.Get(), kept, sizeof kept), 4) << "somebody else's file";
+    EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms{0644});
     CFileSource source(path.c_str());
     std::string read;
     for (auto piece = source.Take(4096); !piece.empty(); piece = source.Take(4096)) {
@@ -136,11 +106,16 @@ TEST(UpdateFile, FilesThroughBuffers) {
     EXPECT_FALSE(source.Seek(-1));
     EXPECT_TRUE(source.Skip(150000));
     EXPECT_FALSE(source.Skip(1));
-    std::filesystem::remove(path);
 
-    COutputFile full("/dev/full");
-    EXPECT_TRUE(full.Write(Bytes("fits the buffer")));
-    EXPECT_FALSE(full.Close());
+    std::filesystem::remove(path);
+    ASSERT_EQ(mkfifo(path.c_str(), 0666), 0);
+    EXPECT_FALSE(CFileSource(path.c_str()).IsOpen());
+    EXPECT_TRUE(COutputFile(path.c_str()).IsOpen());
+    std::filesystem::remove(path);
+    std::filesystem::create_symlink("/etc/passwd", path);
+    EXPECT_TRUE(COutputFile(path.c_str()).IsOpen());
+    EXPECT_EQ(std::filesystem::file_size(path), 0U);
+    std::filesystem::remove(path);
 }
 
 }  // namespace

@@ -12,9 +12,6 @@ namespace UpdateTest {
 /// Image data whose bytes depend on their place, so that a wrong offset or a repeated piece shows.
 std::string ImageData(std::size_t size, unsigned seed);
 
-/// A 40-byte header.
-std::string Header(const std::string& magic, std::int32_t size, const std::string& version);
-
 std::span<const std::uint8_t> Bytes(const std::string& text);
 
 /// Bytes in memory, handed out at most `piece` at a time.
