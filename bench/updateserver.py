@@ -2,13 +2,14 @@
 
 from __future__ import annotations
 
+import re
 import shutil
 import socket
 import threading
 from collections.abc import Callable
+from pathlib import Path
 
 from bench.daemon import wait_until
-from bench.httpserver import HttpServer
 from bench.image import INFO_PATH, QC_PATHS, document, parse, server_path
 from bench.sandbox import PROJECT, SERVER_ADDRESS, Sandbox
 
@@ -29,7 +30,7 @@ http {{
     scgi_temp_path {directory}/scgi;
     server {{
         listen {address}:{port};
-        root {directory}/www;
+        root {root};
     }}
 }}
 """
@@ -58,38 +59,45 @@ require('http').createServer((request, answer) => {
 class UpdateServer:
     """The server at the address that the update server's name stands for: nginx, or the bench's own without it.
 
-    Asked for by name, it may be "node", which keeps no list of its requests, or "the bench's own".
+    It serves a directory of the sandbox, or `root`, which stays when the sandbox goes. Asked for by name, it may be
+    "node", which keeps no list of its requests, or "the bench's own".
     """
 
-    def __init__(self, sandbox: Sandbox, name: str = "nginx"):
+    def __init__(self, sandbox: Sandbox, root: Path | None = None, name: str = "nginx"):
         self._sandbox = sandbox
         self._address = (SERVER_ADDRESS, sandbox.laboratory.server_port)
         self.directory = sandbox.root / "server"
-        self.root = self.directory / "www"
-        self.root.mkdir(parents=True)
+        self.directory.mkdir()
+        self.root = (root or self.directory / "www").resolve()
+        self.root.mkdir(parents=True, exist_ok=True)
+        if not (self.root / INFO_PATH).exists():
+            self.put(INFO_PATH, document({}))
+        self._log = self.directory / "access.log"
         nginx = nginx_path()
         self.name = name if name != "nginx" or nginx else "the bench's own"
         if self.name == "node":
-            self._start("node", "-e", NODE, str(self.root), *map(str, self._address))
-        elif self.name == "nginx" and nginx:
-            self._start_nginx(nginx)
+            self._start(["node", "-e", NODE, str(self.root), *map(str, self._address)])
         else:
-            listener = sandbox.socket(socket.SOCK_STREAM, self._address, listen=16)
-            HttpServer(listener, self.root, self.directory / "access.log")
+            self._start(self._nginx(nginx) if self.name == "nginx" and nginx else self._own())
 
-    def _start_nginx(self, program: str) -> None:
+    def _nginx(self, program: str) -> list[str]:
         address, port = self._address
-        (self.directory / "nginx.conf").write_text(NGINX.format(directory=self.directory, address=address, port=port))
-        self._start(program, "-e", f"{self.directory}/error.log", "-c", f"{self.directory}/nginx.conf")
+        configuration = self.directory / "nginx.conf"
+        configuration.write_text(NGINX.format(directory=self.directory, address=address, port=port, root=self.root))
+        return [program, "-e", f"{self.directory}/error.log", "-c", str(configuration)]
 
-    def _start(self, *command: str) -> None:
-        with open(self.directory / "output", "wb") as output:
-            self._process = self._sandbox.pc.spawn(list(command), output, output)
-        wait_until(self._serves, 10, f"{command[0]} takes connections")
+    def _own(self) -> list[str]:
+        address, port = self._address
+        return ["/usr/bin/python3", "-m", "bench.image", "serve", str(self.root), "--bind", address, "--port", str(port)]
+
+    def _start(self, command: list[str]) -> None:
+        with open(self._log, "ab") as output, open(self.directory / "errors", "wb") as errors:
+            self._process = self._sandbox.pc.spawn(command, output, errors, {"PYTHONPATH": str(PROJECT)})
+        wait_until(self._serves, 10, "the update server takes connections")
 
     def _serves(self) -> bool:
         if self._process.poll() is not None:
-            raise RuntimeError(f"{self.name} ended: {(self.directory / 'output').read_text()}")
+            raise RuntimeError(f"the update server ended: {(self.directory / 'errors').read_text()}")
         with self._sandbox.socket(socket.SOCK_STREAM) as probe:
             return probe.connect_ex(self._address) == 0
 
@@ -107,8 +115,8 @@ class UpdateServer:
 
     def requests(self) -> list[str]:
         """The request lines served so far, each with the status of the answer."""
-        log = self.directory / "access.log"
-        return [line.split('"')[1] + line.split('"')[2][:4] for line in log.read_text().splitlines()]
+        found = re.findall(r'(GET [^ "]+ HTTP/[0-9.]+)"? ([0-9]{3})', self._log.read_text())
+        return [f"{request} {status}" for request, status in found]
 
 
 Behaviour = Callable[[socket.socket, bytes], None]

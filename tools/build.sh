@@ -30,21 +30,29 @@ build() {
     if [ "$(ninja -C "build/$preset" -n "$@" 2>/dev/null | tail -n 1)" = "ninja: no work to do." ]; then
         return 0
     fi
-    echo "Building in build/$preset; what was compiled before is taken from the compiler cache"
+    echo "Building in build/$preset"
     if [ -t 1 ]; then
         NINJA_STATUS='   %f of %t  ' cmake --build "build/$preset" --target "$@"
     else
-        { NINJA_STATUS='@%f/%t ' cmake --build "build/$preset" --target "$@" 2>&1 || echo @failed; } | awk '
-            $1 == "@failed" { exit 1 }
-            /^@[0-9]/ {
-                split(substr($1, 2), count, "/")
-                if (count[1] * 10 / count[2] >= tenths + 1) {
-                    tenths = int(count[1] * 10 / count[2])
-                    printf "   %d of %d\n", count[1], count[2]
-                    fflush()
-                }
-                next
-            }
-            { print; fflush() }'
+        { NINJA_STATUS='@%f/%t ' cmake --build "build/$preset" --target "$@" 2>&1 || echo @failed; } | tell_progress
     fi
+}
+
+# Prints what Ninja says, but of its progress every tenth only; status 1 after a line "@failed".
+tell_progress() {
+    told=0
+    while IFS= read -r line; do
+        case $line in
+        @failed) return 1 ;;
+        @[0-9]*)
+            count=${line%% *} total=${line%% *}
+            count=${count#@} count=${count%/*} total=${total#*/}
+            if [ $((count * 10 / total)) -gt "$told" ]; then
+                told=$((count * 10 / total))
+                echo "   $count of $total"
+            fi
+            ;;
+        *) printf '%s\n' "$line" ;;
+        esac
+    done
 }

@@ -16,7 +16,7 @@ from bench.analyzer import ANIMAL_ID, PASSWORD, PATIENT_ID, Analyzer
 from bench.daemon import wait_until
 from bench.pc import Pc, Refused
 from bench.pcpacket import Command, Info
-from bench.sandbox import PROJECT
+from bench.sandbox import ENGINE, PROJECT, Unsupported
 from bench.zelapp import PATIENT, SOCKET_PATH, ResultFailed, ResultSent, UpdateStarts
 from updates import APP, BY_PC, NEWER, PC_ERROR, SYS, XML, begin_push, fail, release, start, succeed
 
@@ -116,8 +116,10 @@ def shown(capture: Path) -> list[dict[str, list[str]]]:
 
 def test_a_conversation(new_analyzer: Analyzer, make_pc: Any, tmp_path: Path) -> None:
     """Catches a field that is missing or misnamed, a packet that is not put together, and a link to the wrong frame."""
+    if not ENGINE.OWN_NETWORK:
+        raise Unsupported("needs a network of its own (there are no namespaces)")
     capture, of_a_user = tmp_path / "capture", ["-U", "--preserve-credentials"] if os.geteuid() else []
-    dumpcap = subprocess.Popen(["nsenter", "-t", str(new_analyzer.sandbox.init_pid), *of_a_user, "-n", "dumpcap", "-q",
+    dumpcap = subprocess.Popen(["nsenter", "-t", str(new_analyzer.sandbox.analyzer.pid), *of_a_user, "-n", "dumpcap", "-q",
                                 "-i", "any", "-w", capture], stderr=subprocess.PIPE, text=True)
     try:
         assert dumpcap.stderr and any(line.startswith("File:") for line in dumpcap.stderr), "dumpcap captures"
