@@ -149,10 +149,15 @@ def command_diff(options: argparse.Namespace) -> Outcome:
 
 def command_publish(options: argparse.Namespace) -> Outcome:
     qc = {model: Path(path) for model, path in assignments(options.qc, tuple(MODELS)).items()}
-    if not options.files and not qc:
-        raise Refused("nothing to publish; give update files or --qc")
-    written = publish(options.directory, load_good(options.files) if options.files else {}, qc)
-    return listing("files", {path: path.stat().st_size for path in written})
+    files = load_good(options.files)
+    offered = {path: update for path, update in files.items() if update.image in PACKAGE}
+    if not offered and not qc:
+        raise Refused("nothing to publish; give files of APP, SYS and XML, or --qc")
+    outcome = listing("files", {path: path.stat().st_size for path in publish(options.directory, offered, qc)})
+    left_out = [str(path) for path in files if path not in offered]
+    outcome.lines += [f"{path}: left out, analyzers take only APP, SYS and XML from a server" for path in left_out]
+    outcome.data["left_out"] = left_out
+    return outcome
 
 
 def command_serve(options: argparse.Namespace) -> Outcome:

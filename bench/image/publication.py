@@ -5,7 +5,7 @@ from __future__ import annotations
 from pathlib import Path
 from xml.sax.saxutils import quoteattr
 
-from bench.image.catalogue import INFO_PATH, MODELS, QC_PATHS, STICK_IMAGES, file_name, server_path
+from bench.image.catalogue import INFO_PATH, MODELS, PACKAGE, QC_PATHS, file_name, server_path
 from bench.image.release import Files, leftovers, load_good, put
 
 Offers = dict[str, dict[int, str]]  # versions by model and image
@@ -26,8 +26,8 @@ def document(offers: Offers) -> bytes:
 
 
 def publish(root: Path, files: Files, qc: dict[str, Path]) -> list[Path]:
-    """Puts good update files and QC-material documents into a server's directory. What it offers for a model of these
-    files is replaced, what it offers for the other stays. Returns what was written.
+    """Puts good files of APP, SYS and XML and QC-material documents into a server's directory. What it offers for a model
+    of these files is replaced, what it offers for the other stays. Returns what was written.
 
     An analyzer that asks meanwhile gets whole files, though perhaps of two releases; that it refuses.
     """
@@ -48,5 +48,5 @@ def publish(root: Path, files: Files, qc: dict[str, Path]) -> list[Path]:
 
 def offered(root: Path, model: str) -> dict[int, str]:
     """The versions of the images of a model that lie in a server's directory."""
-    paths = [root / server_path(image, model) for image in STICK_IMAGES]
+    paths = [root / server_path(image, model) for image in PACKAGE]
     return {update.image: update.version for update in load_good(filter(Path.exists, paths)).values()}

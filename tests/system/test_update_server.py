@@ -50,7 +50,7 @@ def check_quiet(analyzer: Analyzer) -> None:
 @pytest.mark.parametrize("name", ["nginx", "node", "the bench's own"])
 def test_a_release_from_a_real_server(analyzer: Analyzer, name: str) -> None:
     """Catches an understanding of HTTP, images or progress that holds for one server only."""
-    server = UpdateServer(analyzer.sandbox, name)
+    server = UpdateServer(analyzer.sandbox, name=name)
     before = record(analyzer)
     server.publish("human", release(OLD, without=(DSP,)))
     start(analyzer, INTERNET)

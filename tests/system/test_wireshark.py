@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import os
 import re
+import shutil
 import subprocess
 import xml.etree.ElementTree as ElementTree
 from pathlib import Path
@@ -114,6 +115,7 @@ def shown(capture: Path) -> list[dict[str, list[str]]]:
     return found
 
 
+@pytest.mark.skipif(not shutil.which("tshark") or not shutil.which("socat"), reason="needs tshark and socat")
 def test_a_conversation(new_analyzer: Analyzer, make_pc: Any, tmp_path: Path) -> None:
     """Catches a field that is missing or misnamed, a packet that is not put together, and a link to the wrong frame."""
     if not ENGINE.OWN_NETWORK:
