@@ -35,7 +35,7 @@ bool IsPackageWhole(const ImageInfos& images) {
         if (!image.InPackage || !IsWhole(image)) {
             return false;
         }
-        size += kUpdateHeaderSize + image.FileSize;
+        size += std::int64_t{image.FileSize} + kUpdateHeaderSize;
     }
     return size == images[kSYSImage].FileSize;
 }
