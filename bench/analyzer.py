@@ -8,6 +8,7 @@ from pathlib import Path
 from typing import Any
 
 from bench.daemon import Daemon
+from bench.engine import Laboratory
 from bench.sandbox import ENGINE, Sandbox
 from bench.zelapp import PcConnection, Started, ZelApp
 
@@ -94,14 +95,16 @@ def make_database(path: Path, password: str = PASSWORD) -> None:
 class Analyzer:
     """A simulated analyzer: sandbox, belongings, daemon and ZELApp."""
 
-    def __init__(self, model: str | None = "Human", tmp_size: int | None = None, data_size: int | None = None):
-        """`model` is "Human", "Veterinary", or None when the device does not know; the sizes are the sandbox's."""
-        self.sandbox = Sandbox(tmp_size, data_size)
+    def __init__(self, model: str | None = "Human", tmp_size: int | None = None, data_size: int | None = None,
+                 laboratory: Laboratory | None = None, number: int = 0):
+        """`model` is "Human", "Veterinary", or None when the device does not know; the rest is the sandbox's."""
+        self.sandbox = Sandbox(tmp_size, data_size, laboratory, number)
+        self.serial = SERIAL[:-1] + str(int(SERIAL[-1]) + number)
         self.daemon = Daemon(self.sandbox)
         self.zelapp = ZelApp(self.sandbox.connect_unix, self.sandbox.path("/tmp"))
         self.device = self.sandbox.path(DEVICE)
         self.device.mkdir()
-        identity = {"sn": SERIAL, "project": PROJECT_NAME} | ({"model_type": model} if model else {})
+        identity = {"sn": self.serial, "project": PROJECT_NAME} | ({"model_type": model} if model else {})
         self.write_device("nv.cfg", identity)
         self.write_device("versions.cfg", {name: OLD_VERSION for name in
                                            ("BOOT", "KERNEL", "ROOTFS", "APP", "QTE", "DSP", "XML", "SYS")})

@@ -47,13 +47,15 @@ def plain_socket(kind: int) -> socket.socket:
 
 class Pc:
     def __init__(self, open_socket: Callable[[int], socket.socket] = plain_socket, address: str = PC_ADDRESS,
-                 analyzer: str = ANALYZER_ADDRESS, udp_port: int = 9036, name: str = "LabLink", peer_id: str = "1"):
+                 analyzer: str = ANALYZER_ADDRESS, udp_port: int = 9036, name: str = "LabLink", peer_id: str = "1",
+                 analyzer_ports: tuple[int, int] = (ANALYZER_TCP_PORT, ANALYZER_UDP_PORT)):
         self.address, self.analyzer, self.udp_port = address, analyzer, udp_port
         self.name, self.peer_id = name, peer_id
-        self._open_socket = open_socket
+        self._open_socket, self._analyzer_ports = open_socket, analyzer_ports
         self.tcp: socket.socket | None = None
         self.udp = open_socket(socket.SOCK_DGRAM)
         self.udp.bind((address, udp_port))
+        self.udp_port = self.udp.getsockname()[1]
         # What arrived over UDP, but for the acknowledgements of heartbeats.
         self.datagrams: queue.Queue[Packet] = queue.Queue()
         self.acknowledge_notices = True
@@ -97,7 +99,7 @@ class Pc:
             self.datagrams.put(packet)
 
     def send_datagram(self, data: bytes) -> None:
-        self.udp.sendto(data, (self.analyzer, ANALYZER_UDP_PORT))
+        self.udp.sendto(data, (self.analyzer, self._analyzer_ports[1]))
 
     def receive_datagram(self, command: int, timeout: float = 5) -> Packet:
         """The next datagram, which must carry this command."""
@@ -135,7 +137,7 @@ class Pc:
         self.tcp = self._open_socket(socket.SOCK_STREAM)
         self.tcp.settimeout(5)
         self.tcp.bind((self.address, 0))
-        self.tcp.connect((self.analyzer, ANALYZER_TCP_PORT))
+        self.tcp.connect((self.analyzer, self._analyzer_ports[0]))
 
     def disconnect(self) -> None:
         if self.tcp:

@@ -70,7 +70,7 @@ class UpdateServer:
         self.directory.mkdir()
         self.root = (root or self.directory / "www").resolve()
         self.root.mkdir(parents=True, exist_ok=True)
-        if not (self.root / INFO_PATH).exists():
+        if root is None:
             self.put(INFO_PATH, document({}))
         self._log = self.directory / "access.log"
         nginx = nginx_path()

@@ -1,0 +1,127 @@
+"""`./zel run`: what a programmer tries a PC program on, told and done by pipe."""
+
+from __future__ import annotations
+
+import json
+import subprocess
+import sys
+import threading
+from collections.abc import Iterator
+from pathlib import Path
+from queue import Empty, Queue
+from typing import Any
+
+import pytest
+
+from bench.analyzer import PASSWORD
+from bench.pc import Pc
+from bench.sandbox import ENGINE, PC_ADDRESS, PROJECT, Unsupported
+
+# A PC program that binds nothing, as most do; it stays until its input ends.
+PLAIN_PC = f"""
+import sys
+from bench.pc import Pc
+with Pc(address="0.0.0.0", udp_port=0, name="Plain") as pc:
+    print(pc.register({PASSWORD!r}).command, flush=True)
+    pc.start_heartbeat()
+    sys.stdin.read()
+"""
+
+
+class Running:
+    def __init__(self, *options: str):
+        self.process = subprocess.Popen([sys.executable, "-m", "bench.run", "--json", *options], cwd=PROJECT, text=True,
+                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        self._events: Queue[dict[str, Any]] = Queue()
+        self._reader = threading.Thread(target=self._read)
+        self._reader.start()
+
+    def _read(self) -> None:
+        assert self.process.stdout
+        for line in self.process.stdout:
+            self._events.put(json.loads(line))
+
+    def type(self, *lines: str) -> None:
+        assert self.process.stdin
+        self.process.stdin.write("".join(f"{line}\n" for line in lines))
+        self.process.stdin.flush()
+
+    def expect(self, event: str, **values: Any) -> dict[str, Any]:
+        """The next event with these values."""
+        passed = []
+        while True:
+            try:
+                passed.append(self._events.get(timeout=40))
+            except Empty:
+                raise TimeoutError(f"no {event} with {values}, but {passed}") from None
+            if passed[-1].items() >= ({"event": event} | values).items():
+                return passed[-1]
+
+    def end(self) -> int:
+        status = self.process.wait(20)
+        self._reader.join()
+        return status
+
+
+@pytest.fixture
+def running(tmp_path: Path) -> Iterator[Running]:
+    if not ENGINE.OWN_NETWORK:
+        raise Unsupported("needs several analyzers (there are no namespaces)")
+    made = Running("--analyzers", "2", "--expose", "0", "--stick", str(tmp_path / "stick"), "--server",
+                   str(tmp_path / "www"))
+    yield made
+    made.process.kill()
+    made.end()
+
+
+def test_a_day_with_two_analyzers(running: Running, tmp_path: Path) -> None:
+    up = running.expect("up")
+    first, second = up["analyzers"]
+    assert (tmp_path / "stick/zel_app.n62.bin").exists() and (tmp_path / "www/n62/zel_app.n62.bin").exists()
+
+    # The PC's own network: the analyzer sees the PC, not itself.
+    plain = subprocess.Popen([*up["on_pc"], "/usr/bin/python3", "-c", PLAIN_PC], stdin=subprocess.PIPE, cwd=PROJECT)
+    running.expect("pc", analyzer=1, connected=True, name="Plain", address=PC_ADDRESS)
+    plain.communicate(timeout=20)
+    running.expect("pc", analyzer=1, connected=False)
+
+    # From outside, through the ports that were asked for, which the scan's answer names.
+    exposed = second["exposed"]
+    with Pc(address="127.0.0.1", analyzer="127.0.0.1", udp_port=0,
+            analyzer_ports=(exposed["tcp_port"], exposed["udp_port"])) as pc:
+        found = pc.scan()
+        assert (found.serial, found.address, found.tcp_port) == (second["serial"], "127.0.0.1", exposed["tcp_port"])
+        assert first["serial"] != second["serial"]
+        pc.register(PASSWORD)
+        pc.start_heartbeat()
+        running.expect("pc", analyzer=2, connected=True, address=PC_ADDRESS)
+        running.type("2 send liver")
+        assert "PID|||P-20931" in pc.receive_result()
+        running.expect("result_sent", analyzer=2, message="0x0513")
+        result = {"kind": "control", "summary": {"ControlID": "QC-9"}, "analytes": [{"AnalyteID": "ALT", "Result": 1.5}]}
+        (tmp_path / "mine.json").write_text(json.dumps(result))
+        running.type(f"2 result {tmp_path}/mine.json")
+        assert "QC-9" in pc.receive_result()
+        running.expect("result_sent", analyzer=2)
+        running.type("2 cable out")
+        running.expect("pc", analyzer=2, connected=False)
+        running.type("2 cable in")
+        pc.connect()
+        running.expect("pc", analyzer=2, connected=True)
+        running.type("2 restart")
+        running.expect("ended", analyzer=2)
+
+    running.type("fault upImgWrite.3=fail@0", "usb")
+    assert running.expect("update_failed", analyzer=1)["code"] == "0x00204016"
+    running.type("fault off", "usb")
+    assert running.expect("update_starts", analyzer=1)["images"]["app"] == "1.01.00.0002"
+    running.expect("update_complete", analyzer=1)
+    running.type("server")
+    running.expect("update_complete", analyzer=1)
+
+    for line, what in (("dance", '"dance" is no command'), ("3 usb", "no analyzer 3"), ("send nothing", "no result"),
+                       (f"result {tmp_path}/none.json", "none.json"), ("fault now", "no command")):
+        running.type(line)
+        assert what in running.expect("error", command=line)["text"]
+    running.type("quit")
+    assert running.end() == 0
