@@ -4,7 +4,7 @@ compiler="g++ cmake ninja-build libspdlog-dev libfmt-dev libpugixml-dev libboost
 bench="python3 python3-rich python3-hl7 unzip zip"
 build_wanted=ccache
 test_needed="libgtest-dev libgmock-dev python3-pytest"
-test_wanted="python3-pytest-xdist libfaketime tshark socat"
+test_wanted="python3-pytest-xdist libfaketime tshark socat proot"
 
 # say TEXT...: one message, never wider than 80 columns
 say() {

@@ -1,13 +1,17 @@
-"""What a newcomer sees first: the demo, and that it does not hide a failure."""
+"""What a newcomer sees first: the one command, the demo, and that neither hides a failure."""
 
 from __future__ import annotations
 
 import io
+import re
+import subprocess
+from pathlib import Path
 
 from rich.console import Console
 
 from bench import demo
 from bench.demo import Demo, Failed
+from bench.sandbox import PROJECT
 
 
 def run(steps: list[demo.Step]) -> tuple[int, str]:
@@ -38,3 +42,40 @@ def test_a_step_that_does_not_happen_ends_the_demo() -> None:
     assert "Failed: The impossible: Failed: for the test" in text
     assert "[CTCPListener::Run] Accept start" in text, "the end of the log"
     assert "More" not in text
+
+
+def zel(*arguments: str, path: Path | None = None) -> tuple[int, str]:
+    """What the one command says; programs in `path` come before the machine's."""
+    search = f"{path}:/usr/bin:/bin" if path else "/usr/sbin:/usr/bin:/bin"
+    done = subprocess.run([PROJECT / "zel", *arguments], env={"PATH": search}, stdin=subprocess.DEVNULL, timeout=60,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+    assert max(map(len, done.stdout.splitlines())) <= 80, done.stdout
+    return done.returncode, done.stdout
+
+
+def test_the_command_explains_itself() -> None:
+    commands = re.findall(r"^  ([a-z]+) ", zel()[1], re.MULTILINE)
+    assert {"demo", "run", "test", "build", "image"} <= set(commands)
+    for command in commands[:-1]:
+        assert f"./zel {command}" in zel(command, "--help")[1]
+    for arguments, named in ((["dance"], "'dance'"), (["dance", "--help"], "'dance'"), (["demo", "--fast"], "'--fast'"),
+                             (["test", "tssan"], "'tssan'"), (["run", "--fast"], "--fast"), (["soak", "x"], "'x'")):
+        status, text = zel(*arguments)
+        assert status == 2 and named in text
+
+
+def test_what_is_missing_is_named(tmp_path: Path) -> None:
+    """On a machine without one of the packages, for a user without rights, and for root without a network."""
+    def script(name: str, text: str) -> None:
+        (tmp_path / name).write_text(f"#!/bin/sh\n{text}\n")
+        (tmp_path / name).chmod(0o755)
+
+    script("dpkg-query", "exit 1")
+    script("sudo", "exit 1")
+    script("id", "echo 1000")
+    status, text = zel("demo", path=tmp_path)
+    assert status == 1 and "sudo asks for a password" in text and "apt-get install g++" in text
+    script("id", "echo 0")
+    script("apt-get", "echo \"E: Failed to fetch http://example/x  Temporary failure resolving 'example'\"; exit 100")
+    status, text = zel("demo", path=tmp_path)
+    assert status == 1 and "package servers cannot be reached" in text and "apt-get install g++" in text
