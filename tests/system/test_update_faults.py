@@ -117,7 +117,7 @@ def begin(analyzer: Analyzer, faults: str = SLOW) -> None:
 
 
 def wait_call(analyzer: Analyzer, call: str) -> None:
-    wait_until(lambda: any(line.startswith(call) for line in analyzer.calls()), 15, f"the call {call}")
+    wait_until(lambda: any(line.startswith(call) for line in analyzer.calls()), 60, f"the call {call}")
 
 
 def new_versions(analyzer: Analyzer) -> list[str]:
