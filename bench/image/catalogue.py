@@ -50,8 +50,8 @@ def server_path(image: int, model: str) -> str:
 
 
 def is_version(text: str) -> bool:
-    """Whether the analyzer takes this text whole: four numbers, and room for a zero byte in 16."""
-    return bool(VERSION.fullmatch(text)) and len(text) < 16
+    """Whether it is four numbers, which always fit the 16 bytes of a header's field."""
+    return bool(VERSION.fullmatch(text))
 
 
 def check_version(version: str) -> str:

@@ -25,6 +25,8 @@ MAX_SIZE = 0x7FFFFFFF
 PACKAGE_SIZE = 48
 PACKAGE_FROM_END = 80
 UNZIP_METHODS = (zipfile.ZIP_STORED, zipfile.ZIP_DEFLATED)
+ENCRYPTED = 1  # flag of an archive's entry
+KIND_FIELD = 0x756E  # an extra field by which an entry can be a link
 
 
 @dataclass(frozen=True)
@@ -153,19 +155,40 @@ def section_problems(update: UpdateFile) -> list[str]:
 
 
 def archive_problems(data: bytes) -> list[str]:
-    """What keeps the analyzer's unzip from unpacking an archive whole, into its folder and without a question."""
+    """What keeps an analyzer from unpacking an archive whole, into its folder and without a question."""
     try:
         with zipfile.ZipFile(io.BytesIO(data)) as archive:
-            if any(member.flag_bits & 1 for member in archive.infolist()):
+            members = archive.infolist()
+            if any(member.flag_bits & ENCRYPTED for member in members):
                 return ["the archive is encrypted"]
-            if any(member.compress_type not in UNZIP_METHODS for member in archive.infolist()):
+            if any(member.compress_type not in UNZIP_METHODS for member in members):
                 return ["the archive is compressed by another method than deflate"]
-            kinds = {stat.S_IFMT(member.external_attr >> 16) for member in archive.infolist()}
-            if not kinds <= {0, stat.S_IFREG, stat.S_IFDIR}:
-                return ["the archive holds a link or a special file"]
             damaged = archive.testzip()
-            outside = [name for name in archive.namelist() if name.startswith("/") or ".." in name.split("/")]
     except (zipfile.BadZipFile, zlib.error, EOFError, NotImplementedError) as error:
         return [f"the data is not a good zip archive ({error})"]
-    return [f'"{damaged}" in the archive is damaged'] * (damaged is not None) \
-        + [f'"{name}" lies outside the archive\'s folder' for name in outside]
+    if damaged is not None:
+        return [f'"{damaged}" in the archive is damaged']
+    if not is_plainly_listed(data, len(members)):
+        return ["the archive has more than its files, their list and the record at its end"]
+    return [f'"{member.filename}" is no file or directory inside the archive\'s folder' for member in members
+            if not is_harmless(member)]
+
+
+def is_plainly_listed(data: bytes, members: int) -> bool:
+    """Whether there is one list of so many entries, just before the record that says where it is."""
+    end = data.rfind(b"PK\5\6")
+    disk, list_disk, count, total, size, begin = struct.unpack_from("<HHHHII", data, end + 4)
+    return disk == list_disk == 0 and count == total == members and begin + size == end \
+        and data[end - 20:end - 16] != b"PK\6\7"
+
+
+def is_harmless(member: zipfile.ZipInfo) -> bool:
+    """Whether an entry is a regular file or a directory that stays where it is unpacked."""
+    kind = stat.S_IFMT(member.external_attr >> 16)
+    extra, fields = member.extra, []
+    while len(extra) >= 4:
+        fields.append(int.from_bytes(extra[:2], "little"))
+        extra = extra[4 + int.from_bytes(extra[2:4], "little"):]
+    path = member.orig_filename.replace("\\", "/")
+    return kind in (0, stat.S_IFREG, stat.S_IFDIR) and KIND_FIELD not in fields and not path.startswith("/") \
+        and ".." not in path.split("/") and "\0" not in path

@@ -26,8 +26,8 @@ def document(offers: Offers) -> bytes:
 
 
 def publish(root: Path, files: Files, qc: dict[str, Path]) -> list[Path]:
-    """Puts good files of APP, SYS and XML and QC-material documents into a server's directory. What it offers for a model
-    of these files is replaced, what it offers for the other stays. Returns what was written.
+    """Puts good files of APP, SYS and XML and QC-material documents into a server's directory. What it offers for a
+    model of these files is replaced, what it offers for the other stays. Returns what was written.
 
     An analyzer that asks meanwhile gets whole files, though perhaps of two releases; that it refuses.
     """

@@ -11,7 +11,8 @@ import pytest
 
 from bench.analyzer import Analyzer
 from bench.daemon import wait_until
-from bench.image import APP, DSP, KERNEL, QTE, ROOTFS, SYS, XML, archive, make, make_sys, pattern
+from bench.image import (APP, DSP, KERNEL, QTE, ROOTFS, SYS, XML, archive, archive_problems, make, make_sys,
+                         pattern)
 from bench.zelapp import NothingToUpdate, UpdateStarts
 from updates import (BLOCK, MOUNT_ERROR, NEW, NEWER, OLD, PACKAGE_ERROR, USB, USB_ERROR, WRITE_ERROR, XML_FILES,
                      announced, check_nothing_open, check_updated, contents, device_calls, fail, header_with, history,
@@ -164,6 +165,7 @@ def test_bad_sticks(analyzer: Analyzer) -> None:
         "a list that is longer than told": replace(plain, len(plain) - 14, bytes(4)),
         "another list than unzip's": replace(plain, len(plain) - 42, b"PK\6\7"),
     }
+    assert [what for what, data in archives.items() if not archive_problems(data)] == [] == archive_problems(plain)
 
     cases = [
         ("no files", {}, USB_ERROR, "Update file does not exist."),

@@ -49,10 +49,11 @@ PC | Error notice | code=0x0013 code_text=the PC cancels the update note.error=
 service | 0x0562 | status=2 error=0x00204013 group=0x0c note.failed=
 analyzer | Result | hl7.pid.35=CANINE^CANINE^ORVELA^^Dog note.no_acknowledgement=
 service | 0x0514 | failure= note.failed="""
-ANSWERED = """Scan > Scan answer, Register > Error notice, Register > Registered, Change notice > Change notice acknowledged,
-Sign of life > Sign of life acknowledged, Device information request > Device information, Unregister > Unregistered,
-Result > Result acknowledged, 0x0510 > 0x0513, 0x0510 > 0x0514, Update offer > Update accepted, 0x0563 > 0x0564,
-Image data > Image received, 0x0561 > 0x0562, Update information request > Update information"""
+ANSWERED = """Scan > Scan answer, Register > Error notice, Register > Registered, Unregister > Unregistered,
+Change notice > Change notice acknowledged, Sign of life > Sign of life acknowledged,
+Device information request > Device information, Result > Result acknowledged, 0x0510 > 0x0513, 0x0510 > 0x0514,
+Update offer > Update accepted, 0x0563 > 0x0564, Image data > Image received, 0x0561 > 0x0562,
+Update information request > Update information"""
 
 
 def relay(analyzer: Analyzer) -> None:
@@ -121,8 +122,8 @@ def test_a_conversation(new_analyzer: Analyzer, make_pc: Any, tmp_path: Path) ->
     if not ENGINE.OWN_NETWORK:
         raise Unsupported("needs a network of its own (there are no namespaces)")
     capture, of_a_user = tmp_path / "capture", ["-U", "--preserve-credentials"] if os.geteuid() else []
-    dumpcap = subprocess.Popen(["nsenter", "-t", str(new_analyzer.sandbox.analyzer.pid), *of_a_user, "-n", "dumpcap", "-q",
-                                "-i", "any", "-w", capture], stderr=subprocess.PIPE, text=True)
+    dumpcap = subprocess.Popen(["nsenter", "-t", str(new_analyzer.sandbox.analyzer.pid), *of_a_user, "-n", "dumpcap",
+                                "-q", "-i", "any", "-w", capture], stderr=subprocess.PIPE, text=True)
     try:
         assert dumpcap.stderr and any(line.startswith("File:") for line in dumpcap.stderr), "dumpcap captures"
         new_analyzer.daemon.start()
