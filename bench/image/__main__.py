@@ -24,6 +24,9 @@ from bench.image.stick import fill
 
 DONE, NOT_GOOD, NOT_DONE = 0, 1, 2
 
+# How it is called: from the project's tree, or from its package.
+PROGRAM = "./zel image" if (Path(__file__).parents[2] / "zel").exists() else "zelrmup-image"
+
 STATUSES = """exit status:
   0  done; what was looked at is good, or the same
   1  what was given is not good, or differs; nothing was written
@@ -184,14 +187,14 @@ Command = Callable[[argparse.Namespace], Outcome]
 
 
 def parser() -> argparse.ArgumentParser:
-    top = argparse.ArgumentParser(prog="./zel image", formatter_class=argparse.RawDescriptionHelpFormatter,
+    top = argparse.ArgumentParser(prog=PROGRAM, formatter_class=argparse.RawDescriptionHelpFormatter,
                                   description="Makes, checks, publishes and delivers update files; docs/updates.md "
                                               "tells what they are.",
-                                  epilog="./zel image COMMAND --help has examples.\n\n" + STATUSES)
+                                  epilog=f"{PROGRAM} COMMAND --help has examples.\n\n" + STATUSES)
     commands = top.add_subparsers(required=True, metavar="COMMAND")
 
     def add(name: str, run: Command, text: str, *examples: str) -> argparse.ArgumentParser:
-        lines = "".join(f"  ./zel image {name} {example}\n" for example in examples)
+        lines = "".join(f"  {PROGRAM} {name} {example}\n" for example in examples)
         command = commands.add_parser(name, help=text, description=text[0].upper() + text[1:] + ".",
                                       formatter_class=argparse.RawDescriptionHelpFormatter,
                                       epilog=f"examples:\n{lines}\n{STATUSES}")

@@ -1,6 +1,6 @@
 // Counts what a program has on its heap: loaded before the C library, it passes every call on and keeps two numbers,
-// bytes and blocks in use, in the file that ZEL_HEAP_COUNT names, where whoever soaks the program reads them. Pages tell
-// of a leak only once it has filled some; these numbers tell of its first byte.
+// bytes and blocks in use, in the file that ZEL_HEAP_COUNT names, where whoever soaks the program reads them. Pages
+// tell of a leak only once it has filled some; these numbers tell of its first byte.
 
 #include <fcntl.h>
 #include <malloc.h>
