@@ -12,9 +12,10 @@ import pytest
 
 from bench.analyzer import PASSWORD, Analyzer
 from bench.pc import Pc
-from bench.sandbox import ENGINE, USB_PC_ADDRESS, Unsupported
+from bench.sandbox import ENGINE, USB_PC_ADDRESS, Unsupported, lab_address
 from bench.zelapp import PcConnection
 
+OTHER_PC = lab_address(21)
 TEST_TIMEOUT = 90
 
 
@@ -114,3 +115,10 @@ def connected_pc(analyzer: Analyzer, pc: Pc) -> Pc:
     pc.start_heartbeat()
     assert analyzer.zelapp.expect(PcConnection).connected
     return pc
+
+
+@pytest.fixture
+def other_pc(analyzer: Analyzer, make_pc: Callable[..., Pc]) -> Pc:
+    """A PC at an address of its own, which is not registered."""
+    analyzer.sandbox.laboratory.add_pc_address(OTHER_PC)
+    return make_pc(address=OTHER_PC, name="OtherPC", peer_id="2")

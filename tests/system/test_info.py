@@ -3,14 +3,13 @@
 from __future__ import annotations
 
 import struct
-from typing import Any
 
 import pytest
 
 from bench.analyzer import Analyzer
 from bench.pc import Pc
 from bench.pcpacket import Command, Info, decode_info
-from bench.sandbox import ANALYZER_ADDRESS, PC_ADDRESS, lab_address
+from bench.sandbox import ANALYZER_ADDRESS, PC_ADDRESS
 
 
 def padded(text: str, size: int = 16) -> bytes:
@@ -35,16 +34,14 @@ def test_every_item_to_the_registered_pc(versions: None, analyzer: Analyzer, con
         padded("4.00.00.0004"), b"", b"\0\0", b"\x01"]
 
 
-def test_another_pc_is_told_who_is_registered(analyzer: Analyzer, connected_pc: Pc, make_pc: Any) -> None:
-    analyzer.sandbox.laboratory.add_pc_address(lab_address(21))
-    other = make_pc(address=lab_address(21), peer_id="2")
-    other.connect()
-    other.send(Command.GET_INFO, b"\x10\x00")
-    packet = other.expect(Command.INFO)
+def test_another_pc_is_told_who_is_registered(connected_pc: Pc, other_pc: Pc) -> None:
+    other_pc.connect()
+    other_pc.send(Command.GET_INFO, b"\x10\x00")
+    packet = other_pc.expect(Command.INFO)
     assert packet.sub_tag == 0xFF
     assert packet.payload[2:] == b"\0" + bytes(map(int, PC_ADDRESS.split("."))) + padded("LabLink", 10)
-    other.send(Command.GET_INFO, b"\x00\x01")
-    assert other.expect(Command.INFO).sub_tag == ord("1")
+    other_pc.send(Command.GET_INFO, b"\x00\x01")
+    assert other_pc.expect(Command.INFO).sub_tag == ord("1")
 
 
 def test_without_a_registered_pc(analyzer: Analyzer, pc: Pc) -> None:

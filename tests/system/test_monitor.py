@@ -10,7 +10,7 @@ from typing import Any
 from bench.analyzer import PASSWORD, Analyzer
 from bench.daemon import wait_until
 from bench.pc import Pc
-from bench.pcpacket import Command, Info, Packet
+from bench.pcpacket import Command, Packet
 from bench.sandbox import ANALYZER_ADDRESS, PC_ADDRESS, USB_ANALYZER_ADDRESS, USB_PC_ADDRESS
 from bench.zelapp import PcConnection
 

@@ -12,21 +12,14 @@ from bench.analyzer import PASSWORD, PATIENT_ID, Analyzer
 from bench.daemon import wait_until
 from bench.pc import Pc, Refused
 from bench.pcpacket import Command, Info, Packet
-from bench.sandbox import PC_ADDRESS, USB_ANALYZER_ADDRESS, USB_PC_ADDRESS, lab_address
+from bench.sandbox import PC_ADDRESS, USB_ANALYZER_ADDRESS, USB_PC_ADDRESS
 from bench.zelapp import PATIENT, PcConnection, ResultFailed, ResultSent
 
-OTHER_PC = lab_address(21)
 IDENTITY = ("PCIPAddress", "PCSWName", "PCPeerID", "PCUDPPort")
 
 
 def identity(analyzer: Analyzer) -> tuple[str | None, ...]:
     return tuple(analyzer.setting(key) for key in IDENTITY)
-
-
-@pytest.fixture
-def other_pc(analyzer: Analyzer, make_pc: Any) -> Pc:
-    analyzer.sandbox.laboratory.add_pc_address(OTHER_PC)
-    return make_pc(address=OTHER_PC, name="OtherPC", peer_id="2")
 
 
 def test_a_registered_pc_is_stored_and_reported(analyzer: Analyzer, make_pc: Any) -> None:
@@ -66,7 +59,7 @@ def test_the_previous_pc_is_told_first(analyzer: Analyzer, connected_pc: Pc, oth
     assert other_pc.expect(Command.REGISTER_RESPONSE).payload == b"2"
     notice = connected_pc.receive_datagram(Command.NOTICE, timeout=0.2)
     assert notice == Packet(Command.NOTICE, 5, ord("1"), b"\x04\x00" + field + b"OtherPC\0\0\0")
-    assert identity(analyzer) == (OTHER_PC, "OtherPC", "2", "9036")
+    assert identity(analyzer) == (other_pc.address, "OtherPC", "2", "9036")
     log = analyzer.daemon.log()
     assert log.find("Change device info request making start") < log.rfind("Register device response making start")
 

@@ -19,7 +19,7 @@ from bench.analyzer import CONFIG, DATABASE, PASSWORD, PATIENT_ID, Analyzer
 from bench.daemon import preset, wait_until
 from bench.pc import ANALYZER_TCP_PORT, Pc
 from bench.pcpacket import Command, Info, Packet
-from bench.sandbox import USB_ANALYZER_ADDRESS, USB_PC_ADDRESS
+from bench.sandbox import ANALYZER_ADDRESS
 from bench.zelapp import PATIENT, PcConnection, ResultFailed, ResultSent
 from updates import (BY_PC, INTERNET, NEW, PC_ERROR, SERVER_ERROR, USB, USB_ERROR, fail, history, insert_stick, release,
                      start, succeed)
@@ -176,30 +176,29 @@ def test_descriptors_run_out(analyzer: Analyzer, connected_pc: Pc, make_pc: Call
     assert analyzer.synced("Result", PATIENT_ID)
 
 
-def test_sessions_come_to_an_end(analyzer: Analyzer, connected_pc: Pc, make_pc: Callable[..., Pc]) -> None:
-    """A stranger gets 200 of them; the registered PC, and who is there already, is served all the same."""
+def test_sessions_come_to_an_end(analyzer: Analyzer, connected_pc: Pc, other_pc: Pc) -> None:
+    """There are 200 of them; the registered PC, and who is there already, is served all the same."""
     with ExitStack() as crowd:
         for _ in range(220):
             stranger = crowd.enter_context(analyzer.sandbox.socket(socket.SOCK_STREAM))
-            stranger.bind((USB_PC_ADDRESS, 0))
-            stranger.connect((USB_ANALYZER_ADDRESS, ANALYZER_TCP_PORT))
-        late = make_pc(address=USB_PC_ADDRESS, analyzer=USB_ANALYZER_ADDRESS)
-        late.connect()
+            stranger.bind((other_pc.address, 0))
+            stranger.connect((ANALYZER_ADDRESS, ANALYZER_TCP_PORT))
+        other_pc.connect()
         with pytest.raises(ConnectionError):
-            late.receive()
+            other_pc.receive()
         assert analyzer.daemon.log().count("[CTCPListener::Run] New session refused, 200 are open") == 22
         connected_pc.connect()
         analyzer.daemon.wait_for_log("TCP session reconnected")
         transfer(analyzer, connected_pc)
-    wait_until(lambda: connects(late) and late.get_info(Info.SERIAL), 10, "there is room again")
+    wait_until(lambda: analyzer.daemon.threads() < 50, 10, "the crowd is gone")
+    other_pc.connect()
+    assert other_pc.get_info(Info.SERIAL)
 
 
-def test_who_does_not_read_holds_up_nobody_for_long(analyzer: Analyzer, connected_pc: Pc,
-                                                    make_pc: Callable[..., Pc]) -> None:
+def test_who_does_not_read_holds_up_nobody_for_long(analyzer: Analyzer, connected_pc: Pc, other_pc: Pc) -> None:
     """Neither ZELApp's request nor a session waits for a PC that sends, but takes nothing."""
-    stranger = make_pc(address=USB_PC_ADDRESS, analyzer=USB_ANALYZER_ADDRESS)
-    stranger.connect()
-    for pc in (connected_pc, stranger):
+    other_pc.connect()
+    for pc in (connected_pc, other_pc):
         pc.send_raw(Packet(Command.GET_INFO, 1, 0, b"\x1f\xff").encode() * 10000)
     analyzer.zelapp.send_result(PATIENT, f"ResultID = {PATIENT_ID}")
     analyzer.zelapp.expect(ResultFailed, 25)

@@ -11,7 +11,7 @@ import pytest
 from bench.analyzer import Analyzer
 from bench.pc import Pc
 from bench.pcpacket import Command, Packet, ScanResponse, decode
-from bench.sandbox import (ANALYZER_ADDRESS, PC_ADDRESS, USB_ANALYZER_ADDRESS, USB_PC_ADDRESS)
+from bench.sandbox import ANALYZER_ADDRESS, PC_ADDRESS, USB_ANALYZER_ADDRESS, USB_PC_ADDRESS, lab_address
 
 
 def test_the_answer_goes_to_the_address_in_the_request(analyzer: Analyzer, pc: Pc) -> None:
@@ -88,11 +88,14 @@ def test_malformed_datagrams_are_dropped(analyzer: Analyzer, pc: Pc) -> None:
 
 def test_answers_to_where_nobody_is_hold_up_nobody(analyzer: Analyzer, connected_pc: Pc) -> None:
     """The kernel keeps each for seconds while it asks for the address."""
+    nobody = lab_address(99)
+    analyzer.sandbox.run("ip", "neighbour", "flush", "to", nobody)
+    scan = Packet(Command.SCAN, 1, 0, struct.pack(">H4s4x", 7, socket.inet_aton(nobody))).encode()
     connected_pc.stop_heartbeat()
     lost = 0
-    for beat in range(8):
+    for _ in range(8):
         for _ in range(150):
-            connected_pc.send_datagram(Packet(Command.SCAN, 1, 0, struct.pack(">HBBBB4x", 7, 192, 168, 40, 99)).encode())
+            connected_pc.send_datagram(scan)
         connected_pc.heartbeat_answered.clear()
         connected_pc.send_heartbeat()
         lost += not connected_pc.heartbeat_answered.wait(1)

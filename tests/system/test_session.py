@@ -13,7 +13,6 @@ from bench.analyzer import PASSWORD, PATIENT_ID, Analyzer
 from bench.daemon import wait_until
 from bench.pc import Pc
 from bench.pcpacket import Command, Info, Packet
-from bench.sandbox import USB_ANALYZER_ADDRESS, USB_PC_ADDRESS
 from bench.zelapp import PATIENT, ResultFailed, ResultSent
 
 MARKER = "/tmp/rm_send_result_success"
@@ -48,9 +47,10 @@ def test_a_silent_session_lives_on(analyzer: Analyzer, pc: Pc) -> None:
     assert analyzer.daemon.log().count("PC Disconnected") == before
 
 
-def test_results_belong_to_the_current_session(analyzer: Analyzer, connected_pc: Pc, make_pc: Any) -> None:
+def test_results_belong_to_the_current_session(analyzer: Analyzer, connected_pc: Pc, make_pc: Any,
+                                               other_pc: Pc) -> None:
     """Neither a second session of the same PC nor a stranger takes them, or acknowledges them."""
-    others = [make_pc(udp_port=9300), make_pc(address=USB_PC_ADDRESS, analyzer=USB_ANALYZER_ADDRESS)]
+    others = [make_pc(udp_port=9300), other_pc]
     for other in others:
         other.connect()
         assert other.get_info(Info.REGISTRATION)[Info.REGISTRATION][0] == (other is others[0])
