@@ -188,8 +188,8 @@ Command = Callable[[argparse.Namespace], Outcome]
 
 def parser() -> argparse.ArgumentParser:
     top = argparse.ArgumentParser(prog=PROGRAM, formatter_class=argparse.RawDescriptionHelpFormatter,
-                                  description="Makes, checks, publishes and delivers update files; docs/updates.md "
-                                              "tells what they are.",
+                                  description="Makes, checks, publishes and delivers update files, which "
+                                              "docs/updates.md\ndescribes.",
                                   epilog=f"{PROGRAM} COMMAND --help has examples.\n\n" + STATUSES)
     commands = top.add_subparsers(required=True, metavar="COMMAND")
 

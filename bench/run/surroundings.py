@@ -4,7 +4,8 @@ from __future__ import annotations
 
 from pathlib import Path
 
-from bench.image import INFO_PATH, QC_PATHS, document, file_name, make_release, parse, sample_payloads, server_path
+from bench.image import (APP, INFO_PATH, QC_PATHS, SYS, XML, document, file_name, make_release, parse, sample_payloads,
+                         server_path)
 
 STICK_VERSION, SERVER_VERSION = "1.01.00.0002", "1.02.00.0003"  # newer than what is installed
 SAMPLE_SIZE = 1 << 20
@@ -28,7 +29,8 @@ def make_publication(directory: Path, model: str) -> bool:
     """The same for what an update server serves."""
     if directory.exists():
         return False
-    files = sample_release(model, SERVER_VERSION)
+    release = sample_release(model, SERVER_VERSION)
+    files = {image: release[image] for image in (APP, SYS, XML)}  # all that is taken from a server
     contents = {server_path(image, model): data for image, data in files.items()} \
         | {QC_PATHS[model]: b"<control_material/>\n",
            INFO_PATH: document({model: {image: parse(data).version for image, data in files.items()}})}
