@@ -18,7 +18,7 @@ import pytest
 from bench.analyzer import CONFIG, DATABASE, PASSWORD, PATIENT_ID, Analyzer
 from bench.daemon import preset, wait_until
 from bench.pc import ANALYZER_TCP_PORT, Pc
-from bench.pcpacket import Command, Info, Packet
+from bench.pcpacket import Info
 from bench.sandbox import ANALYZER_ADDRESS
 from bench.zelapp import PATIENT, PcConnection, ResultFailed, ResultSent
 from updates import (BY_PC, INTERNET, NEW, PC_ERROR, SERVER_ERROR, USB, USB_ERROR, fail, history, insert_stick, release,
@@ -193,19 +193,6 @@ def test_sessions_come_to_an_end(analyzer: Analyzer, connected_pc: Pc, other_pc:
     wait_until(lambda: analyzer.daemon.threads() < 50, 10, "the crowd is gone")
     other_pc.connect()
     assert other_pc.get_info(Info.SERIAL)
-
-
-def test_who_does_not_read_holds_up_nobody_for_long(analyzer: Analyzer, connected_pc: Pc, other_pc: Pc) -> None:
-    """Neither ZELApp's request nor a session waits for a PC that sends, but takes nothing."""
-    other_pc.connect()
-    for pc in (connected_pc, other_pc):
-        pc.send_raw(Packet(Command.GET_INFO, 1, 0, b"\x1f\xff").encode() * 10000)
-    analyzer.zelapp.send_result(PATIENT, f"ResultID = {PATIENT_ID}")
-    analyzer.zelapp.expect(ResultFailed, 25)
-    analyzer.daemon.wait_for_log("[CTCPSession::SendMessage] Send error: Connection timed out (", 40, 2)
-    wait_until(lambda: connects(connected_pc), 10, "the daemon serves")
-    analyzer.daemon.wait_for_log("TCP session reconnected")
-    transfer(analyzer, connected_pc)
 
 
 @pytest.mark.skipif(SANITIZED, reason="a sanitizer's own memory does not fit either")

@@ -114,6 +114,20 @@ TEST_F(TCPSendTest, ASenderDoesNotOutliveTheSession) {
         testing::Contains(testing::StartsWith("ERROR [CTCPSession::SendMessage] Send error: Bad file descriptor (")));
 }
 
+// Faults: a sender that waits for ever for a PC that does not read, one that leaves a piece of a packet before the
+// next.
+TEST_F(TCPSendTest, ASenderDoesNotWaitForWhoDoesNotRead) {
+    TCPPair pair(true);
+    const auto session = Serve(std::move(pair.device));
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(session->SendMessage(Buffer(CPCMsg::kMaxPacketSize, 0x0A)), -1);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
+    EXPECT_THAT(
+        LogLines(),
+        testing::Contains(testing::StartsWith("ERROR [CTCPSession::SendMessage] Send error: Connection timed out (")));
+    EXPECT_TRUE(WaitUntil([&] { return HasEnded(session); }));
+}
+
 // Fault: a session that ends gives its descriptor's number away while another thread sends on it, so that the packet
 // goes to a stranger.
 TEST_F(TCPSendTest, NobodyElseGetsAPacket) {
