@@ -57,7 +57,8 @@ class Missing:
     """Stands for the engine where none can be used: everything that needs no sandbox goes on."""
 
     def __init__(self, like: Engine, reason: str):
-        self.NAME, self.NOTICE, self._reason, self._like = "none", "", reason, like
+        self.NAME, self.NOTICE, self.OWN_NETWORK = "none", "", False
+        self._reason, self._like = reason, like
 
     def __getattr__(self, name: str) -> str:
         return getattr(self._like, name)
@@ -66,7 +67,7 @@ class Missing:
         return self._reason
 
     def laboratory(self, analyzers: int) -> Laboratory:
-        raise SandboxError(self._reason)
+        raise Unsupported(self._reason)
 
 
 def choose() -> Engine:
