@@ -33,6 +33,7 @@ def test_a_foreign_project_uses_the_library(tmp_path: Path, way: str) -> None:
         lists = lists.replace("find_package(ZELHL7 REQUIRED)", "add_subdirectory(zelrmup)")
     (tmp_path / "CMakeLists.txt").write_text("cmake_minimum_required(VERSION 3.25)\nproject(orders CXX)\n" + lists)
     (tmp_path / "orders.cpp").write_text(CARELESS + FENCED["cpp"])
-    run("cmake", "-S", tmp_path, "-B", tmp_path / "b", f"-DCMAKE_PREFIX_PATH={tmp_path / 'installed'}")
+    run("cmake", "-G", "Ninja", "-S", tmp_path, "-B", tmp_path / "b",
+        f"-DCMAKE_PREFIX_PATH={tmp_path / 'installed'}")
     run("cmake", "--build", tmp_path / "b", "--target", "orders")
     assert run(tmp_path / "b/orders") == "O-1: Liver 6\n"
