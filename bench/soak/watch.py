@@ -114,7 +114,7 @@ class Watcher:
                 next_sample = time.monotonic() + SAMPLE
                 try:
                     sample = self.sample()
-                except (OSError, KeyError):  # between two lives
+                except (OSError, KeyError, RuntimeError):  # between two lives
                     continue
                 life = self.records.life
                 life.most = sample.most(life.most or sample)
