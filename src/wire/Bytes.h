@@ -22,6 +22,10 @@ inline void PutBE32(std::span<std::uint8_t> data, std::size_t offset, std::uint3
     PutBE16(data, offset + 2, static_cast<std::uint16_t>(value));
 }
 
+inline std::uint32_t GetBE32(std::span<const std::uint8_t> data, std::size_t offset) {
+    return (static_cast<std::uint32_t>(GetBE16(data, offset)) << 16) | GetBE16(data, offset + 2);
+}
+
 inline std::uint16_t GetLE16(std::span<const std::uint8_t> data, std::size_t offset) {
     return static_cast<std::uint16_t>(data[offset] | (data[offset + 1] << 8));
 }

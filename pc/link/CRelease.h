@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <stdexcept>
+#include <string>
+
+#include "wire/ImageCatalogue.h"
+
+namespace ZELPC {
+
+/// A folder does not hold a release that may be sent; the text says why, for people.
+class ReleaseError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// One update file of a release.
+struct ReleaseFile {
+    std::filesystem::path path;
+    std::string version;    ///< as in the file's header
+    std::int64_t size = 0;  ///< bytes of image data that follow the header
+    std::int64_t FileSize() const;
+};
+
+/// The update files in a folder that belong together: SYS, APP and XML of one release, or DSP, or all four, of one
+/// model. Read once and checked whole; what the files hold is read again when it is sent.
+class CRelease {
+public:
+    /// Looks through the files with the names of the catalogue. Throws ReleaseError when there is none, when they are
+    /// of both models, SYS, APP and XML are not together, a file is not what its name says, is shorter or longer than
+    /// its header says, the package in SYS does not hold its four sections, or the versions are not those that APP says
+    /// belong together.
+    [[nodiscard]] static CRelease Read(const std::filesystem::path& folder);
+
+    /// By image: kSYSImage, kAppImage, kDSPImage, kXMLImage.
+    const std::map<ImageId, ReleaseFile>& Files() const { return files_; }
+
+    bool IsVeterinary() const { return veterinary_; }
+
+private:
+    std::map<ImageId, ReleaseFile> files_;
+    bool veterinary_ = false;
+};
+
+/// "SYS", "APP", "DSP", "XML": what people call an image.
+[[nodiscard]] const char* NameOf(ImageId image);
+
+}  // namespace ZELPC

@@ -1,0 +1,128 @@
+#include "result/LabResult.h"
+
+#include <algorithm>
+
+#include "hl7wrap/COUL_R22Wrap.h"
+
+namespace ZELPC {
+
+namespace {
+
+/// A text of a message for people: the analyzer's words for "nothing" are nothing, control characters are "?".
+std::string Plain(std::string text) {
+    if (text == "NULL" || text == "EMPTY") {
+        return {};
+    }
+    std::ranges::replace_if(
+        text, [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7F'; }, '?');
+    return text;
+}
+
+/// OBX-13: a list joined by commas, read by position.
+std::vector<std::string> Checks(const std::string& text) {
+    std::vector<std::string> list;
+    for (std::size_t start = 0; start <= text.size();) {
+        const std::size_t end = std::min(text.find(',', start), text.size());
+        list.push_back(Plain(text.substr(start, end - start)));
+        start = end + 1;
+    }
+    list.resize(std::max<std::size_t>(list.size(), 10));
+    return list;
+}
+
+std::string Range(const std::string& from, const std::string& to) {
+    return from.empty() && to.empty() ? std::string() : from + "-" + to;
+}
+
+/// OBX-7. "0-0" says that ranges are switched off, "-" that none is stored.
+std::string ReferenceRange(const std::string& text, bool control) {
+    return text == "-" || (text == "0-0" && !control) ? std::string() : Plain(text);
+}
+
+LabValue ReadValue(const ZELHL7::Observation& observation, LabResult& result) {
+    const std::vector<std::string> checks = Checks(observation.userDefinedChecks);
+    LabValue value;
+    value.analyte = Plain(observation.subId);
+    value.value = Plain(observation.value);
+    value.unit = Plain(observation.units);
+    value.range = ReferenceRange(observation.referenceRange, result.control);
+    value.errorCode = checks[0];
+    value.errorLevel = checks[1];
+    value.qcFlag = checks[2];
+    if (result.control) {
+        value.rule = checks[3];
+        value.ruleFlag = checks[4];
+        value.limits = Range(checks[5], checks[6]);
+    } else if (result.age.empty()) {
+        result.age = checks[7];
+    }
+    value.dynamicRange = Range(checks[8], checks[9]);
+    value.measured = Plain(observation.analysisTime);
+    value.operatorID = Plain(observation.responsibleObserver);
+    return value;
+}
+
+void ReadPatient(const ZELHL7::COUL_R22Wrap& message, LabResult& result) {
+    std::string familyName;
+    std::string givenName;
+    (void)message.GetPatient(result.patient, familyName, givenName, result.birth, result.sex, result.species,
+                             result.client, result.speciesName);
+}
+
+void ReadOrder(const ZELHL7::COUL_R22Wrap& message, LabResult& result) {
+    std::string placer;
+    std::string provider;
+    (void)message.GetOrder(placer, result.panelSerial, result.panel, provider);
+    (void)message.GetContainer(result.hemolysis, result.lipemia, result.icterus, result.reagentVersion);
+    (void)message.GetInventory(result.materialName, result.materialLevel, result.materialLot, result.materialExpiry);
+    (void)message.GetSubstanceLot(result.lot);
+}
+
+/// MSH-7, which the wrapper does not tell.
+std::string BuildTime(std::string_view text) {
+    constexpr int kField = 7;
+    text = text.substr(0, text.find('\r'));
+    for (int field = 1; field < kField && !text.empty(); ++field) {
+        const std::size_t bar = text.find('|');
+        text.remove_prefix(bar == std::string_view::npos ? text.size() : bar + 1);
+    }
+    return std::string(text.substr(0, text.find('|')));
+}
+
+}  // namespace
+
+std::string LabResult::Measured() const {
+    const auto told = std::ranges::find_if(values, [](const LabValue& value) { return !value.measured.empty(); });
+    return told == values.end() ? std::string() : told->measured;
+}
+
+std::optional<LabResult> ReadLabResult(std::string_view text) {
+    ZELHL7::COUL_R22Wrap message;
+    std::string specimenRole;
+    LabResult result;
+    if (message.Decode(text) != 1 || message.GetSpecimen(result.specimen, specimenRole) == 0) {
+        return std::nullopt;
+    }
+    result.control = specimenRole == "Q";
+    result.built = BuildTime(text);
+    ReadPatient(message, result);
+    ReadOrder(message, result);
+    for (std::string* field :
+         {&result.patient, &result.birth, &result.sex, &result.client, &result.species, &result.speciesName,
+          &result.specimen, &result.hemolysis, &result.lipemia, &result.icterus, &result.reagentVersion,
+          &result.panelSerial, &result.panel, &result.lot, &result.materialName, &result.materialLevel,
+          &result.materialLot, &result.materialExpiry, &result.built}) {
+        *field = Plain(*field);
+    }
+    ZELHL7::Observation observation;
+    for (int i = 0; message.GetObservation(i, observation) != 0; ++i) {
+        LabValue value = ReadValue(observation, result);
+        // A result without analytes has one empty observation, for the lot to follow.
+        if (!value.analyte.empty() || !value.value.empty()) {
+            result.values.push_back(std::move(value));
+        }
+    }
+    return result;
+}
+
+}  // namespace ZELPC
