@@ -5,6 +5,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <vector>
 
 #include "link/IAnalyzerLink.h"
@@ -45,7 +46,9 @@ public:
     [[nodiscard]] const HubSettings& Settings() const;
 
 private:
-    std::shared_ptr<CDatagramPort> port_;
+    const std::shared_ptr<CDatagramPort> port_;
+    std::mutex mutex_;
+    std::vector<std::weak_ptr<IAnalyzerLink>> links_;
 };
 
 }  // namespace ZELPC

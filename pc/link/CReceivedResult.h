@@ -17,16 +17,18 @@ namespace ZELPC {
 /// whichever was meant: one that comes late would mark another result. So an acknowledgement is only sent while it can
 /// only mean this result: on the same connection, within `kPatience` of its arrival, and before another result came.
 ///
-/// Any thread may use it. It may outlive its link. Dropping it without acknowledgement is allowed and means "not
-/// stored"; a link takes further results only while at most kMaxPending of its results are alive.
+/// Any thread may use it. It may outlive its link, but not the io_context. Dropping it without acknowledgement is
+/// allowed and means "not stored"; a link takes further results only while at most kMaxPending of its results are
+/// alive.
 class CReceivedResult {
 public:
     static constexpr std::chrono::milliseconds kPatience{2000};
     static constexpr int kMaxPending = 2;
 
     /// `send` puts the acknowledgement onto the connection that the result came from, from any thread; `released` is
-    /// called when the result is gone.
-    CReceivedResult(std::string serial, std::string text, std::function<void()> send, std::function<void()> released);
+    /// called when the result is gone. `age` is how long the result may have waited to be read.
+    CReceivedResult(std::string serial, std::string text, std::chrono::steady_clock::duration age,
+                    std::function<void()> send, std::function<void()> released);
     CReceivedResult(const CReceivedResult&) = delete;
     CReceivedResult& operator=(const CReceivedResult&) = delete;
     ~CReceivedResult();
@@ -41,12 +43,12 @@ public:
     /// When its last byte came.
     std::chrono::system_clock::time_point Received() const { return received_; }
 
-    /// Tells the analyzer that the result is stored. True when the acknowledgement was handed to the connection; false
-    /// when it was too late, the connection is gone or it was acknowledged before: the analyzer then may send the same
-    /// result again, and storing it must not make two of it.
+    /// Tells the analyzer that the result is stored. True when the acknowledgement was handed to the connection, which
+    /// may still lose it; false when it was too late, the connection is gone or it was acknowledged before. Either way
+    /// the analyzer may send the same result again, and storing it must not make two of it.
     [[nodiscard]] bool Acknowledge();
 
-    /// Nothing may be acknowledged any more: the connection ended or another result came. For the link.
+    /// It may not be acknowledged any more: the connection ended or another result came. For the link.
     void Expire() { open_ = false; }
 
 private:

@@ -44,6 +44,9 @@ private:
     bool veterinary_ = false;
 };
 
+/// Whether two version texts say the same version: "1.2.3.4" and "1.02.03.0004" do. What is no version is none.
+[[nodiscard]] bool SameVersion(const std::string& left, const std::string& right);
+
 /// "SYS", "APP", "DSP", "XML": what people call an image.
 [[nodiscard]] const char* NameOf(ImageId image);
 

@@ -1,0 +1,292 @@
+#include "link/CAnalyzerLink.h"
+
+#include <algorithm>
+#include <boost/asio/as_tuple.hpp>
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/detached.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/use_awaitable.hpp>
+#include <random>
+
+#include "link/LinkError.h"
+#include "packet/Requests.h"
+#include "wire/PCCommand.h"
+
+namespace ZELPC {
+
+namespace asio = boost::asio;
+using asio::ip::address_v4;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto kNoThrow = asio::as_tuple(asio::use_awaitable);
+
+constexpr std::uint16_t kEverything = kItemActivity | kItemPeerID | kItemTCPPort | kItemDeviceAddress |
+                                      kItemSerialNumber | kItemAnyVersion | kItemRegistration;
+
+constexpr int kScanRounds = 3;
+constexpr std::chrono::milliseconds kScanPatience = 700ms;
+constexpr std::chrono::milliseconds kFirstPause = 1s;
+constexpr std::chrono::milliseconds kLongestPause = 60s;
+constexpr std::chrono::milliseconds kTakenPause = 30s;
+constexpr std::chrono::milliseconds kRefusedPause = 60s;
+constexpr std::chrono::milliseconds kBusyPause = 5s;
+
+/// A registration that lasted so long was none that fails over and over.
+constexpr std::chrono::seconds kProvenTime = 30s;
+
+/// 1 s, 2 s, 4 s and so on, each a little more or less, so that many links do not come back all at once.
+std::chrono::milliseconds GrowingPause(int failures) {
+    constexpr int kMostDoublings = 6;
+    thread_local std::minstd_rand random(std::random_device{}());
+    const auto pause = std::min(kFirstPause * (1 << std::clamp(failures - 1, 0, kMostDoublings)), kLongestPause);
+    return pause * std::uniform_int_distribution<int>(80, 120)(random) / 100;
+}
+
+/// The device information carries fewer characters of the serial number than the scan does.
+bool SameSerial(const std::string& scanned, const std::string& told) {
+    return scanned.starts_with(told) && (told.size() >= 10 || told == scanned);
+}
+
+}  // namespace
+
+CAnalyzerLink::CAnalyzerLink(std::shared_ptr<CDatagramPort> port, LinkSettings settings,
+                             std::shared_ptr<ILinkEvents> events)
+    : port_(std::move(port)),
+      settings_(std::move(settings)),
+      strand_(asio::make_strand(port_->Context())),
+      slots_(std::make_shared<ResultSlots>(strand_)),
+      events_(std::move(events)),
+      timer_(strand_),
+      address_(settings_.address),
+      serial_(settings_.serial),
+      mayTakeOver_(settings_.takeOver) {
+    status_.serial = serial_;
+    status_.address = address_;
+    status_.since = std::chrono::system_clock::now();
+}
+
+void CAnalyzerLink::Start() {
+    port_->Attach(shared_from_this(), address_, serial_);
+    asio::co_spawn(
+        strand_, [self = shared_from_this()] { return self->Run(); }, asio::detached);
+}
+
+asio::awaitable<void> CAnalyzerLink::Run() {
+    while (!stopping_) {
+        Setback setback;
+        try {
+            setback = co_await Attempt();
+        } catch (const LinkError& error) {
+            setback = {LinkState::kWaiting, GrowingPause(++failures_), error.what()};
+        }
+        registered_ = false;
+        if (session_ != nullptr) {
+            session_->Close(setback.reason);
+            session_.reset();
+        }
+        if (push_ != nullptr) {
+            push_->TakeSession(nullptr);
+        }
+        if (!stopping_) {
+            co_await Pause(setback);
+        }
+    }
+    Finish();
+}
+
+asio::awaitable<CAnalyzerLink::Setback> CAnalyzerLink::Attempt() {
+    takenBy_.reset();
+    Tell({.state = LinkState::kSearching});
+    co_await Locate();
+    Tell({.state = LinkState::kConnecting});
+    session_ = std::make_shared<CLinkSession>(
+        strand_, port_, slots_,
+        SessionHandlers{[self = shared_from_this()](std::shared_ptr<CReceivedResult> result) {
+                            self->events_->OnResult(std::move(result));
+                        },
+                        [self = shared_from_this()](const Packet& packet) { self->TakeUpdatePacket(packet); }});
+    co_await session_->Open(address_, serial_);
+    DeviceInfo info = co_await session_->GetInfo(kEverything);
+    if (!SameSerial(serial_, info.serial.value_or(""))) {
+        throw LinkError("the analyzer there has the serial number " + info.serial.value_or("?"));
+    }
+    if (const auto taken = Occupant(info); taken && !mayTakeOver_) {
+        co_return TakenBy(*taken);
+    }
+    co_return co_await Serve(std::move(info));
+}
+
+asio::awaitable<void> CAnalyzerLink::Locate() {
+    reachable_ = false;
+    if (!address_.is_unspecified() && co_await Ask(false)) {
+        reachable_ = true;
+        co_return;
+    }
+    const bool search = address_.is_unspecified() || (!serial_.empty() && failures_ % 2 == 1);
+    if (!stopping_ && search && co_await Ask(true)) {
+        reachable_ = true;
+        co_return;
+    }
+    throw LinkError(search ? "no analyzer with the serial number " + serial_ + " answers"
+                           : "no answer from " + address_.to_string());
+}
+
+asio::awaitable<bool> CAnalyzerLink::Ask(bool everywhere) {
+    sighting_.reset();
+    for (int round = 0; round < kScanRounds && !sighting_ && !stopping_; ++round) {
+        if (everywhere) {
+            port_->SendSearch();
+        } else {
+            port_->SendScan(address_);
+        }
+        timer_.expires_after(kScanPatience);
+        co_await timer_.async_wait(kNoThrow);
+    }
+    co_return sighting_.has_value();
+}
+
+std::optional<OtherPC> CAnalyzerLink::Occupant(const DeviceInfo& info) const {
+    if (!info.registered.value_or(false)) {
+        return info.registrant && info.registrant->address != 0 ? info.registrant : std::nullopt;
+    }
+    // An analyzer knows its PC by the address alone: another program on this PC shows by its name.
+    const std::string name = port_->Settings().name.substr(0, kNameLength);
+    if (sighting_ && sighting_->busy && sighting_->pcAddress == session_->LocalAddress().to_uint() &&
+        sighting_->pcName != name) {
+        return OtherPC{sighting_->pcAddress, sighting_->pcName};
+    }
+    return std::nullopt;
+}
+
+asio::awaitable<CAnalyzerLink::Setback> CAnalyzerLink::Serve(DeviceInfo info) {
+    const auto session = session_;
+    // The analyzer already counts this PC as its own, so that it goes on doing so while a registration has to wait.
+    bool keptAlive = info.registered.value_or(false);
+    if (keptAlive) {
+        session->KeepAlive(shared_from_this());
+    }
+    for (;;) {
+        Tell({.state = LinkState::kRegistering});
+        const Refusal refusal = co_await session->Register(settings_.password);
+        if (refusal == Refusal::kNone) {
+            break;
+        }
+        if (refusal == Refusal::kPassword || refusal == Refusal::kOther) {
+            co_return Setback{LinkState::kRefused, kRefusedPause, TextOf(refusal), refusal};
+        }
+        co_await Pause({LinkState::kRefused, kBusyPause, TextOf(refusal), refusal});
+    }
+    if (!keptAlive) {
+        session->KeepAlive(shared_from_this());
+    }
+    registered_ = true;
+    const Clock::time_point since = Clock::now();
+    info.registered = true;
+    info.registrant.reset();
+    Tell({.state = LinkState::kRegistered});
+    events_->OnInfo(info);
+    if (push_ != nullptr) {
+        push_->TakeSession(session);
+    }
+    const std::string reason = co_await session->Ended();
+    if (takenBy_) {
+        mayTakeOver_ = false;
+        events_->OnTakenOver(*takenBy_);
+        co_return TakenBy(*takenBy_);
+    }
+    if (Clock::now() - since > kProvenTime) {
+        failures_ = 0;
+    }
+    throw LinkError(reason);
+}
+
+CAnalyzerLink::Setback CAnalyzerLink::TakenBy(const OtherPC& other) {
+    return {LinkState::kTaken, kTakenPause, "another PC is registered", Refusal::kNone, other};
+}
+
+asio::awaitable<void> CAnalyzerLink::CheckRegistration() {
+    const auto session = session_;
+    try {
+        const DeviceInfo info = co_await session->GetInfo(kItemRegistration);
+        if (info.registrant && info.registrant->address != 0) {
+            takenBy_ = info.registrant;
+            session->Close("another PC has registered");
+        }
+    } catch (const LinkError&) {
+        // The session ends by itself when nothing is heard.
+    }
+    checking_ = false;
+}
+
+asio::awaitable<void> CAnalyzerLink::Pause(Setback setback) {
+    const auto pause = setback.pause;
+    Tell(std::move(setback));
+    if (!stopping_) {
+        timer_.expires_after(pause);
+        co_await timer_.async_wait(kNoThrow);
+    }
+}
+
+void CAnalyzerLink::TakeSighting(const ScanAnswer& answer, address_v4 from) {
+    if (stopping_ || (!serial_.empty() && answer.serial != serial_) || answer.serial.empty() ||
+        (session_ != nullptr && session_->IsOpen())) {
+        return;
+    }
+    const address_v4 told(answer.address);
+    const bool moved = address_ != told && address_ != from;
+    if (moved) {
+        address_ = told.is_unspecified() ? from : told;
+    }
+    if (moved || serial_.empty()) {
+        serial_ = answer.serial;
+        port_->Attach(shared_from_this(), address_, serial_);
+    }
+    const std::scoped_lock lock(statusMutex_);
+    const LinkState state = status_.state;
+    sighting_ = answer;
+    if (state == LinkState::kSearching || (state == LinkState::kWaiting && (moved || !reachable_))) {
+        timer_.cancel();
+    }
+}
+
+void CAnalyzerLink::TakeUpdatePacket(const Packet& packet) {
+    if (push_ != nullptr) {
+        push_->Take(packet);
+    } else if (packet.header.command == kGetInfo && session_ != nullptr) {
+        // The analyzer's operator asked for an update: there is none.
+        session_->Send(UpdateVersions(packet.header.tag, session_->PeerID(), {}));
+    }
+}
+
+void CAnalyzerLink::Tell(Setback setback) {
+    LinkStatus status;
+    {
+        const auto now = std::chrono::system_clock::now();
+        const std::scoped_lock lock(statusMutex_);
+        if (status_.state != setback.state) {
+            status_.since = now;
+        }
+        status_.state = setback.state;
+        status_.serial = serial_;
+        status_.model = sighting_ ? sighting_->model : status_.model;
+        status_.address = address_;
+        status_.refusal = setback.refusal;
+        status_.otherPC = std::move(setback.other);
+        status_.reason = std::move(setback.reason);
+        status_.nextTry = setback.pause > 0ms ? std::optional(now + setback.pause) : std::nullopt;
+        status = status_;
+    }
+    events_->OnStatus(status);
+}
+
+void CAnalyzerLink::Finish() {
+    Tell({.state = LinkState::kStopped});
+    events_.reset();
+    if (push_ != nullptr) {
+        push_->Fail("the link was stopped");
+    }
+}
+
+}  // namespace ZELPC
