@@ -1,8 +1,5 @@
-#include <CLI/CLI.hpp>
+#include "cli/Arguments.h"
 
 int main(int argc, char** argv) {
-    CLI::App app("The PC's side of ZELRmUp analyzers");
-    app.set_version_flag("--version", ZELPC_VERSION);
-    CLI11_PARSE(app, argc, argv);
-    return 0;
+    return ZELPC::RunArguments(argc, argv);
 }

@@ -45,6 +45,9 @@ public:
 
     [[nodiscard]] const HubSettings& Settings() const;
 
+    /// For the parts of this layer.
+    [[nodiscard]] const std::shared_ptr<CDatagramPort>& Port() const { return port_; }
+
 private:
     const std::shared_ptr<CDatagramPort> port_;
     std::mutex mutex_;

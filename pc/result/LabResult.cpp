@@ -78,15 +78,22 @@ void ReadOrder(const ZELHL7::COUL_R22Wrap& message, LabResult& result) {
     (void)message.GetSubstanceLot(result.lot);
 }
 
-/// MSH-7, which the wrapper does not tell.
-std::string BuildTime(std::string_view text) {
+constexpr std::string_view kHeaderName = "MSH|";
+
+/// Where MSH-7, which the wrapper does not tell, stands in a text.
+struct Place {
+    std::size_t begin = 0;
+    std::size_t size = 0;
+};
+
+Place BuildTime(std::string_view text) {
     constexpr int kField = 7;
-    text = text.substr(0, text.find('\r'));
-    for (int field = 1; field < kField && !text.empty(); ++field) {
-        const std::size_t bar = text.find('|');
-        text.remove_prefix(bar == std::string_view::npos ? text.size() : bar + 1);
+    const std::string_view header = text.substr(0, text.find('\r'));
+    std::size_t begin = 0;
+    for (int field = 1; field < kField && begin < header.size(); ++field) {
+        begin = std::min(header.find('|', begin), header.size() - 1) + 1;
     }
-    return std::string(text.substr(0, text.find('|')));
+    return {begin, std::min(header.find('|', begin), header.size()) - begin};
 }
 
 }  // namespace
@@ -94,6 +101,20 @@ std::string BuildTime(std::string_view text) {
 std::string LabResult::Measured() const {
     const auto told = std::ranges::find_if(values, [](const LabValue& value) { return !value.measured.empty(); });
     return told == values.end() ? std::string() : told->measured;
+}
+
+bool HoldsResult(std::string_view text) {
+    const std::size_t end = text.find('\r');
+    return text.starts_with(kHeaderName) && end != std::string_view::npos && end + 1 < text.size();
+}
+
+std::string WithoutBuildTime(std::string_view text) {
+    std::string same(text);
+    if (text.starts_with(kHeaderName)) {
+        const Place built = BuildTime(text);
+        same.erase(built.begin, built.size);
+    }
+    return same;
 }
 
 std::optional<LabResult> ReadLabResult(std::string_view text) {
@@ -104,7 +125,8 @@ std::optional<LabResult> ReadLabResult(std::string_view text) {
         return std::nullopt;
     }
     result.control = specimenRole == "Q";
-    result.built = BuildTime(text);
+    const Place built = BuildTime(text);
+    result.built = text.substr(built.begin, built.size);
     ReadPatient(message, result);
     ReadOrder(message, result);
     for (std::string* field :

@@ -53,6 +53,14 @@ struct LabResult {
     std::string Measured() const;
 };
 
+/// Whether a result's text holds a result: a message header and something behind it. A header alone and an empty text
+/// are what an analyzer sends when it cannot read its own database; acknowledged, they would mark a result that nobody
+/// has.
+[[nodiscard]] bool HoldsResult(std::string_view text);
+
+/// The text without MSH-7, the time at which the message was built: the same for the same result sent again.
+[[nodiscard]] std::string WithoutBuildTime(std::string_view text);
+
 /// Reads a result's text. None when it is not an OUL^R22 that holds something: another message, a header alone,
 /// nothing, or garbage. Texts hold no control characters.
 [[nodiscard]] std::optional<LabResult> ReadLabResult(std::string_view text);

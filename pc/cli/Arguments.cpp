@@ -1,0 +1,203 @@
+#include "cli/Arguments.h"
+
+#include <CLI/CLI.hpp>
+#include <functional>
+
+#include "cli/Commands.h"
+#include "cli/ExitStatus.h"
+#include "link/LinkSettings.h"
+
+namespace ZELPC {
+
+namespace {
+
+constexpr char kEnd[] =
+    R"(Exit status: 0 done, 1 it did not come about, 2 wrong arguments or unreadable files, 3 no analyzer
+answers, 4 refused, 5 a release, message or packet is not what it should be, 6 called off.)";
+
+constexpr char kScanEnd[] = R"(Examples:
+  zelpc scan                        who is on the networks of this PC
+  zelpc scan --to 192.168.40.255    ask one network
+  zelpc scan --json --seconds 1     a JSON object a line, for programs)";
+
+constexpr char kInfoEnd[] = R"(Examples:
+  zelpc info 192.168.40.10
+  zelpc info analyzer-2.lab --json)";
+
+constexpr char kRegisterEnd[] =
+    R"(The administrator password is read from the file, from the environment's ZELPC_PASSWORD, or else asked for.
+
+Examples:
+  zelpc register 192.168.40.10
+  zelpc register 192.168.40.10 --password-file /etc/zelpc/password --take-over)";
+
+constexpr char kUnregisterEnd[] = R"(Examples:
+  zelpc unregister 192.168.40.10
+  zelpc unregister 192.168.40.10 --force    also when another program of this PC holds it)";
+
+constexpr char kWatchEnd[] =
+    R"(Without --save results are shown and not acknowledged: they stay at the analyzer, which says that they were not sent.
+With it each is a file on disk before it is acknowledged. Ctrl-C ends the watch; the registration stays.
+
+Examples:
+  zelpc watch 192.168.40.10
+  zelpc watch 192.168.40.10 192.168.40.11 --save results --password-file password)";
+
+constexpr char kPushEnd[] =
+    R"(The folder holds the update files by their names, for example zel_sys.n62.bin. SYS, APP and XML go together. Ctrl-C
+calls the update off as long as the analyzer has not got everything.
+
+Examples:
+  zelpc push 192.168.40.10 release-2.1
+  zelpc push 192.168.40.10 release-2.1 --when-asked    the analyzer's operator begins it)";
+
+constexpr char kDecodeEnd[] =
+    R"(The file is an HL7 message; a capture of network traffic (pcap, pcapng); bytes of packets; or their hexadecimal digits,
+also as lines of the analyzer's log. "-" is standard input.
+
+Examples:
+  zelpc decode results/S1234-20260601080000-0a1b2c3d4e5f6071.hl7
+  tcpdump -w - port 9034 or port 9035 | zelpc decode -)";
+
+using Runs = std::function<int()>;
+
+CLI::App* Add(CLI::App& app, const char* name, const char* what, const char* end) {
+    CLI::App* command = app.add_subcommand(name, what);
+    command->footer(std::string(end));
+    return command;
+}
+
+void AddNetwork(CLI::App* command, NetworkOptions& options, std::uint16_t port) {
+    options.udpPort = port;
+    command->add_option("--from", options.from, "Address of this PC to send from")->type_name("ADDRESS");
+    command->add_option("--udp-port", options.udpPort, "UDP port of this PC; 0: any free one")
+        ->type_name("PORT")
+        ->capture_default_str();
+    command->add_option("--name", options.name, "Name that analyzers show for this PC, at most 10 characters")
+        ->type_name("NAME")
+        ->capture_default_str();
+}
+
+void AddPassword(CLI::App* command, PasswordOptions& options) {
+    command->add_option("--password-file", options.file, "File whose first line is the administrator password")
+        ->type_name("FILE");
+}
+
+void AddHost(CLI::App* command, std::string& host) {
+    command->add_option("host", host, "Address or name of the analyzer")->required()->type_name("HOST");
+}
+
+void AddJson(CLI::App* command, bool& json) {
+    command->add_flag("--json", json, "Write a JSON object a line");
+}
+
+/// The options of every sub-command; they live as long as the parser.
+struct Arguments {
+    ScanOptions scan;
+    InfoOptions info;
+    RegisterOptions registering;
+    UnregisterOptions unregistering;
+    WatchOptions watch;
+    PushOptions push;
+    DecodeOptions decode;
+};
+
+void AddScan(CLI::App& app, ScanOptions& options, Runs& run) {
+    CLI::App* command = Add(app, "scan", "Find analyzers on the network", kScanEnd);
+    command->add_option("--to", options.to, "Address to ask instead of every network")->type_name("ADDRESS");
+    command->add_option("--seconds", options.seconds, "How long to wait for answers")
+        ->check(CLI::Range(0.1, 3600.0))
+        ->capture_default_str();
+    AddNetwork(command, options.network, 0);
+    AddJson(command, options.json);
+    command->callback([&] { run = [&options] { return RunScan(options); }; });
+}
+
+void AddInfo(CLI::App& app, InfoOptions& options, Runs& run) {
+    CLI::App* command = Add(app, "info", "Show what an analyzer tells about itself", kInfoEnd);
+    AddHost(command, options.host);
+    AddNetwork(command, options.network, 0);
+    AddJson(command, options.json);
+    command->callback([&] { run = [&options] { return RunInfo(options); }; });
+}
+
+void AddRegister(CLI::App& app, RegisterOptions& options, Runs& run) {
+    CLI::App* command = Add(app, "register", "Make this PC the one that gets an analyzer's results", kRegisterEnd);
+    AddHost(command, options.host);
+    command->add_flag("--take-over", options.takeOver, "Replace another PC that is registered");
+    AddPassword(command, options.password);
+    AddNetwork(command, options.network, HubSettings().udpPort);
+    AddJson(command, options.json);
+    command->callback([&] { run = [&options] { return RunRegister(options); }; });
+}
+
+void AddUnregister(CLI::App& app, UnregisterOptions& options, Runs& run) {
+    CLI::App* command = Add(app, "unregister", "End this PC's registration", kUnregisterEnd);
+    AddHost(command, options.host);
+    command->add_flag("--force", options.force, "Also when another program of this PC holds it; needs the password");
+    AddPassword(command, options.password);
+    AddNetwork(command, options.network, 0);
+    AddJson(command, options.json);
+    command->callback([&] { run = [&options] { return RunUnregister(options); }; });
+}
+
+void AddWatch(CLI::App& app, WatchOptions& options, Runs& run) {
+    CLI::App* command = Add(app, "watch", "Stay registered and show results as they come", kWatchEnd);
+    command->add_option("host", options.hosts, "Addresses or names of analyzers")->required()->type_name("HOST");
+    command->add_option("--save", options.save, "Folder in which each result becomes a file")->type_name("DIR");
+    command->add_flag("--take-over", options.takeOver, "Replace another PC that is registered");
+    AddPassword(command, options.password);
+    AddNetwork(command, options.network, HubSettings().udpPort);
+    AddJson(command, options.json);
+    command->callback([&] { run = [&options] { return RunWatch(options); }; });
+}
+
+void AddPush(CLI::App& app, PushOptions& options, Runs& run) {
+    CLI::App* command = Add(app, "push", "Send a software update to an analyzer", kPushEnd);
+    AddHost(command, options.host);
+    command->add_option("folder", options.folder, "Folder with the update files")
+        ->required()
+        ->check(CLI::ExistingDirectory)
+        ->type_name("DIR");
+    command->add_flag("--when-asked", options.whenAsked, "Wait until the analyzer's operator asks for it");
+    command->add_flag("--take-over", options.takeOver, "Replace another PC that is registered");
+    AddPassword(command, options.password);
+    AddNetwork(command, options.network, HubSettings().udpPort);
+    AddJson(command, options.json);
+    command->callback([&] { run = [&options] { return RunPush(options); }; });
+}
+
+void AddDecode(CLI::App& app, DecodeOptions& options, Runs& run) {
+    CLI::App* command = Add(app, "decode", "Say in words what a message or a capture holds", kDecodeEnd);
+    command->add_option("file", options.file, "File to read; - is standard input")->required()->type_name("FILE");
+    AddJson(command, options.json);
+    command->callback([&] { run = [&options] { return RunDecode(options); }; });
+}
+
+}  // namespace
+
+int RunArguments(int argc, const char* const* argv) {
+    CLI::App app("zelpc, the PC's side of the analyzers: finds them, takes their results, sends them updates");
+    app.set_version_flag("--version", std::string("zelpc ") + ZELPC_VERSION);
+    app.set_help_flag("-h,--help", "Show this help");
+    app.require_subcommand(1);
+    app.footer(std::string(kEnd));
+
+    Arguments arguments;
+    Runs run;
+    AddScan(app, arguments.scan, run);
+    AddInfo(app, arguments.info, run);
+    AddRegister(app, arguments.registering, run);
+    AddUnregister(app, arguments.unregistering, run);
+    AddWatch(app, arguments.watch, run);
+    AddPush(app, arguments.push, run);
+    AddDecode(app, arguments.decode, run);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? kDone : kUsage;
+    }
+    return run();
+}
+
+}  // namespace ZELPC

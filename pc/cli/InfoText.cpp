@@ -1,0 +1,110 @@
+#include "cli/InfoText.h"
+
+#include <nlohmann/json.hpp>
+
+#include "cli/Output.h"
+#include "packet/ScanAnswer.h"
+
+namespace ZELPC {
+
+using nlohmann::json;
+
+namespace {
+
+struct Activities {
+    Activity activity;
+    const char* word;  ///< for programs
+    const char* text;  ///< for people
+};
+
+constexpr Activities kActivities[] = {
+    {Activity::kAnalyzing, "analyzing", "measuring"},
+    {Activity::kUpdating, "updating", "updating its software"},
+    {Activity::kOther, "ready", "ready"},
+};
+
+std::string ActivityText(std::uint8_t activity, const char* Activities::*which) {
+    for (const Activities& known : kActivities) {
+        if (static_cast<std::uint8_t>(known.activity) == activity) {
+            return known.*which;
+        }
+    }
+    return "unknown (" + std::to_string(activity) + ")";
+}
+
+std::string RegistrationText(const DeviceInfo& info) {
+    if (info.registered.value_or(false)) {
+        return "this PC";
+    }
+    return info.registrant && info.registrant->address != 0 ? PCText(*info.registrant) : "none";
+}
+
+}  // namespace
+
+std::string PCText(const OtherPC& pc) {
+    return DottedAddress(pc.address) + (pc.name.empty() ? "" : " \"" + pc.name + "\"");
+}
+
+json PCJson(const OtherPC& pc) {
+    return {{"address", DottedAddress(pc.address)}, {"name", pc.name}};
+}
+
+std::vector<std::string> InfoText(const DeviceInfo& info) {
+    std::vector<std::vector<std::string>> rows;
+    const auto add = [&rows](const char* name, const std::optional<std::string>& value) {
+        if (value) {
+            rows.push_back({name, value->empty() ? "not known" : *value});
+        }
+    };
+    add("serial number", info.serial);
+    if (info.address) {
+        add("address", DottedAddress(*info.address));
+    }
+    if (info.tcpPort) {
+        add("TCP port", std::to_string(*info.tcpPort));
+    }
+    if (info.activity) {
+        add("activity", ActivityText(*info.activity, &Activities::text));
+    }
+    if (info.registered) {
+        add("registered PC", RegistrationText(info));
+    }
+    if (info.peerID) {
+        add("peer ID", std::to_string(*info.peerID));
+    }
+    add("SYS version", info.sysVersion);
+    add("APP version", info.appVersion);
+    add("DSP version", info.dspVersion);
+    add("XML version", info.xmlVersion);
+    return Table(rows);
+}
+
+json InfoJson(const DeviceInfo& info) {
+    json object = json::object();
+    const auto add = [&object](const char* name, const auto& value) {
+        if (value) {
+            object[name] = *value;
+        }
+    };
+    add("serial", info.serial);
+    add("tcp_port", info.tcpPort);
+    add("peer_id", info.peerID);
+    add("sys_version", info.sysVersion);
+    add("app_version", info.appVersion);
+    add("dsp_version", info.dspVersion);
+    add("xml_version", info.xmlVersion);
+    if (info.address) {
+        object["address"] = DottedAddress(*info.address);
+    }
+    if (info.activity) {
+        object["activity"] = ActivityText(*info.activity, &Activities::word);
+    }
+    if (info.registered) {
+        object["registered"] = *info.registered;
+        const bool other = info.registrant && info.registrant->address != 0;
+        object["pc"] = other ? PCJson(*info.registrant) : json();
+    }
+    return object;
+}
+
+}  // namespace ZELPC

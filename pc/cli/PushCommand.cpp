@@ -1,0 +1,138 @@
+#include <boost/asio/as_tuple.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/use_awaitable.hpp>
+
+#include "cli/CPushView.h"
+#include "cli/CRunner.h"
+#include "cli/Commands.h"
+#include "cli/ExitStatus.h"
+#include "cli/InfoText.h"
+#include "cli/Output.h"
+#include "cli/Password.h"
+#include "link/CRelease.h"
+#include "link/LinkError.h"
+
+namespace ZELPC {
+
+namespace asio = boost::asio;
+
+namespace {
+
+constexpr auto kNoThrow = asio::as_tuple(asio::use_awaitable);
+
+/// Waits for a link to be registered, and shows the update on it. Results stay at the analyzer meanwhile.
+class CPushEvents : public ILinkEvents {
+public:
+    CPushEvents(asio::io_context& context, CPushView& view)
+        : changed_(context, asio::steady_timer::time_point::max()), view_(view) {}
+
+    void OnStatus(const LinkStatus& status) override {
+        status_ = status;
+        changed_.cancel();
+    }
+    void OnResult(std::shared_ptr<CReceivedResult>) override {}
+    void OnInfo(const DeviceInfo&) override {}
+    void OnTakenOver(const OtherPC&) override {}
+    void OnPush(const PushProgress& progress) override { view_.Show(progress); }
+
+    /// Waits until the link is registered, or has met with something that keeps it from that.
+    asio::awaitable<LinkStatus> Settled() {
+        while (status_.state == LinkState::kSearching || status_.state == LinkState::kConnecting ||
+               status_.state == LinkState::kRegistering) {
+            co_await changed_.async_wait(kNoThrow);
+        }
+        co_return status_;
+    }
+
+    asio::awaitable<void> Stopped() {
+        while (status_.state != LinkState::kStopped) {
+            co_await changed_.async_wait(kNoThrow);
+        }
+    }
+
+private:
+    asio::steady_timer changed_;
+    CPushView& view_;
+    LinkStatus status_;
+};
+
+int Hindered(const LinkStatus& status) {
+    std::string text = status.reason;
+    if (status.otherPC) {
+        text += ": " + PCText(*status.otherPC) + "; --take-over replaces it";
+    }
+    PrintProblem(text);
+    return status.state == LinkState::kWaiting ? kUnreachable : kRefused;
+}
+
+int StatusOf(const PushProgress& progress) {
+    if (progress.step == PushStep::kInstalled) {
+        return kDone;
+    }
+    PrintProblem(progress.reason);
+    switch (progress.step) {
+        case PushStep::kNotNeeded:
+            return kDone;
+        case PushStep::kCancelled:
+            return kInterrupted;
+        default:
+            return kFailed;
+    }
+}
+
+void CheckModel(const CRelease& release, const std::string& model) {
+    const bool veterinary = model.starts_with("N62V");
+    if (!model.empty() && veterinary != release.IsVeterinary()) {
+        throw ReleaseError(std::string("the release is for ") + (release.IsVeterinary() ? "Veterinary" : "Human") +
+                           " analyzers, but this one is a " + (veterinary ? "Veterinary" : "Human") + " (" + model +
+                           ")");
+    }
+}
+
+asio::awaitable<int> PushOver(CRunner& runner, std::shared_ptr<IAnalyzerLink> link, CPushEvents& events,
+                              std::shared_ptr<const CRelease> release, PushMethod method) {
+    const LinkStatus status = co_await events.Settled();
+    if (status.state == LinkState::kStopped) {
+        co_return kInterrupted;
+    }
+    if (status.state != LinkState::kRegistered) {
+        co_return Hindered(status);
+    }
+    CheckModel(*release, status.model);
+    runner.OnInterrupt([link] { link->CancelPush(); });
+    co_return StatusOf(co_await link->Push(release, method));
+}
+
+}  // namespace
+
+int RunPush(const PushOptions& options) {
+    CRunner runner;
+    return runner.Run(options.network, [&](CLinkHub& hub) -> asio::awaitable<int> {
+        const auto release = std::make_shared<const CRelease>(CRelease::Read(options.folder));
+        LinkSettings analyzer;
+        analyzer.address = Resolve(options.host);
+        analyzer.password = ReadPassword(options.password, options.host);
+        analyzer.takeOver = options.takeOver;
+        CPushView view(options.host, options.json);
+        const auto events = std::make_shared<CPushEvents>(runner.Context(), view);
+        const auto link = hub.Hold(analyzer, events);
+        runner.OnInterrupt([link] { link->Stop(); });
+
+        int status = kFailed;
+        std::exception_ptr failure;
+        try {
+            status = co_await PushOver(runner, link, *events, release,
+                                       options.whenAsked ? PushMethod::kWhenAsked : PushMethod::kOffer);
+        } catch (...) {
+            failure = std::current_exception();
+        }
+        link->Stop();
+        co_await events->Stopped();
+        if (failure) {
+            std::rethrow_exception(failure);
+        }
+        co_return status;
+    });
+}
+
+}  // namespace ZELPC
