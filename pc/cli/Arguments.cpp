@@ -1,7 +1,6 @@
 #include "cli/Arguments.h"
 
 #include <CLI/CLI.hpp>
-#include <functional>
 
 #include "cli/Commands.h"
 #include "cli/ExitStatus.h"
@@ -59,8 +58,6 @@ Examples:
   zelpc decode results/S1234-20260601080000-0a1b2c3d4e5f6071.hl7
   tcpdump -w - port 9034 or port 9035 | zelpc decode -)";
 
-using Runs = std::function<int()>;
-
 CLI::App* Add(CLI::App& app, const char* name, const char* what, const char* end) {
     CLI::App* command = app.add_subcommand(name, what);
     command->footer(std::string(end));
@@ -102,7 +99,7 @@ struct Arguments {
     DecodeOptions decode;
 };
 
-void AddScan(CLI::App& app, ScanOptions& options, Runs& run) {
+void AddScan(CLI::App& app, ScanOptions& options, int& status) {
     CLI::App* command = Add(app, "scan", "Find analyzers on the network", kScanEnd);
     command->add_option("--to", options.to, "Address to ask instead of every network")->type_name("ADDRESS");
     command->add_option("--seconds", options.seconds, "How long to wait for answers")
@@ -110,38 +107,38 @@ void AddScan(CLI::App& app, ScanOptions& options, Runs& run) {
         ->capture_default_str();
     AddNetwork(command, options.network, 0);
     AddJson(command, options.json);
-    command->callback([&] { run = [&options] { return RunScan(options); }; });
+    command->callback([&] { status = RunScan(options); });
 }
 
-void AddInfo(CLI::App& app, InfoOptions& options, Runs& run) {
+void AddInfo(CLI::App& app, InfoOptions& options, int& status) {
     CLI::App* command = Add(app, "info", "Show what an analyzer tells about itself", kInfoEnd);
     AddHost(command, options.host);
     AddNetwork(command, options.network, 0);
     AddJson(command, options.json);
-    command->callback([&] { run = [&options] { return RunInfo(options); }; });
+    command->callback([&] { status = RunInfo(options); });
 }
 
-void AddRegister(CLI::App& app, RegisterOptions& options, Runs& run) {
+void AddRegister(CLI::App& app, RegisterOptions& options, int& status) {
     CLI::App* command = Add(app, "register", "Make this PC the one that gets an analyzer's results", kRegisterEnd);
     AddHost(command, options.host);
     command->add_flag("--take-over", options.takeOver, "Replace another PC that is registered");
     AddPassword(command, options.password);
     AddNetwork(command, options.network, HubSettings().udpPort);
     AddJson(command, options.json);
-    command->callback([&] { run = [&options] { return RunRegister(options); }; });
+    command->callback([&] { status = RunRegister(options); });
 }
 
-void AddUnregister(CLI::App& app, UnregisterOptions& options, Runs& run) {
+void AddUnregister(CLI::App& app, UnregisterOptions& options, int& status) {
     CLI::App* command = Add(app, "unregister", "End this PC's registration", kUnregisterEnd);
     AddHost(command, options.host);
     command->add_flag("--force", options.force, "Also when another program of this PC holds it; needs the password");
     AddPassword(command, options.password);
     AddNetwork(command, options.network, 0);
     AddJson(command, options.json);
-    command->callback([&] { run = [&options] { return RunUnregister(options); }; });
+    command->callback([&] { status = RunUnregister(options); });
 }
 
-void AddWatch(CLI::App& app, WatchOptions& options, Runs& run) {
+void AddWatch(CLI::App& app, WatchOptions& options, int& status) {
     CLI::App* command = Add(app, "watch", "Stay registered and show results as they come", kWatchEnd);
     command->add_option("host", options.hosts, "Addresses or names of analyzers")->required()->type_name("HOST");
     command->add_option("--save", options.save, "Folder in which each result becomes a file")->type_name("DIR");
@@ -149,10 +146,10 @@ void AddWatch(CLI::App& app, WatchOptions& options, Runs& run) {
     AddPassword(command, options.password);
     AddNetwork(command, options.network, HubSettings().udpPort);
     AddJson(command, options.json);
-    command->callback([&] { run = [&options] { return RunWatch(options); }; });
+    command->callback([&] { status = RunWatch(options); });
 }
 
-void AddPush(CLI::App& app, PushOptions& options, Runs& run) {
+void AddPush(CLI::App& app, PushOptions& options, int& status) {
     CLI::App* command = Add(app, "push", "Send a software update to an analyzer", kPushEnd);
     AddHost(command, options.host);
     command->add_option("folder", options.folder, "Folder with the update files")
@@ -164,14 +161,14 @@ void AddPush(CLI::App& app, PushOptions& options, Runs& run) {
     AddPassword(command, options.password);
     AddNetwork(command, options.network, HubSettings().udpPort);
     AddJson(command, options.json);
-    command->callback([&] { run = [&options] { return RunPush(options); }; });
+    command->callback([&] { status = RunPush(options); });
 }
 
-void AddDecode(CLI::App& app, DecodeOptions& options, Runs& run) {
+void AddDecode(CLI::App& app, DecodeOptions& options, int& status) {
     CLI::App* command = Add(app, "decode", "Say in words what a message or a capture holds", kDecodeEnd);
     command->add_option("file", options.file, "File to read; - is standard input")->required()->type_name("FILE");
     AddJson(command, options.json);
-    command->callback([&] { run = [&options] { return RunDecode(options); }; });
+    command->callback([&] { status = RunDecode(options); });
 }
 
 }  // namespace
@@ -184,20 +181,20 @@ int RunArguments(int argc, const char* const* argv) {
     app.footer(std::string(kEnd));
 
     Arguments arguments;
-    Runs run;
-    AddScan(app, arguments.scan, run);
-    AddInfo(app, arguments.info, run);
-    AddRegister(app, arguments.registering, run);
-    AddUnregister(app, arguments.unregistering, run);
-    AddWatch(app, arguments.watch, run);
-    AddPush(app, arguments.push, run);
-    AddDecode(app, arguments.decode, run);
+    int status = kDone;
+    AddScan(app, arguments.scan, status);
+    AddInfo(app, arguments.info, status);
+    AddRegister(app, arguments.registering, status);
+    AddUnregister(app, arguments.unregistering, status);
+    AddWatch(app, arguments.watch, status);
+    AddPush(app, arguments.push, status);
+    AddDecode(app, arguments.decode, status);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? kDone : kUsage;
     }
-    return run();
+    return status;
 }
 
 }  // namespace ZELPC

@@ -1,17 +1,16 @@
 #include "cli/CWatch.h"
 
-#include <boost/asio/as_tuple.hpp>
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
-#include <boost/asio/use_awaitable.hpp>
 #include <nlohmann/json.hpp>
 
 #include "cli/InfoText.h"
 #include "cli/Output.h"
 #include "cli/ResultText.h"
 #include "link/LinkError.h"
+#include "link/NoThrow.h"
 #include "wire/PCCommand.h"
 
 namespace ZELPC {
@@ -28,8 +27,11 @@ bool IsUpdating(const DeviceInfo& info) {
 }
 
 std::string Versions(const DeviceInfo& info) {
-    return "SYS " + info.sysVersion.value_or("?") + ", APP " + info.appVersion.value_or("?") + ", DSP " +
-           info.dspVersion.value_or("?") + ", XML " + info.xmlVersion.value_or("?");
+    const auto version = [](const char* image, const std::optional<std::string>& text) {
+        return image + (text && !text->empty() ? " " + *text : " -");
+    };
+    return version("SYS", info.sysVersion) + version(", APP", info.appVersion) + version(", DSP", info.dspVersion) +
+           version(", XML", info.xmlVersion);
 }
 
 std::string StatusText(const LinkStatus& status) {
@@ -187,7 +189,7 @@ asio::awaitable<void> CWatch::LookForUpdates() {
     bool updating = false;
     while (status_.state != LinkState::kStopped) {
         timer.expires_after(kLookPause);
-        co_await timer.async_wait(asio::as_tuple(asio::use_awaitable));
+        co_await timer.async_wait(kNoThrow);
         if (status_.state != LinkState::kRegistered) {
             continue;
         }
@@ -200,7 +202,8 @@ asio::awaitable<void> CWatch::LookForUpdates() {
             if (!setting_.json) {
                 Say(updating ? "is updating its software" : "has ended its update");
             }
-            OnInfo(co_await link_->GetInfo(kItemActivity | kItemAnyVersion));
+            const DeviceInfo versions = co_await link_->GetInfo(kItemActivity | kItemAnyVersion);
+            OnInfo(versions);
         } catch (const LinkError&) {
             // The link says itself what became of it.
         }

@@ -1,6 +1,4 @@
-#include <boost/asio/as_tuple.hpp>
 #include <boost/asio/steady_timer.hpp>
-#include <boost/asio/use_awaitable.hpp>
 
 #include "cli/CPushView.h"
 #include "cli/CRunner.h"
@@ -11,14 +9,13 @@
 #include "cli/Password.h"
 #include "link/CRelease.h"
 #include "link/LinkError.h"
+#include "link/NoThrow.h"
 
 namespace ZELPC {
 
 namespace asio = boost::asio;
 
 namespace {
-
-constexpr auto kNoThrow = asio::as_tuple(asio::use_awaitable);
 
 /// Waits for a link to be registered, and shows the update on it. Results stay at the analyzer meanwhile.
 class CPushEvents : public ILinkEvents {
@@ -100,7 +97,8 @@ asio::awaitable<int> PushOver(CRunner& runner, std::shared_ptr<IAnalyzerLink> li
     }
     CheckModel(*release, status.model);
     runner.OnInterrupt([link] { link->CancelPush(); });
-    co_return StatusOf(co_await link->Push(release, method));
+    const PushProgress progress = co_await link->Push(release, method);
+    co_return StatusOf(progress);
 }
 
 }  // namespace

@@ -49,7 +49,7 @@ int RunScan(const ScanOptions& options) {
             targets.push_back(Resolve(target));
         }
         int found = 0;
-        const auto show = [&](const ScanAnswer& answer) {
+        const std::function<void(const ScanAnswer&)> show = [&](const ScanAnswer& answer) {
             if (found++ == 0 && !options.json) {
                 PrintLine(Row("SERIAL", "MODEL", "ADDRESS", "STATE"));
             }

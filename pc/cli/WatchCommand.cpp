@@ -1,7 +1,5 @@
-#include <boost/asio/as_tuple.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/this_coro.hpp>
-#include <boost/asio/use_awaitable.hpp>
 
 #include "cli/CRunner.h"
 #include "cli/CWatch.h"
@@ -9,6 +7,7 @@
 #include "cli/ExitStatus.h"
 #include "cli/Output.h"
 #include "cli/Password.h"
+#include "link/NoThrow.h"
 
 namespace ZELPC {
 
@@ -48,7 +47,7 @@ int RunWatch(const WatchOptions& options) {
             }
         });
         while (stopped < watches.size()) {
-            co_await ended.async_wait(asio::as_tuple(asio::use_awaitable));
+            co_await ended.async_wait(kNoThrow);
         }
         co_return result;
     });

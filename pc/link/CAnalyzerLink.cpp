@@ -1,14 +1,13 @@
 #include "link/CAnalyzerLink.h"
 
 #include <algorithm>
-#include <boost/asio/as_tuple.hpp>
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
 #include <boost/asio/post.hpp>
-#include <boost/asio/use_awaitable.hpp>
 #include <random>
 
 #include "link/LinkError.h"
+#include "link/NoThrow.h"
 #include "packet/Requests.h"
 #include "wire/PCCommand.h"
 
@@ -20,8 +19,6 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr auto kNoThrow = asio::as_tuple(asio::use_awaitable);
-
 constexpr std::uint16_t kEverything = kItemActivity | kItemPeerID | kItemTCPPort | kItemDeviceAddress |
                                       kItemSerialNumber | kItemAnyVersion | kItemRegistration;
 
@@ -29,9 +26,7 @@ constexpr int kScanRounds = 3;
 constexpr std::chrono::milliseconds kScanPatience = 700ms;
 constexpr std::chrono::milliseconds kFirstPause = 1s;
 constexpr std::chrono::milliseconds kLongestPause = 60s;
-constexpr std::chrono::milliseconds kTakenPause = 30s;
-constexpr std::chrono::milliseconds kRefusedPause = 60s;
-constexpr std::chrono::milliseconds kBusyPause = 5s;
+constexpr std::chrono::milliseconds kRejoinPause = 50ms;
 
 /// A registration that lasted so long was none that fails over and over.
 constexpr std::chrono::seconds kProvenTime = 30s;
@@ -79,7 +74,8 @@ asio::awaitable<void> CAnalyzerLink::Run() {
         try {
             setback = co_await Attempt();
         } catch (const LinkError& error) {
-            setback = {LinkState::kWaiting, GrowingPause(++failures_), error.what()};
+            setback = rejoining_ ? Setback{LinkState::kRegistering, kRejoinPause}
+                                 : Setback{LinkState::kWaiting, GrowingPause(++failures_), error.what()};
         }
         registered_ = false;
         if (session_ != nullptr) {
@@ -108,14 +104,24 @@ asio::awaitable<CAnalyzerLink::Setback> CAnalyzerLink::Attempt() {
                         },
                         [self = shared_from_this()](const Packet& packet) { self->TakeUpdatePacket(packet); }});
     co_await session_->Open(address_, serial_);
-    DeviceInfo info = co_await session_->GetInfo(kEverything);
+    const DeviceInfo info = co_await session_->GetInfo(kEverything);
     if (!SameSerial(serial_, info.serial.value_or(""))) {
         throw LinkError("the analyzer there has the serial number " + info.serial.value_or("?"));
     }
     if (const auto taken = Occupant(info); taken && !mayTakeOver_) {
         co_return TakenBy(*taken);
     }
-    co_return co_await Serve(std::move(info));
+    const bool known = info.registered.value_or(false);
+    if (!std::exchange(rejoining_, false) || !known) {
+        if (known) {
+            // The analyzer goes on counting this PC as connected while a registration has to wait.
+            session_->KeepAlive(shared_from_this());
+        }
+        if (const auto setback = co_await Register()) {
+            co_return *setback;
+        }
+    }
+    co_return co_await Serve();
 }
 
 asio::awaitable<void> CAnalyzerLink::Locate() {
@@ -147,44 +153,14 @@ asio::awaitable<bool> CAnalyzerLink::Ask(bool everywhere) {
     co_return sighting_.has_value();
 }
 
-std::optional<OtherPC> CAnalyzerLink::Occupant(const DeviceInfo& info) const {
-    if (!info.registered.value_or(false)) {
-        return info.registrant && info.registrant->address != 0 ? info.registrant : std::nullopt;
-    }
-    // An analyzer knows its PC by the address alone: another program on this PC shows by its name.
-    const std::string name = port_->Settings().name.substr(0, kNameLength);
-    if (sighting_ && sighting_->busy && sighting_->pcAddress == session_->LocalAddress().to_uint() &&
-        sighting_->pcName != name) {
-        return OtherPC{sighting_->pcAddress, sighting_->pcName};
-    }
-    return std::nullopt;
-}
-
-asio::awaitable<CAnalyzerLink::Setback> CAnalyzerLink::Serve(DeviceInfo info) {
+asio::awaitable<CAnalyzerLink::Setback> CAnalyzerLink::Serve() {
     const auto session = session_;
-    // The analyzer already counts this PC as its own, so that it goes on doing so while a registration has to wait.
-    bool keptAlive = info.registered.value_or(false);
-    if (keptAlive) {
-        session->KeepAlive(shared_from_this());
-    }
-    for (;;) {
-        Tell({.state = LinkState::kRegistering});
-        const Refusal refusal = co_await session->Register(settings_.password);
-        if (refusal == Refusal::kNone) {
-            break;
-        }
-        if (refusal == Refusal::kPassword || refusal == Refusal::kOther) {
-            co_return Setback{LinkState::kRefused, kRefusedPause, TextOf(refusal), refusal};
-        }
-        co_await Pause({LinkState::kRefused, kBusyPause, TextOf(refusal), refusal});
-    }
-    if (!keptAlive) {
-        session->KeepAlive(shared_from_this());
-    }
+    session->KeepAlive(shared_from_this());
+    co_await BeginsToCount();
+    const DeviceInfo info = co_await session->GetInfo(kEverything);
+    rejoining_ = false;
     registered_ = true;
     const Clock::time_point since = Clock::now();
-    info.registered = true;
-    info.registrant.reset();
     Tell({.state = LinkState::kRegistered});
     events_->OnInfo(info);
     if (push_ != nullptr) {
@@ -200,24 +176,6 @@ asio::awaitable<CAnalyzerLink::Setback> CAnalyzerLink::Serve(DeviceInfo info) {
         failures_ = 0;
     }
     throw LinkError(reason);
-}
-
-CAnalyzerLink::Setback CAnalyzerLink::TakenBy(const OtherPC& other) {
-    return {LinkState::kTaken, kTakenPause, "another PC is registered", Refusal::kNone, other};
-}
-
-asio::awaitable<void> CAnalyzerLink::CheckRegistration() {
-    const auto session = session_;
-    try {
-        const DeviceInfo info = co_await session->GetInfo(kItemRegistration);
-        if (info.registrant && info.registrant->address != 0) {
-            takenBy_ = info.registrant;
-            session->Close("another PC has registered");
-        }
-    } catch (const LinkError&) {
-        // The session ends by itself when nothing is heard.
-    }
-    checking_ = false;
 }
 
 asio::awaitable<void> CAnalyzerLink::Pause(Setback setback) {

@@ -54,7 +54,9 @@ private:
     boost::asio::awaitable<void> Locate();
     boost::asio::awaitable<bool> Ask(bool everywhere);
     std::optional<OtherPC> Occupant(const DeviceInfo& info) const;
-    boost::asio::awaitable<Setback> Serve(DeviceInfo info);
+    boost::asio::awaitable<std::optional<Setback>> Register();
+    boost::asio::awaitable<Setback> Serve();
+    boost::asio::awaitable<void> BeginsToCount();
     static Setback TakenBy(const OtherPC& other);
     boost::asio::awaitable<void> CheckRegistration();
     boost::asio::awaitable<void> Pause(Setback setback);
@@ -81,6 +83,7 @@ private:
     bool stopping_ = false;
     bool registered_ = false;
     bool checking_ = false;
+    bool rejoining_ = false;  ///< registered just now; the next connection needs no registration
     bool reachable_ = false;  ///< the analyzer answered the last scan
     bool mayTakeOver_;
     int failures_ = 0;

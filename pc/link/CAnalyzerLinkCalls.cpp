@@ -25,57 +25,50 @@ std::shared_ptr<CLinkSession> CAnalyzerLink::OpenSession() const {
 }
 
 asio::awaitable<DeviceInfo> CAnalyzerLink::GetInfo(std::uint16_t items) {
-    co_return co_await asio::co_spawn(
-        strand_,
-        [self = shared_from_this(), items]() -> asio::awaitable<DeviceInfo> {
-            const auto session = self->OpenSession();
-            co_return co_await session->GetInfo(items);
-        },
-        asio::use_awaitable);
+    const auto ask = [self = shared_from_this(), items]() -> asio::awaitable<DeviceInfo> {
+        const auto session = self->OpenSession();
+        co_return co_await session->GetInfo(items);
+    };
+    co_return co_await asio::co_spawn(strand_, ask, asio::use_awaitable);
 }
 
 asio::awaitable<void> CAnalyzerLink::Unregister() {
-    co_await asio::co_spawn(
-        strand_,
-        [self = shared_from_this()]() -> asio::awaitable<void> {
-            std::string failure;
-            try {
-                const auto session = self->OpenSession();
-                co_await session->Unregister();
-            } catch (const LinkError& error) {
-                failure = error.what();
-            }
-            self->Stop();
-            if (!failure.empty()) {
-                throw LinkError(failure);
-            }
-        },
-        asio::use_awaitable);
+    const auto unregister = [self = shared_from_this()]() -> asio::awaitable<void> {
+        std::string failure;
+        try {
+            const auto session = self->OpenSession();
+            co_await session->Unregister();
+        } catch (const LinkError& error) {
+            failure = error.what();
+        }
+        self->Stop();
+        if (!failure.empty()) {
+            throw LinkError(failure);
+        }
+    };
+    co_await asio::co_spawn(strand_, unregister, asio::use_awaitable);
 }
 
 asio::awaitable<PushProgress> CAnalyzerLink::Push(std::shared_ptr<const CRelease> release, PushMethod method) {
-    co_return co_await asio::co_spawn(
-        strand_,
-        [self = shared_from_this(), release, method]() -> asio::awaitable<PushProgress> {
-            const auto session = self->OpenSession();
-            if (!self->registered_) {
-                throw LinkError("this PC is not registered with the analyzer");
+    const auto run = [self = shared_from_this(), release, method]() -> asio::awaitable<PushProgress> {
+        const auto session = self->OpenSession();
+        if (!self->registered_) {
+            throw LinkError("this PC is not registered with the analyzer");
+        }
+        if (self->push_ != nullptr) {
+            throw LinkError("another update is under way");
+        }
+        const auto push = std::make_shared<CPush>(self->strand_, release, method, [self](const PushProgress& progress) {
+            if (self->events_ != nullptr) {
+                self->events_->OnPush(progress);
             }
-            if (self->push_ != nullptr) {
-                throw LinkError("another update is under way");
-            }
-            const auto push =
-                std::make_shared<CPush>(self->strand_, release, method, [self](const PushProgress& progress) {
-                    if (self->events_ != nullptr) {
-                        self->events_->OnPush(progress);
-                    }
-                });
-            self->push_ = push;
-            const PushProgress progress = co_await push->Run(session);
-            self->push_.reset();
-            co_return progress;
-        },
-        asio::use_awaitable);
+        });
+        self->push_ = push;
+        const PushProgress progress = co_await push->Run(session);
+        self->push_.reset();
+        co_return progress;
+    };
+    co_return co_await asio::co_spawn(strand_, run, asio::use_awaitable);
 }
 
 void CAnalyzerLink::CancelPush() {

@@ -1,13 +1,12 @@
 #include "link/CConnection.h"
 
-#include <boost/asio/as_tuple.hpp>
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
-#include <boost/asio/use_awaitable.hpp>
 #include <boost/asio/write.hpp>
 
 #include "link/LinkError.h"
 #include "link/LinkSettings.h"
+#include "link/NoThrow.h"
 
 namespace ZELPC {
 
@@ -16,8 +15,6 @@ using asio::ip::tcp;
 using boost::system::error_code;
 
 namespace {
-
-constexpr auto kNoThrow = asio::as_tuple(asio::use_awaitable);
 
 constexpr std::chrono::seconds kOpenPatience{5};
 

@@ -1,7 +1,6 @@
 #include "link/CDatagramPort.h"
 
 #include <algorithm>
-#include <boost/asio/as_tuple.hpp>
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
 #include <boost/asio/dispatch.hpp>
@@ -11,6 +10,7 @@
 
 #include "link/Interfaces.h"
 #include "link/LinkError.h"
+#include "link/NoThrow.h"
 #include "packet/Requests.h"
 #include "wire/Bytes.h"
 #include "wire/PCCommand.h"
@@ -22,8 +22,6 @@ using asio::ip::udp;
 using boost::system::error_code;
 
 namespace {
-
-constexpr auto kNoThrow = asio::as_tuple(asio::use_awaitable);
 
 /// The longest datagram that an analyzer sends is far below this.
 constexpr std::size_t kDatagramSize = 4096;
@@ -90,29 +88,27 @@ void CDatagramPort::SendSearch() {
 
 asio::awaitable<void> CDatagramPort::Scan(std::vector<Address> targets, std::chrono::milliseconds duration,
                                           ScanListener found) {
-    const auto scan = [](std::shared_ptr<CDatagramPort> self, std::vector<Address> asked,
-                         std::chrono::milliseconds time, ScanListener listener) -> asio::awaitable<void> {
-        // Forgotten when this coroutine ends, however it ends.
-        const auto mine = std::make_shared<const ScanListener>(std::move(listener));
-        self->scans_.push_back(mine);
+    // Forgotten when this coroutine ends, however it ends.
+    const auto listener = std::make_shared<const ScanListener>(std::move(found));
+    const auto scan = [self = shared_from_this(), listener, targets, duration]() -> asio::awaitable<void> {
+        self->scans_.push_back(listener);
         asio::steady_timer timer(self->strand_);
         bool sent = false;
         for (int round = 0; round < kScanRounds && self->socket_.is_open(); ++round) {
-            if (asked.empty()) {
+            if (targets.empty()) {
                 sent = self->SearchNow() || sent;
             }
-            for (const Address& target : asked) {
+            for (const Address& target : targets) {
                 sent = self->ScanNow(target) || sent;
             }
-            timer.expires_after(time / kScanRounds);
+            timer.expires_after(duration / kScanRounds);
             co_await timer.async_wait(kNoThrow);
         }
         if (!sent) {
             throw LinkError("no scan could be sent: there is no network to ask");
         }
     };
-    co_await asio::co_spawn(strand_, scan(shared_from_this(), std::move(targets), duration, std::move(found)),
-                            asio::use_awaitable);
+    co_await asio::co_spawn(strand_, scan, asio::use_awaitable);
 }
 
 asio::awaitable<void> CDatagramPort::Receive() {

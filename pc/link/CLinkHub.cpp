@@ -17,7 +17,8 @@ CLinkHub::~CLinkHub() = default;
 boost::asio::awaitable<void> CLinkHub::Scan(std::vector<boost::asio::ip::address_v4> targets,
                                             std::chrono::milliseconds duration,
                                             std::function<void(const ScanAnswer&)> found) {
-    auto listener = [found = std::move(found), seen = std::vector<ScanAnswer>()](const ScanAnswer& answer) mutable {
+    const CDatagramPort::ScanListener listener = [found = std::move(found),
+                                                  seen = std::vector<ScanAnswer>()](const ScanAnswer& answer) mutable {
         constexpr std::size_t kMostSeen = 4096;
         const auto same = std::ranges::find(seen, answer.serial, &ScanAnswer::serial);
         if (same != seen.end() && *same == answer) {
@@ -30,7 +31,7 @@ boost::asio::awaitable<void> CLinkHub::Scan(std::vector<boost::asio::ip::address
         }
         found(answer);
     };
-    co_await port_->Scan(std::move(targets), duration, std::move(listener));
+    co_await port_->Scan(targets, duration, listener);
 }
 
 std::shared_ptr<IAnalyzerLink> CLinkHub::Hold(LinkSettings settings, std::shared_ptr<ILinkEvents> events) {

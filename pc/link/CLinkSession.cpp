@@ -1,12 +1,13 @@
 #include "link/CLinkSession.h"
 
-#include <boost/asio/as_tuple.hpp>
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
 #include <boost/asio/post.hpp>
-#include <boost/asio/use_awaitable.hpp>
+
+#include <utility>
 
 #include "link/LinkError.h"
+#include "link/NoThrow.h"
 #include "packet/Requests.h"
 #include "wire/Bytes.h"
 #include "wire/PCCommand.h"
@@ -16,8 +17,6 @@ namespace ZELPC {
 namespace asio = boost::asio;
 
 namespace {
-
-constexpr auto kNoThrow = asio::as_tuple(asio::use_awaitable);
 
 constexpr std::chrono::seconds kAnswerPatience{5};
 
@@ -53,18 +52,20 @@ CLinkSession::CLinkSession(const Strand& strand, std::shared_ptr<CDatagramPort> 
       handlers_(std::move(handlers)),
       connection_(std::make_shared<CConnection>(strand)),
       tag_(kFirstTag),
-      signTimer_(strand) {}
+      signTimer_(strand),
+      answer_(strand, asio::steady_timer::time_point::max()) {}
 
-asio::awaitable<void> CLinkSession::Open(asio::ip::address_v4 analyzer, std::string serial) {
+asio::awaitable<void> CLinkSession::Open(asio::ip::address_v4 analyzer, const std::string& serial) {
     analyzer_ = analyzer;
-    serial_ = std::move(serial);
+    serial_ = serial;
     co_await connection_->Open(port_->Settings().localAddress, analyzer);
     asio::co_spawn(
         strand_, [self = shared_from_this()] { return self->Read(); }, asio::detached);
 }
 
 asio::awaitable<DeviceInfo> CLinkSession::GetInfo(std::uint16_t items) {
-    const auto answer = co_await Call(InfoRequest(NextTag(), PeerID(), items), kInfo);
+    const Buffer request = InfoRequest(NextTag(), PeerID(), items);
+    const auto answer = co_await Call(request, kInfo);
     if (!answer) {
         throw LinkError("the analyzer does not tell about itself");
     }
@@ -82,7 +83,8 @@ asio::awaitable<Refusal> CLinkSession::Register(const std::string& password) {
                                     .address = LocalAddress().to_uint(),
                                     .name = settings.name,
                                     .peerID = settings.peerID};
-    const auto answer = co_await Call(RegisterRequest(NextTag(), registration), kRegisterDeviceResponse);
+    const Buffer request = RegisterRequest(NextTag(), registration);
+    const auto answer = co_await Call(request, kRegisterDeviceResponse);
     if (!answer) {
         co_return Refusal::kNoAnswer;
     }
@@ -95,16 +97,36 @@ asio::awaitable<Refusal> CLinkSession::Register(const std::string& password) {
 asio::awaitable<void> CLinkSession::Unregister() {
     const Wire::PCPacketKind kind{
         .command = kUnregisterDevice, .tag = NextTag(), .subTag = static_cast<std::uint8_t>(PeerID())};
-    const auto answer = co_await Call(MakePacket(kind), kUnregisterDeviceResponse);
+    const Buffer request = MakePacket(kind);
+    const auto answer = co_await Call(request, kUnregisterDeviceResponse);
     if (!answer || answer->header.command != kUnregisterDeviceResponse) {
         throw LinkError("the analyzer did not confirm that the registration ended");
     }
 }
 
 void CLinkSession::KeepAlive(std::shared_ptr<IDatagramReceiver> receiver) {
+    if (!std::exchange(keptAlive_, true)) {
+        alive_ = Clock::now();
+        asio::co_spawn(
+            strand_, [self = shared_from_this(), receiver] { return self->SendSignsOfLife(receiver); }, asio::detached);
+    }
+}
+
+void CLinkSession::OnAlive() {
     alive_ = Clock::now();
-    asio::co_spawn(
-        strand_, [self = shared_from_this(), receiver] { return self->SendSignsOfLife(receiver); }, asio::detached);
+    answered_ = true;
+    answer_.cancel();
+}
+
+asio::awaitable<void> CLinkSession::Answered() {
+    const auto self = shared_from_this();
+    while (!answered_ && IsOpen()) {
+        co_await answer_.async_wait(kNoThrow);
+    }
+    if (!IsOpen()) {
+        const std::string reason = co_await connection_->Ended();
+        throw LinkError(reason);
+    }
 }
 
 void CLinkSession::Send(const Wire::PCPacketKind& kind, std::span<const std::uint8_t> payload) {
@@ -145,6 +167,7 @@ asio::awaitable<void> CLinkSession::Read() {
         waiter->timer.cancel();
     }
     signTimer_.cancel();
+    answer_.cancel();
     handlers_ = {};
 }
 
@@ -172,18 +195,19 @@ void CLinkSession::Dispatch(Packet packet) {
     }
 }
 
-asio::awaitable<std::optional<Packet>> CLinkSession::Call(Buffer request, std::uint16_t answer) {
+asio::awaitable<std::optional<Packet>> CLinkSession::Call(const Buffer& request, std::uint16_t answer) {
     const auto self = shared_from_this();
     constexpr std::size_t kTagOffset = 2;
     Waiter waiter{request[kTagOffset], answer, asio::steady_timer(strand_, kAnswerPatience), {}};
     const auto place = waiters_.insert(waiters_.end(), &waiter);
-    connection_->Send(std::move(request));
+    connection_->Send(request);
     if (IsOpen()) {
         co_await waiter.timer.async_wait(kNoThrow);
     }
     waiters_.erase(place);
     if (!waiter.answer && !IsOpen()) {
-        throw LinkError(co_await connection_->Ended());
+        const std::string reason = co_await connection_->Ended();
+        throw LinkError(reason);
     }
     co_return std::move(waiter.answer);
 }

@@ -38,7 +38,7 @@ public:
                  SessionHandlers handlers);
 
     /// Connects, and reads from then on. Throws LinkError.
-    [[nodiscard]] boost::asio::awaitable<void> Open(boost::asio::ip::address_v4 analyzer, std::string serial);
+    [[nodiscard]] boost::asio::awaitable<void> Open(boost::asio::ip::address_v4 analyzer, const std::string& serial);
 
     /// Throws LinkError without an answer in time.
     [[nodiscard]] boost::asio::awaitable<DeviceInfo> GetInfo(std::uint16_t items);
@@ -50,10 +50,14 @@ public:
     [[nodiscard]] boost::asio::awaitable<void> Unregister();
 
     /// Tells the analyzer from now on that this PC lives, and ends the session when it does not answer that any more.
+    /// Repeating it does nothing.
     void KeepAlive(std::shared_ptr<IDatagramReceiver> receiver);
 
     /// The analyzer answered a sign of life.
-    void OnAlive() { alive_ = std::chrono::steady_clock::now(); }
+    void OnAlive();
+
+    /// Waits for the first such answer. Throws LinkError when the connection ended before.
+    [[nodiscard]] boost::asio::awaitable<void> Answered();
 
     /// See CConnection.
     void Send(const Wire::PCPacketKind& kind, std::span<const std::uint8_t> payload = {});
@@ -80,7 +84,7 @@ private:
 
     boost::asio::awaitable<void> Read();
     void Dispatch(Packet packet);
-    boost::asio::awaitable<std::optional<Packet>> Call(Buffer request, std::uint16_t answer);
+    boost::asio::awaitable<std::optional<Packet>> Call(const Buffer& request, std::uint16_t answer);
     void Answer(Packet packet);
     boost::asio::awaitable<void> WaitForSlot();
     void TakeResult(Packet packet);
@@ -98,8 +102,11 @@ private:
     std::list<Waiter*> waiters_;
     std::uint8_t tag_;
     Clock::time_point alive_;
+    bool keptAlive_ = false;
+    bool answered_ = false;
     boost::asio::steady_timer signTimer_;
-    Clock::duration held_{};  ///< how long nothing was read before the packet at hand
+    boost::asio::steady_timer answer_;  ///< never expires; cancelled when a sign of life is first answered
+    Clock::duration held_{};            ///< how long nothing was read before the packet at hand
     unsigned results_ = 0;
     std::weak_ptr<CReceivedResult> latest_;
 };

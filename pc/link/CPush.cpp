@@ -1,12 +1,11 @@
 #include "link/CPush.h"
 
 #include <algorithm>
-#include <boost/asio/as_tuple.hpp>
-#include <boost/asio/use_awaitable.hpp>
 #include <fstream>
 #include <optional>
 
 #include "link/LinkError.h"
+#include "link/NoThrow.h"
 #include "packet/Requests.h"
 #include "wire/Bytes.h"
 #include "wire/PCCommand.h"
@@ -17,8 +16,6 @@ namespace asio = boost::asio;
 using namespace std::chrono_literals;
 
 namespace {
-
-constexpr auto kNoThrow = asio::as_tuple(asio::use_awaitable);
 
 constexpr std::size_t kMostWaiting = 16;
 constexpr std::chrono::milliseconds kReportPause = 100ms;
@@ -46,10 +43,11 @@ std::optional<std::string> InstalledVersion(const DeviceInfo& info, ImageId imag
     }
 }
 
+/// Whether an analyzer has the versions that it was sent, as far as it tells them: it does not tell that of DSP.
 bool HasInstalled(const DeviceInfo& info, const CRelease& release, const PushProgress& progress) {
     return std::ranges::all_of(progress.images, [&](const auto& image) {
-        const auto installed = InstalledVersion(info, image.first);
-        return installed && SameVersion(*installed, release.Files().at(image.first).version);
+        const std::string installed = InstalledVersion(info, image.first).value_or("");
+        return installed.empty() || SameVersion(installed, release.Files().at(image.first).version);
     });
 }
 
@@ -161,9 +159,10 @@ asio::awaitable<void> CPush::CheckStillUpdating() {
 }
 
 void CPush::SendVersions() {
+    // Without DSP: an analyzer never asks for it, but would take it for something to be done.
     std::map<ImageId, std::string> versions;
-    for (const auto& [image, file] : release_->Files()) {
-        versions[image] = file.version;
+    for (const ImageId image : {kSYSImage, kAppImage, kXMLImage}) {
+        versions[image] = release_->Files().at(image).version;
     }
     session_->Send(UpdateVersions(1, session_->PeerID(), versions));
 }
@@ -201,7 +200,8 @@ asio::awaitable<void> CPush::SendImage(ImageId image) {
                                       .subTag = static_cast<std::uint8_t>(session_->PeerID()),
                                       .flag = progress.sent + size < progress.size};
         const auto session = session_;
-        co_await session->SendPaced(MakePacket(kind, piece));
+        const Buffer packet = MakePacket(kind, piece);
+        co_await session->SendPaced(packet);
         progress.sent += size;
         TellSometimes();
     }

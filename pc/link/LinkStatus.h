@@ -21,7 +21,7 @@ enum class LinkState {
     kSearching,    ///< asking the network where the analyzer is
     kConnecting,   ///< opening the connection, asking who it is and who is registered
     kRegistering,  ///< waiting for the answer to a registration
-    kRegistered,   ///< results come here; the analyzer answers the signs of life
+    kRegistered,   ///< the analyzer counts this PC as connected: results come here, updates may be sent
     kWaiting,      ///< not reachable, or lost; tried again at `nextTry`
     kRefused,      ///< the analyzer refused the registration, see `refusal`; tried again at `nextTry`
     kTaken,        ///< another PC is registered, see `otherPC`; looked at again at `nextTry`

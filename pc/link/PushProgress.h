@@ -11,7 +11,7 @@ namespace ZELPC {
 /// Who begins an update that comes from this PC.
 enum class PushMethod {
     kOffer,      ///< this PC offers it; the analyzer's operator is asked
-    kWhenAsked,  ///< it lies ready until the analyzer's operator asks the PC for an update
+    kWhenAsked,  ///< SYS, APP and XML lie ready until the analyzer's operator asks the PC for an update
 };
 
 /// The steps of an update, in their order; each of the last four is an end.

@@ -118,6 +118,9 @@ std::string WithoutBuildTime(std::string_view text) {
 }
 
 std::optional<LabResult> ReadLabResult(std::string_view text) {
+    if (!HoldsResult(text)) {
+        return std::nullopt;
+    }
     ZELHL7::COUL_R22Wrap message;
     std::string specimenRole;
     LabResult result;
