@@ -15,22 +15,6 @@ constexpr std::uint8_t kAnalyzerVersion = 1;
 /// A send that is cut short more often than this within one packet is somebody's game.
 constexpr int kMostRepeats = 16;
 
-/// The length of the longest beginning of the bytes that is also their end, short of all of them.
-std::size_t LongestBorder(std::span<const std::uint8_t> bytes) {
-    std::vector<std::uint16_t> border(bytes.size());
-    std::size_t length = 0;
-    for (std::size_t i = 1; i < bytes.size(); ++i) {
-        while (length > 0 && bytes[i] != bytes[length]) {
-            length = border[length - 1];
-        }
-        if (bytes[i] == bytes[length]) {
-            ++length;
-        }
-        border[i] = static_cast<std::uint16_t>(length);
-    }
-    return length;
-}
-
 }  // namespace
 
 std::span<std::uint8_t> CPacketReader::Space() {
@@ -49,14 +33,11 @@ CPacketReader::State CPacketReader::Take(std::size_t count, Packet& packet) {
     if (buffer_.size() == Wire::kPCHeaderSize && TakeHeader() != State::kPacket) {
         return broken_ ? State::kBroken : State::kMore;
     }
-    if (const std::size_t from = RepeatedFrom(); from > 0) {
-        if (++repeats_ > kMostRepeats) {
-            broken_ = true;
-            return State::kBroken;
-        }
+    if (const std::size_t from = BeginsAgainAt(); from > 0) {
+        broken_ = ++repeats_ > kMostRepeats || !IsSameHeader(from);
         buffer_.erase(buffer_.begin(), buffer_.begin() + static_cast<std::ptrdiff_t>(from));
         filled_ = buffer_.size();
-        return State::kMore;
+        return broken_ ? State::kBroken : State::kMore;
     }
     packet.header = header_;
     buffer_.erase(buffer_.begin(), buffer_.begin() + Wire::kPCHeaderSize);
@@ -72,18 +53,24 @@ CPacketReader::State CPacketReader::TakeHeader() {
     return header_.payload == 0 && !broken_ ? State::kPacket : State::kMore;
 }
 
-std::size_t CPacketReader::RepeatedFrom() const {
-    // A result ends with a carriage return and holds no control character before: none that is whole ends as it begins.
-    constexpr std::array<std::uint8_t, 2> kBegins = {kResult >> 8, kResult & 0xFF};
+std::size_t CPacketReader::BeginsAgainAt() const {
+    constexpr std::array<std::uint8_t, 2> kBegin = {kResult >> 8, kResult & 0xFF};
     if (header_.command != kResult || header_.payload == 0) {
         return 0;
     }
-    const std::span<const std::uint8_t> payload = std::span(buffer_).subspan(Wire::kPCHeaderSize);
-    if (payload.back() != kBegins[0] && std::ranges::search(payload, kBegins).empty()) {
-        return 0;
+    // No text of a result holds these two bytes, the second of which is a control character, or ends with the first.
+    const auto payload = buffer_.begin() + Wire::kPCHeaderSize;
+    if (const auto found = std::find_end(payload, buffer_.end(), kBegin.begin(), kBegin.end());
+        found != buffer_.end()) {
+        return static_cast<std::size_t>(found - buffer_.begin());
     }
-    const std::size_t border = LongestBorder(buffer_);
-    return border == 0 ? 0 : buffer_.size() - border;
+    return buffer_.back() == kBegin[0] ? buffer_.size() - 1 : 0;
+}
+
+bool CPacketReader::IsSameHeader(std::size_t offset) const {
+    const std::size_t known = std::min<std::size_t>(Wire::kPCHeaderSize, buffer_.size() - offset);
+    return std::equal(buffer_.begin(), buffer_.begin() + static_cast<std::ptrdiff_t>(known),
+                      buffer_.begin() + static_cast<std::ptrdiff_t>(offset));
 }
 
 }  // namespace ZELPC

@@ -33,7 +33,8 @@ public:
 
 private:
     State TakeHeader();
-    [[nodiscard]] std::size_t RepeatedFrom() const;
+    [[nodiscard]] std::size_t BeginsAgainAt() const;
+    [[nodiscard]] bool IsSameHeader(std::size_t offset) const;
 
     Buffer buffer_;
     std::size_t filled_ = 0;

@@ -37,8 +37,10 @@ class Target:
 TARGETS = [
     Target("hl7_message", 8192, "hl7"),
     Target("http_response", 4096, "http"),
+    Target("lab_result", 8192, "hl7"),
     Target("local_message", 1024),
     Target("pc_datagram", 4200, "pc"),
+    Target("pc_packets", 4096, "pc"),
     Target("pc_session", 2048, "pc"),
     Target("result_request", 4200, "result"),
     Target("settings", 2048, "settings"),

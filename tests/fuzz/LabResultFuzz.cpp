@@ -1,0 +1,36 @@
+#include <algorithm>
+
+#include "fuzz/HL7Text.h"
+#include "result/LabResult.h"
+#include "result/MessageText.h"
+
+using Fuzz::Require;
+using namespace ZELPC;
+
+namespace {
+
+bool IsPlain(const std::string& text) {
+    return std::ranges::none_of(text, [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7F'; });
+}
+
+}  // namespace
+
+/// A result as an analyzer may send it, read for people.
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    Fuzz::SilenceDecoder();
+    const std::string_view text = Fuzz::Text({data, size});
+    const auto result = ReadLabResult(text);
+    Require(!result || HoldsResult(text), "what is read as a result holds one");
+    if (result) {
+        Require(IsPlain(result->patient + result->panel + result->built), "a result is plain text");
+        for (const LabValue& value : result->values) {
+            Require(IsPlain(value.analyte + value.value + value.range + value.dynamicRange), "a value is plain text");
+        }
+    }
+    const std::string same = WithoutBuildTime(text);
+    Require(same.size() <= size && WithoutBuildTime(same) == same, "a time is taken out once");
+    for (const MessageField& field : ListMessage(text)) {
+        Require(!field.value.empty() && field.place.find('-') != std::string::npos, "a field has a place and a value");
+    }
+    return 0;
+}
