@@ -1,0 +1,223 @@
+#include "deliver/CDeliveryQueue.h"
+
+#include <fmt/format.h>
+#include <spdlog/spdlog.h>
+
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/detached.hpp>
+#include <boost/asio/dispatch.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/use_awaitable.hpp>
+
+#include "deliver/Acknowledgement.h"
+#include "deliver/Standard.h"
+
+namespace ZELPC {
+
+namespace {
+
+constexpr int kBatch = 16;                  // messages of one analyzer before the next one's turn
+constexpr std::size_t kMostUnmarked = 512;  // accepted messages that the store does not know of yet
+constexpr auto kGrace = std::chrono::seconds(5);
+
+}  // namespace
+
+CDeliveryQueue::CDeliveryQueue(const asio::any_io_executor& executor, CStore& store, const DestinationOptions& options,
+                               const Factory& factory)
+    : strand_(asio::make_strand(executor)),
+      store_(store),
+      reader_(store.Path()),
+      options_(options),
+      signal_(strand_, asio::steady_timer::time_point::max()),
+      pause_(options.firstPause, options.longestPause) {
+    status_.name = options.name;
+    for (int count = 0; count < options.connections; ++count) {
+        destinations_.push_back(factory(strand_));
+    }
+}
+
+void CDeliveryQueue::Start() {
+    working_ = destinations_.size();
+    for (const auto& destination : destinations_) {
+        asio::co_spawn(
+            strand_, [self = shared_from_this(), &destination] { return self->Work(*destination); }, asio::detached);
+    }
+    WakeAll();
+}
+
+void CDeliveryQueue::Wake(const std::string& serial) {
+    asio::post(strand_, [self = shared_from_this(), serial] { self->Ready(serial); });
+}
+
+void CDeliveryQueue::WakeAll() {
+    asio::post(strand_, [self = shared_from_this()] {
+        try {
+            for (const std::string& serial : self->reader_.WaitingSerials(self->options_.name)) {
+                self->Ready(serial);
+            }
+        } catch (const std::exception& error) {
+            self->NoteProblem(fmt::format("the store cannot be read: {}", error.what()));
+        }
+    });
+}
+
+asio::awaitable<void> CDeliveryQueue::Stop() {
+    co_await asio::dispatch(strand_, asio::use_awaitable);
+    stopping_ = true;
+    Signal();
+    const auto end = std::chrono::steady_clock::now() + kGrace;
+    bool cancelled = false;
+    while (working_ > 0 || unmarked_ > 0) {
+        if (!cancelled && std::chrono::steady_clock::now() >= end) {
+            cancelled = true;
+            for (const auto& destination : destinations_) {
+                destination->Cancel();
+            }
+        }
+        // What the store cannot take any more is sent again after the next start.
+        if (std::chrono::steady_clock::now() >= end + kGrace) {
+            break;
+        }
+        asio::steady_timer timer(strand_, std::chrono::milliseconds(20));
+        co_await timer.async_wait(asio::use_awaitable);
+    }
+}
+
+/// One worker: takes one analyzer's turn after the other.
+asio::awaitable<void> CDeliveryQueue::Work(CDestination& destination) {
+    while (!stopping_) {
+        const auto now = std::chrono::steady_clock::now();
+        if (notBefore_ > now) {
+            co_await Sleep(std::chrono::duration_cast<std::chrono::milliseconds>(notBefore_ - now) +
+                           std::chrono::milliseconds(1));
+        } else if (ready_.empty() || unmarked_ > kMostUnmarked) {
+            co_await WaitForSignal();
+        } else {
+            const std::string serial = std::move(ready_.front());
+            ready_.pop_front();
+            co_await ServeLane(destination, serial);
+        }
+    }
+    --working_;
+}
+
+asio::awaitable<void> CDeliveryQueue::ServeLane(CDestination& destination, const std::string& serial) {
+    Lane& lane = lanes_.at(serial);
+    lane.again = false;
+    Next next = Next::kPause;
+    try {
+        next = co_await ServeBatch(destination, serial, lane);
+    } catch (const std::exception& error) {
+        NoteProblem(fmt::format("the store cannot be read: {}", error.what()));
+    }
+    switch (next) {
+        case Next::kGoOn:
+        case Next::kLater:
+            ready_.push_back(serial);
+            Signal();
+            break;
+        case Next::kLeave:
+            Leave(serial, lane);
+            break;
+        case Next::kPause:
+            ReadyAfterPause(serial, lane);
+            break;
+    }
+}
+
+/// A few messages of one analyzer. kLeave: nothing is left that could be sent.
+asio::awaitable<CDeliveryQueue::Next> CDeliveryQueue::ServeBatch(CDestination& destination, const std::string& serial,
+                                                                 Lane& lane) {
+    std::vector<Delivery> batch = Read(serial, lane);
+    if (batch.empty()) {
+        co_return Next::kLeave;
+    }
+    for (Delivery& delivery : batch) {
+        if (stopping_) {
+            co_return Next::kLeave;
+        }
+        const Next next = co_await ServeOne(destination, serial, lane, delivery);
+        if (next != Next::kGoOn) {
+            co_return next;
+        }
+    }
+    co_return Next::kLater;
+}
+
+std::vector<Delivery> CDeliveryQueue::Read(const std::string& serial, const Lane& lane) {
+    if (options_.stopOnReject && reader_.IsHeld(options_.name, serial)) {
+        return {};
+    }
+    std::vector<Delivery> batch = reader_.Waiting(options_.name, serial, kBatch + static_cast<int>(lane.marked.size()));
+    std::erase_if(batch, [&lane](const Delivery& delivery) { return lane.marked.contains(delivery.id); });
+    return batch;
+}
+
+asio::awaitable<CDeliveryQueue::Next> CDeliveryQueue::ServeOne(CDestination& destination, const std::string& serial,
+                                                               Lane& lane, Delivery& delivery) {
+    std::string error;
+    const OutgoingMessage message = Build(delivery, error);
+    if (!error.empty()) {
+        co_return co_await Hold(delivery, error);
+    }
+    const DeliveryOutcome outcome = co_await destination.Deliver(message);
+    if (outcome.verdict != Verdict::kAccepted) {
+        co_return co_await NotAccepted(serial, delivery, outcome);
+    }
+    NoteSuccess();
+    lane.pause.Reset();
+    lane.marked.insert(delivery.id);
+    ++unmarked_;
+    MarkDelivered(serial, delivery.id);
+    co_return Next::kGoOn;
+}
+
+OutgoingMessage CDeliveryQueue::Build(const Delivery& delivery, std::string& error) const {
+    OutgoingMessage message;
+    message.serial = delivery.serial;
+    message.result = delivery.result;
+    message.received = delivery.received;
+    if (options_.standard) {
+        message.uniqueControlId = true;
+        message.controlId = fmt::format("{}-{}", store_.Id(), delivery.result);
+        StandardText standard = MakeStandard(delivery.text, message.controlId, options_);
+        message.text = std::move(standard.text);
+        error = std::move(standard.error);
+    } else {
+        message.text = delivery.text;
+        message.controlId = ControlIdOf(message.text);
+    }
+    return message;
+}
+
+asio::awaitable<CDeliveryQueue::Next> CDeliveryQueue::NotAccepted(const std::string& serial, Delivery& delivery,
+                                                                  const DeliveryOutcome& outcome) {
+    const bool answered = outcome.verdict == Verdict::kTryAgain || outcome.verdict == Verdict::kRejected;
+    spdlog::warn("{}: result {} of {} was not delivered: {}", options_.name, delivery.result, serial, outcome.reason);
+    if (!answered) {
+        NoteProblem(outcome.reason);
+        notBefore_ = std::chrono::steady_clock::now() + pause_.Next();
+    }
+    if (outcome.verdict == Verdict::kUnreachable) {
+        co_return Next::kLater;  // because of the destination, not of this message
+    }
+    ++delivery.attempts;
+    const bool tooOften = options_.maxAttempts > 0 && delivery.attempts >= options_.maxAttempts;
+    if (outcome.verdict == Verdict::kRejected || tooOften) {
+        co_return co_await Hold(delivery, outcome.reason);
+    }
+    const DeliveryMark mark{delivery.id, DeliveryState::kWaiting, delivery.attempts, outcome.reason};
+    co_await MarkSurely(mark);
+    co_return Next::kPause;
+}
+
+asio::awaitable<CDeliveryQueue::Next> CDeliveryQueue::Hold(Delivery& delivery, const std::string& reason) {
+    spdlog::error("{}: result {} of {} is held: {}", options_.name, delivery.result, delivery.serial, reason);
+    const DeliveryMark mark{delivery.id, DeliveryState::kHeld, delivery.attempts, reason};
+    co_await MarkSurely(mark);
+    const std::lock_guard lock(mutex_);
+    ++status_.held;
+    co_return options_.stopOnReject ? Next::kLeave : Next::kGoOn;
+}
+
+}  // namespace ZELPC

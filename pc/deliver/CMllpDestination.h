@@ -1,0 +1,42 @@
+#pragma once
+
+#include <boost/asio/any_io_executor.hpp>
+#include <memory>
+#include <optional>
+
+#include "deliver/CDestination.h"
+#include "deliver/CMllpDecoder.h"
+#include "deliver/CStream.h"
+#include "deliver/DestinationOptions.h"
+
+namespace ZELPC {
+
+/// A laboratory information system that takes HL7 messages over TCP, one by one, and answers each. The connection stays
+/// open between messages.
+class CMllpDestination : public CDestination {
+public:
+    CMllpDestination(asio::any_io_executor executor, const DestinationOptions& options);
+
+    asio::awaitable<DeliveryOutcome> Deliver(const OutgoingMessage& message) override;
+    void Cancel() override;
+
+private:
+    struct Answer {
+        DeliveryOutcome outcome;
+        bool closedBeforeAnswer = false;  ///< the connection ended without a byte
+    };
+
+    asio::awaitable<std::string> Connect();
+    asio::awaitable<Answer> Exchange(const OutgoingMessage& message);
+    asio::awaitable<Answer> ReadAnswer(const OutgoingMessage& message);
+    std::optional<DeliveryOutcome> FindAnswer(const OutgoingMessage& message);
+    void Disconnect();
+
+    const asio::any_io_executor executor_;
+    const DestinationOptions options_;
+    std::unique_ptr<CStream> stream_;
+    CMllpDecoder decoder_;
+    std::string strangers_;  ///< what the last answer to another message named
+};
+
+}  // namespace ZELPC

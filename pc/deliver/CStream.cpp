@@ -1,0 +1,99 @@
+#include "deliver/CStream.h"
+
+#include <boost/asio/as_tuple.hpp>
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/ssl/host_name_verification.hpp>
+#include <boost/asio/use_awaitable.hpp>
+#include <boost/asio/write.hpp>
+
+namespace ZELPC {
+
+namespace {
+
+constexpr auto kAsTuple = asio::as_tuple(asio::use_awaitable);
+
+/// Throws boost::system::system_error, with the file in its text.
+std::unique_ptr<asio::ssl::context> MakeContext(const DestinationOptions& options) {
+    auto context = std::make_unique<asio::ssl::context>(asio::ssl::context::tls_client);
+    context->set_options(asio::ssl::context::no_tlsv1 | asio::ssl::context::no_tlsv1_1);
+    context->set_verify_mode(asio::ssl::verify_peer);
+    context->set_verify_callback(asio::ssl::host_name_verification(options.host));
+    if (options.caFile.empty()) {
+        context->set_default_verify_paths();
+    } else {
+        context->load_verify_file(options.caFile);
+    }
+    if (!options.certificateFile.empty()) {
+        context->use_certificate_chain_file(options.certificateFile);
+        context->use_private_key_file(options.keyFile, asio::ssl::context::pem);
+    }
+    return context;
+}
+
+}  // namespace
+
+asio::awaitable<std::string> CStream::Connect(const DestinationOptions& options) {
+    const std::string where = options.host + ":" + options.port;
+    asio::ip::tcp::resolver resolver(plain_.get_executor());
+    const auto [unknown, addresses] = co_await resolver.async_resolve(options.host, options.port, kAsTuple);
+    if (unknown) {
+        co_return where + ": " + unknown.message();
+    }
+    plain_.expires_after(options.connectTimeout);
+    const auto [refused, endpoint] = co_await plain_.async_connect(addresses, kAsTuple);
+    if (refused) {
+        co_return where + ": " + (refused == kTimeout ? "no connection in time" : refused.message());
+    }
+    Error ignored;
+    plain_.socket().set_option(asio::ip::tcp::no_delay(true), ignored);
+    plain_.socket().set_option(asio::socket_base::keep_alive(true), ignored);
+    if (!options.tls) {
+        co_return std::string();
+    }
+    const std::string failed = co_await ShakeHands(options);
+    co_return failed.empty() ? failed : where + ": TLS: " + failed;
+}
+
+asio::awaitable<std::string> CStream::ShakeHands(const DestinationOptions& options) {
+    try {
+        context_ = MakeContext(options);
+    } catch (const std::exception& error) {
+        co_return error.what();
+    }
+    tls_.emplace(std::move(plain_), *context_);
+    SSL_set_tlsext_host_name(tls_->native_handle(), options.host.c_str());
+    const auto [error] = co_await tls_->async_handshake(asio::ssl::stream_base::client, kAsTuple);
+    co_return error ? error.message() : std::string();
+}
+
+asio::awaitable<CStream::Error> CStream::Write(std::string_view bytes) {
+    const asio::const_buffer buffer(bytes.data(), bytes.size());
+    if (tls_) {
+        const auto [error, size] = co_await asio::async_write(*tls_, buffer, kAsTuple);
+        co_return error;
+    }
+    const auto [error, size] = co_await asio::async_write(plain_, buffer, kAsTuple);
+    co_return error;
+}
+
+asio::awaitable<std::pair<CStream::Error, std::size_t>> CStream::ReadSome(std::span<char> bytes) {
+    const asio::mutable_buffer buffer(bytes.data(), bytes.size());
+    if (tls_) {
+        const auto [error, size] = co_await tls_->async_read_some(buffer, kAsTuple);
+        co_return std::pair(error, size);
+    }
+    const auto [error, size] = co_await plain_.async_read_some(buffer, kAsTuple);
+    co_return std::pair(error, size);
+}
+
+bool CStream::HasInput() {
+    char byte = 0;
+    Error error;
+    auto& socket = Lowest().socket();
+    socket.non_blocking(true, error);
+    const std::size_t size = socket.receive(asio::buffer(&byte, 1), asio::socket_base::message_peek, error);
+    // TLS sends records of its own; only an end says something there.
+    return size > 0 ? !tls_ : error != asio::error::would_block;
+}
+
+}  // namespace ZELPC

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <boost/asio/any_io_executor.hpp>
+#include <boost/asio/awaitable.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/ssl/context.hpp>
+#include <boost/beast/core/error.hpp>
+#include <boost/beast/core/tcp_stream.hpp>
+#include <boost/beast/ssl/ssl_stream.hpp>
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "deliver/DestinationOptions.h"
+
+namespace ZELPC {
+
+namespace asio = boost::asio;
+namespace beast = boost::beast;
+
+/// A connection to a destination, with or without TLS; every operation ends by a time limit.
+class CStream {
+public:
+    using Error = boost::system::error_code;
+    static constexpr auto kTimeout = beast::error::timeout;
+
+    explicit CStream(asio::any_io_executor executor) : plain_(std::move(executor)) {}
+
+    /// Connects within the options' limit; returns why not, or the empty text.
+    asio::awaitable<std::string> Connect(const DestinationOptions& options);
+    /// Sets the limit for all reading and writing from now on.
+    void ExpiresAfter(std::chrono::milliseconds limit) { Lowest().expires_after(limit); }
+    asio::awaitable<Error> Write(std::string_view bytes);
+    asio::awaitable<std::pair<Error, std::size_t>> ReadSome(std::span<char> bytes);
+    /// Whether something can be read, or the peer has closed.
+    bool HasInput();
+    /// Makes what is under way fail.
+    void Cancel() { Lowest().close(); }
+
+private:
+    asio::awaitable<std::string> ShakeHands(const DestinationOptions& options);
+    beast::tcp_stream& Lowest() { return tls_ ? beast::get_lowest_layer(*tls_) : plain_; }
+
+    beast::tcp_stream plain_;
+    std::unique_ptr<asio::ssl::context> context_;
+    std::optional<beast::ssl_stream<beast::tcp_stream>> tls_;
+};
+
+}  // namespace ZELPC

@@ -1,0 +1,104 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "store/CDatabase.h"
+#include "store/CStoreLock.h"
+#include "store/CWriter.h"
+#include "store/Records.h"
+
+namespace ZELPC {
+
+struct StoreOptions {
+    std::string path;
+    /// Results are refused when the disk has less room than this, so that what is already there can still be delivered
+    /// and marked.
+    std::int64_t minFreeBytes = 64 << 20;
+};
+
+/// A destination that results are queued for.
+struct StoreDestination {
+    std::string name;
+    std::string kind;  ///< "P" patient results only, "Q" control results only, empty: all
+};
+
+/// How the store is: what the page, the log and the metrics say.
+struct StoreHealth {
+    std::string problem;  ///< why nothing can be stored, empty when all is well
+    std::int64_t stored = 0;
+    std::int64_t repeated = 0;
+    std::int64_t aside = 0;
+    std::int64_t failed = 0;
+};
+
+/// Everything that a gateway must not lose: the results as they came, and the queues of the destinations. All changes
+/// go through one writer, and a callback with a success means that the change is on the disk.
+class CStore {
+public:
+    using AppendDone = std::function<void(const AppendOutcome&)>;
+    using Done = std::function<void(const std::string* error)>;
+    using CountDone = std::function<void(std::int64_t count, const std::string* error)>;
+    /// Called on the writer's thread when a new result is on the disk.
+    using Stored = std::function<void(std::int64_t result, const std::string& serial)>;
+
+    /// Opens the store, or makes it. Throws std::runtime_error with the reason when it is in use, cannot be written to,
+    /// is damaged or not a store; such a file stays as it is.
+    explicit CStore(const StoreOptions& options);
+
+    /// Sets where results go from now on. Before the first Append.
+    void SetDestinations(const std::vector<StoreDestination>& destinations);
+    void OnStored(Stored stored) { stored_ = std::move(stored); }
+
+    /// Keeps a result and queues it for every destination, or finds that it is there already.
+    void Append(NewResult result, AppendDone done);
+
+    /// Records what came of an attempt to deliver.
+    void Mark(DeliveryMark mark, Done done);
+
+    /// Queues the results that the filter finds for `destination` again; held ones go on where they stood. `done` gets
+    /// their number.
+    void Again(std::string destination, ResultFilter filter, CountDone done);
+    /// The same for one delivery that is held, was dropped or made.
+    void AgainOne(std::int64_t delivery, CountDone done);
+    /// Gives up a delivery that waits or is held. The result itself stays.
+    void Drop(std::int64_t delivery, CountDone done);
+
+    StoreHealth Health() const;
+    /// Writes something, so that Health tells whether a problem has gone.
+    void Probe();
+    /// Tells this store from every other; part of what makes message numbers unique.
+    const std::string& Id() const { return id_; }
+    const std::string& Path() const { return options_.path; }
+
+private:
+    struct Target {
+        std::int64_t id;
+        std::string kind;
+    };
+
+    AppendOutcome AppendNow(CDatabase& database, const NewResult& result);
+    AppendOutcome KeepAside(CDatabase& database, const NewResult& result, const std::string& reason);
+    void Queue(CDatabase& database, std::int64_t result, const NewResult& content, const std::string& kind);
+    std::string WhyNoRoom() const;
+    void RequireRoom() const;
+    void Count(const AppendOutcome& outcome);
+    void SetProblem(const std::string& problem);
+
+    const StoreOptions options_;
+    const CStoreLock lock_;
+    std::unique_ptr<CDatabase> database_;
+    std::string id_;
+    std::vector<Target> targets_;
+    Stored stored_;
+    mutable std::mutex mutex_;
+    StoreHealth health_;
+    // Last: its thread uses everything above.
+    std::unique_ptr<CWriter> writer_;
+};
+
+}  // namespace ZELPC

@@ -1,0 +1,199 @@
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "store/CStoreReader.h"
+#include "unit/host/TempDir.h"
+#include "unit/pc_gateway/Results.h"
+
+namespace ZELPC {
+namespace {
+
+using HostTest::FullDisk;
+using HostTest::ReadFile;
+using HostTest::TempDir;
+using HostTest::WriteFile;
+
+class StoreTest : public testing::Test {
+protected:
+    StoreOptions Options() const { return {folder_ / "store.db", 0}; }
+
+    std::unique_ptr<CStore> Open() const {
+        auto store = std::make_unique<CStore>(Options());
+        store->SetDestinations({{"lis", ""}, {"controls", "Q"}});
+        return store;
+    }
+
+    /// Why the store cannot be opened.
+    std::string Refusal() const {
+        try {
+            Open();
+        } catch (const std::exception& error) {
+            return error.what();
+        }
+        return {};
+    }
+
+    TempDir folder_;
+};
+
+TEST_F(StoreTest, AResultIsKeptAndQueuedOnceHoweverOftenItComes) {
+    auto store = Open();
+    const AppendOutcome first = AppendNow(*store, "A1", ResultMessage("Rex"));
+    EXPECT_EQ(first.status, AppendStatus::kStored);
+    // Built anew by the analyzer, which changes MSH-7 and nothing else.
+    const AppendOutcome again = AppendNow(*store, "A1", ResultMessage("Rex", "20261121110000"));
+    EXPECT_EQ(again.status, AppendStatus::kRepeated);
+    EXPECT_EQ(again.id, first.id);
+    // Other analyzers, other patients and other kinds are others.
+    EXPECT_EQ(AppendNow(*store, "A2", ResultMessage("Rex")).status, AppendStatus::kStored);
+    EXPECT_EQ(AppendNow(*store, "A1", ResultMessage("Tom")).status, AppendStatus::kStored);
+    EXPECT_EQ(AppendNow(*store, "A1", ResultMessage("QC", "20261121103637", "Q")).status, AppendStatus::kStored);
+    // And so it is after the gateway was started anew.
+    store.reset();
+    store = Open();
+    EXPECT_EQ(AppendNow(*store, "A1", ResultMessage("Rex", "20261122")).status, AppendStatus::kRepeated);
+
+    CStoreReader reader(store->Path());
+    EXPECT_EQ(reader.Result(first.id)->text, ResultMessage("Rex"));
+    EXPECT_EQ(reader.Result(first.id)->repeats, 2);
+    EXPECT_EQ(reader.Waiting("lis", "A1", 10).size(), 3U);
+    EXPECT_EQ(reader.Waiting("controls", "A1", 10).size(), 1U);
+    ResultFilter filter;
+    filter.patient = "Rex";
+    const auto found = reader.Results(filter);
+    ASSERT_EQ(found.size(), 2U);
+    EXPECT_EQ(found[0].facts.panel, "Renal 2");
+    EXPECT_EQ(found[0].facts.measured, "20230601080001");
+    filter.serial = "A2";
+    EXPECT_EQ(reader.Results(filter).size(), 1U);
+}
+
+TEST_F(StoreTest, WhatCannotBeAResultIsKeptAsideAndNeverQueued) {
+    auto store = Open();
+    const std::string header = ResultMessage("Rex").substr(0, ResultMessage("Rex").find('\r') + 1);
+    for (const std::string& text : {std::string(), header, std::string("\xFF\0garbage", 9)}) {
+        const AppendOutcome outcome = AppendNow(*store, "A1", text);
+        EXPECT_EQ(outcome.status, AppendStatus::kAside);
+        EXPECT_NE(outcome.reason, "");
+        EXPECT_EQ(AppendNow(*store, "A1", text).status, AppendStatus::kAside);
+    }
+    CStoreReader reader(store->Path());
+    const auto aside = reader.Aside(10);
+    ASSERT_EQ(aside.size(), 3U);
+    EXPECT_EQ(aside[0].times, 2);
+    EXPECT_TRUE(reader.Results({}).empty());
+    EXPECT_TRUE(reader.WaitingSerials("lis").empty());
+}
+
+TEST_F(StoreTest, AStoreThatIsUsedDamagedOrForeignIsRefusedAndLeftAsItIs) {
+    const std::string path = Options().path;
+    {
+        const auto store = Open();
+        EXPECT_NE(Refusal().find("another gateway"), std::string::npos);
+        for (int count = 0; count < 200; ++count) {
+            AppendNow(*store, "A1", ResultMessage("Rex" + std::to_string(count)));
+        }
+    }
+    std::string damaged = ReadFile(path);
+    damaged.replace(8192, 8192, std::string(8192, '\x5A'));
+    for (const std::string& content : {damaged, std::string("not a database, but long enough to be looked at")}) {
+        WriteFile(path, content);
+        EXPECT_NE(Refusal(), "");
+        EXPECT_EQ(ReadFile(path), content);
+    }
+    for (const char* statement : {"CREATE TABLE other (x)", "PRAGMA user_version = 99"}) {
+        std::filesystem::remove(path);
+        if (statement[0] == 'P') {
+            Open();
+        }
+        CDatabase(path, CDatabase::Access::kCreate).Execute(statement);
+        const std::string content = ReadFile(path);
+        EXPECT_NE(Refusal(), "");
+        EXPECT_EQ(ReadFile(path), content);
+    }
+}
+
+TEST_F(StoreTest, AFullDiskStoresNothingAndSaysSoUntilThereIsRoom) {
+    auto store = Open();
+    ASSERT_EQ(AppendNow(*store, "A1", ResultMessage("before")).status, AppendStatus::kStored);
+    {
+        const FullDisk full(std::filesystem::file_size(Options().path + "-wal"));
+        const AppendOutcome outcome = AppendNow(*store, "A1", ResultMessage("during"));
+        EXPECT_EQ(outcome.status, AppendStatus::kFailed);
+        EXPECT_NE(outcome.reason, "");
+        EXPECT_NE(store->Health().problem, "");
+    }
+    EXPECT_EQ(AppendNow(*store, "A1", ResultMessage("during")).status, AppendStatus::kStored);
+    EXPECT_EQ(store->Health().problem, "");
+    EXPECT_EQ(store->Health().failed, 1);
+    // Room that is kept back for deliveries: results are refused, marks are not.
+    store.reset();
+    CStore reserved({Options().path, std::int64_t{1} << 60});
+    EXPECT_EQ(AppendNow(reserved, "A1", ResultMessage("after")).status, AppendStatus::kFailed);
+    EXPECT_NE(reserved.Health().problem.find("kept free"), std::string::npos);
+    EXPECT_EQ(CountOf([&](auto done) { reserved.Drop(1, done); }), 1);
+}
+
+TEST_F(StoreTest, ManyAnalyzersAtOnceAllGetTheirResultKept) {
+    auto store = Open();
+    std::atomic<int> stored = 0;
+    std::vector<std::thread> analyzers;
+    for (int analyzer = 0; analyzer < 8; ++analyzer) {
+        analyzers.emplace_back([&, analyzer] {
+            for (int number = 0; number < 50; ++number) {
+                const auto outcome =
+                    AppendNow(*store, "A" + std::to_string(analyzer), ResultMessage(std::to_string(number)));
+                stored += outcome.status == AppendStatus::kStored ? 1 : 0;
+            }
+        });
+    }
+    for (std::thread& analyzer : analyzers) {
+        analyzer.join();
+    }
+    EXPECT_EQ(stored, 400);
+    EXPECT_EQ(CStoreReader(store->Path()).Waiting("lis", "A7", 100).size(), 50U);
+}
+
+TEST_F(StoreTest, DeliveriesAreSentAgainAndDropped) {
+    auto store = Open();
+    for (const char* patient : {"Rex", "Tom", "Rex2"}) {
+        AppendNow(*store, "A1", ResultMessage(patient));
+    }
+    CStoreReader reader(store->Path());
+    const auto mark = [&](std::int64_t id, DeliveryState state) {
+        std::promise<void> promise;
+        store->Mark({id, state, 1, "why"}, [&](const std::string*) { promise.set_value(); });
+        promise.get_future().get();
+    };
+    const auto waiting = reader.Waiting("lis", "A1", 10);
+    ASSERT_EQ(waiting.size(), 3U);
+    mark(waiting[0].id, DeliveryState::kDelivered);
+    mark(waiting[1].id, DeliveryState::kHeld);
+    EXPECT_TRUE(reader.IsHeld("lis", "A1"));
+    EXPECT_EQ(reader.Deliveries("lis", DeliveryState::kHeld, 10).at(0).reason, "why");
+    EXPECT_EQ(reader.Queues().at(1).held, 1);
+
+    // A held one goes back to where it stood; one that waits is left; one that was delivered goes out once more.
+    const ResultFilter everything;
+    EXPECT_EQ(CountOf([&](auto done) { store->Again("lis", everything, done); }), 2);
+    const auto again = reader.Waiting("lis", "A1", 10);
+    ASSERT_EQ(again.size(), 3U);
+    EXPECT_EQ(again[0].id, waiting[1].id);
+    EXPECT_EQ(again[2].result, waiting[0].result);
+    ResultFilter tom;
+    tom.patient = "Tom";
+    EXPECT_EQ(CountOf([&](auto done) { store->Again("lis", tom, done); }), 0);
+    EXPECT_EQ(CountOf([&](auto done) { store->Again("nowhere", tom, done); }), -1);
+
+    EXPECT_EQ(CountOf([&](auto done) { store->Drop(again[0].id, done); }), 1);
+    EXPECT_EQ(CountOf([&](auto done) { store->Drop(again[0].id, done); }), 0);
+    // A mark that comes late does not bring back what was dropped.
+    mark(again[0].id, DeliveryState::kWaiting);
+    EXPECT_EQ(reader.Waiting("lis", "A1", 10).size(), 2U);
+    EXPECT_EQ(CountOf([&](auto done) { store->AgainOne(again[0].id, done); }), 1);
+    EXPECT_EQ(reader.Waiting("lis", "A1", 10).size(), 3U);
+}
+
+}  // namespace
+}  // namespace ZELPC
