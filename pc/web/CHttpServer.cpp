@@ -1,0 +1,196 @@
+#include "web/CHttpServer.h"
+
+#include <spdlog/spdlog.h>
+
+#include <boost/asio/as_tuple.hpp>
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/detached.hpp>
+#include <boost/asio/strand.hpp>
+#include <boost/asio/use_awaitable.hpp>
+#include <boost/asio/write.hpp>
+#include <boost/beast/http/parser.hpp>
+#include <boost/beast/http/read.hpp>
+#include <boost/beast/http/write.hpp>
+
+namespace ZELPC {
+
+namespace {
+
+namespace beast = boost::beast;
+namespace http = boost::beast::http;
+
+constexpr auto kAsTuple = asio::as_tuple(asio::use_awaitable);
+constexpr auto kPatience = std::chrono::seconds(30);
+constexpr std::uint32_t kLongestHeader = 8 * 1024;
+constexpr std::uint64_t kLongestBody = 64 * 1024;
+constexpr char kForm[] = "application/x-www-form-urlencoded";
+
+/// Nothing is loaded from elsewhere, and no other page can frame this one or send its forms.
+constexpr std::pair<const char*, const char*> kHeaders[] = {
+    {"Content-Security-Policy",
+     "default-src 'none'; style-src 'self'; script-src 'self'; connect-src 'self'; img-src 'self'; form-action 'self'; "
+     "frame-ancestors 'none'; base-uri 'none'"},
+    {"X-Content-Type-Options", "nosniff"},
+    {"Referrer-Policy", "same-origin"},
+    {"Cache-Control", "no-store"},
+};
+
+std::string Header(const http::request<http::string_body>& request, std::string_view name) {
+    const auto value = request[beast::string_view(name.data(), name.size())];
+    return {value.data(), value.size()};
+}
+
+WebRequest ToWebRequest(http::request<http::string_body>& request) {
+    WebRequest web;
+    web.method = std::string(request.method_string());
+    const std::string target(request.target());
+    const std::size_t query = std::min(target.find('?'), target.size());
+    web.path = PercentDecode(target.substr(0, query), false);
+    web.query = ParseFields(std::string_view(target).substr(std::min(query + 1, target.size())));
+    web.host = Header(request, "Host");
+    web.origin = Header(request, "Origin");
+    web.fetchSite = Header(request, "Sec-Fetch-Site");
+    web.authorization = Header(request, "Authorization");
+    web.contentType = Header(request, "Content-Type");
+    web.body = std::move(request.body());
+    if (web.contentType.starts_with(kForm)) {
+        web.form = ParseFields(web.body);
+    }
+    return web;
+}
+
+}  // namespace
+
+CHttpServer::CHttpServer(asio::io_context& context, const asio::ip::tcp::endpoint& endpoint, CAccess access,
+                         CRoutes routes, CEventHub& events)
+    : context_(context),
+      acceptor_(asio::make_strand(context), endpoint),
+      endpoint_(acceptor_.local_endpoint()),
+      access_(std::move(access)),
+      routes_(std::move(routes)),
+      events_(events) {}
+
+void CHttpServer::Start() {
+    asio::co_spawn(
+        acceptor_.get_executor(), [self = shared_from_this()] { return self->Accept(); }, asio::detached);
+}
+
+void CHttpServer::Stop() {
+    events_.Stop();
+    asio::post(acceptor_.get_executor(), [self = shared_from_this()] {
+        boost::system::error_code ignored;
+        self->acceptor_.close(ignored);
+    });
+    const std::lock_guard lock(mutex_);
+    stopping_ = true;
+    for (const auto& stream : streams_) {
+        asio::post(stream->get_executor(), [stream] { stream->close(); });
+    }
+}
+
+asio::awaitable<void> CHttpServer::Accept() {
+    while (acceptor_.is_open()) {
+        auto [error, socket] = co_await acceptor_.async_accept(asio::make_strand(context_), kAsTuple);
+        if (error == asio::error::operation_aborted) {
+            co_return;
+        }
+        if (error) {
+            // Mostly that there are no more descriptors: others have to end first.
+            asio::steady_timer pause(acceptor_.get_executor(), std::chrono::milliseconds(200));
+            co_await pause.async_wait(kAsTuple);
+            continue;
+        }
+        auto stream = std::make_shared<Stream>(std::move(socket));
+        const std::lock_guard lock(mutex_);
+        if (!stopping_ && streams_.size() < kMostConnections) {
+            streams_.insert(stream);
+            asio::co_spawn(
+                stream->get_executor(), [self = shared_from_this(), stream] { return self->Serve(stream); },
+                asio::detached);
+        }
+    }
+}
+
+asio::awaitable<void> CHttpServer::Serve(std::shared_ptr<Stream> stream) {
+    beast::flat_buffer buffer(kLongestHeader + kLongestBody);
+    try {
+        while (co_await ServeOne(*stream, buffer)) {
+        }
+    } catch (const std::exception& error) {
+        spdlog::debug("web: {}", error.what());
+    }
+    boost::system::error_code ignored;
+    stream->socket().shutdown(asio::ip::tcp::socket::shutdown_send, ignored);
+    Forget(stream);
+}
+
+/// One request and its answer; false when the connection is at its end.
+asio::awaitable<bool> CHttpServer::ServeOne(Stream& stream, beast::flat_buffer& buffer) {
+    http::request_parser<http::string_body> parser;
+    parser.header_limit(kLongestHeader);
+    parser.body_limit(kLongestBody);
+    stream.expires_after(kPatience);
+    const auto [error, size] = co_await http::async_read(stream, buffer, parser, kAsTuple);
+    if (error) {
+        if (error == http::error::header_limit || error == http::error::body_limit ||
+            error.category() == http::make_error_code(http::error::bad_method).category()) {
+            Response refusal = MakeResponse(WebResponse::Text(400, "this request cannot be read\n"), Request{});
+            refusal.keep_alive(false);
+            co_await http::async_write(stream, refusal, kAsTuple);
+        }
+        co_return false;
+    }
+    Request& request = parser.get();
+    WebRequest web = ToWebRequest(request);
+    const WebResponse answer = co_await routes_.Handle(access_, web);
+    if (answer.eventStream) {
+        co_await StreamEvents(stream);
+        co_return false;
+    }
+    Response response = MakeResponse(answer, request);
+    stream.expires_after(kPatience);
+    co_await http::async_write(stream, response, asio::use_awaitable);
+    co_return response.keep_alive();
+}
+
+CHttpServer::Response CHttpServer::MakeResponse(const WebResponse& answer, const Request& request) {
+    Response response(static_cast<http::status>(answer.status), request.version());
+    for (const auto& [name, value] : kHeaders) {
+        response.set(name, value);
+    }
+    for (const auto& [name, value] : answer.headers) {
+        response.set(name, value);
+    }
+    response.set(http::field::content_type, answer.contentType);
+    response.keep_alive(request.keep_alive());
+    response.body() = answer.body;
+    response.prepare_payload();
+    if (request.method() == http::verb::head) {
+        response.body().clear();
+    }
+    return response;
+}
+
+asio::awaitable<void> CHttpServer::StreamEvents(Stream& stream) {
+    const auto listener = events_.Listen(stream.get_executor());
+    std::string text = listener == nullptr
+                           ? "HTTP/1.1 503 Service Unavailable\r\nConnection: close\r\nContent-Length: 0\r\n\r\n"
+                           : "HTTP/1.1 200 OK\r\nContent-Type: text/event-stream\r\nCache-Control: no-store\r\n"
+                             "Connection: close\r\n\r\nretry: 3000\n\n";
+    while (!text.empty()) {
+        stream.expires_after(kPatience);
+        const auto [error, size] = co_await asio::async_write(stream, asio::buffer(text), kAsTuple);
+        if (error || listener == nullptr) {
+            co_return;
+        }
+        stream.expires_never();
+        text = co_await listener->Next();
+    }
+}
+
+void CHttpServer::Forget(const std::shared_ptr<Stream>& stream) {
+    const std::lock_guard lock(mutex_);
+    streams_.erase(stream);
+}
+
+}  // namespace ZELPC
