@@ -4,6 +4,7 @@
 
 #include "cli/Commands.h"
 #include "cli/ExitStatus.h"
+#include "cli/GatewayCommands.h"
 #include "link/LinkSettings.h"
 
 namespace ZELPC {
@@ -189,12 +190,14 @@ int RunArguments(int argc, const char* const* argv) {
     AddWatch(app, arguments.watch, status);
     AddPush(app, arguments.push, status);
     AddDecode(app, arguments.decode, status);
+    std::function<int()> gateway;
+    AddGatewayCommands(app, gateway);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? kDone : kUsage;
     }
-    return status;
+    return gateway ? gateway() : status;
 }
 
 }  // namespace ZELPC

@@ -1,0 +1,151 @@
+"""zelpc's gateway in an analyzer's sandbox, on the PC's side of its network."""
+
+from __future__ import annotations
+
+import json
+import signal
+import socket
+import sqlite3
+import urllib.parse
+from http.client import HTTPConnection, HTTPResponse
+from pathlib import Path
+from typing import Any
+
+from bench.daemon import PROJECT, preset, wait_until
+from bench.sandbox import PC_ADDRESS, Process, Sandbox
+
+STATE = "/tmp/gateway"
+WEB_PORT, LIS_PORT = 9080, 2575
+TOKEN = "a-token-for-tests-only"
+
+CONFIG = """
+[gateway]
+push_directory = "/tmp/releases"
+[store]
+path = "{state}/store.db"
+min_free_mb = 0
+[pc]
+address = "{pc}"
+[scan]
+enabled = {scan}
+targets = ["192.168.40.255"]
+every_s = 5
+password_file = "{state}/password"
+[web]
+address = "127.0.0.1"
+token_file = "{state}/token"
+"""
+
+MLLP = """
+[[destination]]
+name = "lis"
+type = "mllp"
+host = "{host}"
+port = {port}
+format = "standard"
+receiving_application = "LIS"
+first_pause_s = 0.1
+longest_pause_s = 0.5
+answer_timeout_s = 2
+"""
+
+FILES = """
+[[destination]]
+name = "files"
+type = "directory"
+directory = "{state}/results"
+"""
+
+
+class SandboxHttp(HTTPConnection):
+    """HTTP to a server inside a sandbox."""
+
+    def __init__(self, sandbox: Sandbox, host: str, port: int):
+        super().__init__(host, port, timeout=20)
+        self._sandbox = sandbox
+
+    def connect(self) -> None:
+        self.sock = self._sandbox.socket(socket.SOCK_STREAM)
+        self.sock.settimeout(self.timeout)
+        self.sock.connect((self.host, self.port))
+
+
+class Gateway:
+    def __init__(self, sandbox: Sandbox, password: str, destinations: str = MLLP + FILES, more: str = "",
+                 scan: bool = True, state: str = STATE):
+        self.sandbox = sandbox
+        self.state = sandbox.path(state)
+        self.state.mkdir(parents=True)
+        self.config = self.state / "gateway.toml"
+        (self.state / "password").write_text(password + "\n")
+        (self.state / "token").write_text(TOKEN + "\n")
+        text = CONFIG + destinations
+        self.config.write_text(text.format(state=state, pc=PC_ADDRESS, scan=str(scan).lower(), host=PC_ADDRESS,
+                                           port=LIS_PORT) + more)
+        self._state_inside = state
+        self._process: Process | None = None
+
+    def start(self) -> None:
+        command = [str(PROJECT / "build" / preset() / "bin/zelpc"), "gateway", "--config",
+                   f"{self._state_inside}/gateway.toml"]
+        if preset() == "tsan":
+            command = ["setarch", "-R", *command]
+        with open(self.state / "log", "ab") as log:
+            self._process = self.sandbox.spawn(command, log, log)
+
+    @property
+    def process(self) -> Process:
+        assert self._process is not None
+        return self._process
+
+    def stop(self, timeout: float = 20) -> int:
+        self.process.signal(signal.SIGTERM)
+        return self.process.wait(timeout)
+
+    def kill(self) -> None:
+        self.process.signal(signal.SIGKILL)
+        self.process.wait(10)
+
+    def log(self) -> str:
+        return (self.state / "log").read_text(errors="replace")
+
+    def wait_for_log(self, text: str, timeout: float = 30, count: int = 1) -> None:
+        wait_until(lambda: self.log().count(text) >= count, timeout, f"\"{text}\" in the gateway's log:\n{self.log()}")
+
+    def listen(self) -> socket.socket:
+        """Where the LIS of the configuration listens."""
+        return self.sandbox.socket(socket.SOCK_STREAM, (PC_ADDRESS, LIS_PORT), 5)
+
+    def files(self) -> list[Path]:
+        return sorted((self.state / "results").glob("[!.]*"))
+
+    def rows(self, statement: str) -> list[Any]:
+        database = sqlite3.connect(self.state / "store.db")
+        try:
+            return database.execute(statement).fetchall()
+        finally:
+            database.close()
+
+    def request(self, method: str, path: str, body: str = "", token: str | None = TOKEN,
+                **headers: str) -> tuple[HTTPResponse, str]:
+        """One HTTP request; underscores in the names of headers stand for dashes."""
+        connection = SandboxHttp(self.sandbox, "127.0.0.1", WEB_PORT)
+        named = {name.replace("_", "-"): value for name, value in headers.items()}
+        if token:
+            named.setdefault("Authorization", f"Bearer {token}")
+        connection.request(method, path, body, named)
+        response = connection.getresponse()
+        text = response.read().decode()
+        connection.close()
+        return response, text
+
+    def get(self, path: str, **query: Any) -> Any:
+        """What the API answers."""
+        response, text = self.request("GET", path + ("?" + urllib.parse.urlencode(query) if query else ""))
+        assert response.status == 200, text
+        return json.loads(text)
+
+    def post(self, path: str, **values: Any) -> Any:
+        response, text = self.request("POST", path, json.dumps(values), Content_Type="application/json")
+        assert response.status == 200, text
+        return json.loads(text)
