@@ -77,9 +77,10 @@ std::vector<CGateway::Held> CGateway::Analyzers() const {
 }
 
 asio::awaitable<void> CGateway::Find() {
+    const std::function<void(const ScanAnswer&)> found = [this](const ScanAnswer& answer) { Found(answer); };
     for (;;) {
         try {
-            co_await hub_.Scan(config_.scan.targets, kScanTime, [this](const ScanAnswer& answer) { Found(answer); });
+            co_await hub_.Scan(config_.scan.targets, kScanTime, found);
         } catch (const std::exception& error) {
             spdlog::warn("no scan: {}", error.what());
         }
