@@ -23,7 +23,7 @@ void CAnalyzer::OnStatus(const LinkStatus& status) {
     }
     spdlog::info("{} at {}: {}{}{}", Name(), status.address.to_string(), TextOf(status.state),
                  status.reason.empty() ? "" : ": ", status.reason);
-    changed_();
+    changed_(View());
 }
 
 void CAnalyzer::OnResult(std::shared_ptr<CReceivedResult> result) {
@@ -53,7 +53,7 @@ void CAnalyzer::Kept(CReceivedResult& result, const AppendOutcome& outcome) {
             spdlog::error("{}: a result is not stored and not acknowledged: {}", result.Serial(), outcome.reason);
             break;
     }
-    changed_();
+    changed_(View());
 }
 
 void CAnalyzer::OnInfo(const DeviceInfo& info) {
@@ -61,7 +61,7 @@ void CAnalyzer::OnInfo(const DeviceInfo& info) {
         const std::lock_guard lock(mutex_);
         view_.info = info;
     }
-    changed_();
+    changed_(View());
 }
 
 void CAnalyzer::OnTakenOver(const OtherPC& other) {
@@ -73,7 +73,7 @@ void CAnalyzer::OnPush(const PushProgress& progress) {
         const std::lock_guard lock(mutex_);
         view_.push = progress;
     }
-    changed_();
+    changed_(View());
 }
 
 }  // namespace ZELPC

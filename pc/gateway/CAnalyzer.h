@@ -25,7 +25,7 @@ struct AnalyzerView {
 class CAnalyzer : public ILinkEvents, public std::enable_shared_from_this<CAnalyzer> {
 public:
     /// `changed` is told after every change, on any thread; it must not wait.
-    CAnalyzer(CStore& store, LinkSettings settings, std::function<void()> changed)
+    CAnalyzer(CStore& store, LinkSettings settings, std::function<void(const AnalyzerView&)> changed)
         : store_(store), changed_(std::move(changed)) {
         view_.settings = std::move(settings);
         view_.status.address = view_.settings.address;
@@ -45,7 +45,7 @@ private:
     void Kept(CReceivedResult& result, const AppendOutcome& outcome);
 
     CStore& store_;
-    const std::function<void()> changed_;
+    const std::function<void(const AnalyzerView&)> changed_;
     mutable std::mutex mutex_;
     AnalyzerView view_;
 };

@@ -1,5 +1,6 @@
 #include "gateway/CGateway.h"
 
+#include <fmt/format.h>
 #include <spdlog/spdlog.h>
 
 #include <algorithm>
@@ -8,13 +9,16 @@
 #include <boost/asio/detached.hpp>
 #include <boost/asio/use_awaitable.hpp>
 
+#include "base/Clock.h"
 #include "deliver/MakeDestination.h"
+#include "gateway/Json.h"
 
 namespace ZELPC {
 
 namespace {
 
 constexpr auto kScanTime = std::chrono::seconds(3);
+constexpr auto kLookEvery = std::chrono::seconds(2);
 constexpr std::size_t kMostAnalyzers = 4096;  // a network that invents analyzers must not fill the memory
 
 std::vector<StoreDestination> StoreDestinations(const GatewayConfig& config) {
@@ -33,14 +37,17 @@ CGateway::CGateway(asio::io_context& context, const GatewayConfig& config)
       store_(config.store),
       reader_(config.store.path),
       hub_(context, config.pc),
-      findAgain_(context) {
+      findAgain_(context),
+      lookAgain_(context),
+      alarms_(config.alarmCommand) {
     store_.SetDestinations(StoreDestinations(config));
     for (const DestinationOptions& destination : config.destinations) {
         queues_.push_back(std::make_shared<CDeliveryQueue>(
             context.get_executor(), store_, destination,
             [destination](const asio::any_io_executor& executor) { return MakeDestination(executor, destination); }));
     }
-    store_.OnStored([this](std::int64_t, const std::string& serial) {
+    store_.OnStored([this](std::int64_t result, const std::string& serial) {
+        events_.Publish("result", Dump({{"id", result}, {"serial", serial}}));
         for (const auto& queue : queues_) {
             queue->Wake(serial);
         }
@@ -54,6 +61,7 @@ void CGateway::Start() {
     for (const LinkSettings& analyzer : config_.analyzers) {
         Hold(analyzer);
     }
+    asio::co_spawn(context_, Monitor(), asio::detached);
     if (config_.scan.enabled) {
         asio::co_spawn(context_, Find(), asio::detached);
     }
@@ -63,8 +71,9 @@ asio::awaitable<void> CGateway::Stop() {
     {
         const std::lock_guard lock(mutex_);
         stopping_ = true;
+        findAgain_.cancel();
+        lookAgain_.cancel();
     }
-    findAgain_.cancel();
     hub_.Stop();
     for (const auto& queue : queues_) {
         co_await queue->Stop();
@@ -119,10 +128,78 @@ bool CGateway::IsHeld(const ScanAnswer& answer) const {
 }
 
 void CGateway::Hold(LinkSettings settings) {
-    auto analyzer = std::make_shared<CAnalyzer>(store_, settings, [] {});
+    auto analyzer = std::make_shared<CAnalyzer>(
+        store_, settings, [this](const AnalyzerView& view) { events_.Publish("analyzer", Dump(ToJson(view))); });
     auto link = hub_.Hold(std::move(settings), analyzer);
     const std::lock_guard lock(mutex_);
     held_.push_back({std::move(analyzer), std::move(link)});
+}
+
+std::optional<DeliveryStatus> CGateway::QueueStatus(const std::string& destination) const {
+    for (const auto& queue : queues_) {
+        if (queue->Options().name == destination) {
+            return queue->Status();
+        }
+    }
+    return std::nullopt;
+}
+
+std::shared_ptr<IAnalyzerLink> CGateway::FindLink(const std::string& serial) const {
+    for (const Held& held : Analyzers()) {
+        if (held.analyzer->View().status.serial == serial) {
+            return held.link;
+        }
+    }
+    return nullptr;
+}
+
+/// Looks every few seconds how everything is.
+asio::awaitable<void> CGateway::Monitor() {
+    for (;;) {
+        try {
+            if (!store_.Health().problem.empty()) {
+                store_.Probe();
+            }
+            alarms_.Update(FindAlarms());
+            events_.Publish("queue", "{}");
+        } catch (const std::exception& error) {
+            spdlog::error("the store cannot be read: {}", error.what());
+        }
+        {
+            const std::lock_guard lock(mutex_);
+            if (stopping_) {
+                co_return;
+            }
+            lookAgain_.expires_after(kLookEvery);
+        }
+        co_await lookAgain_.async_wait(asio::as_tuple(asio::use_awaitable));
+    }
+}
+
+std::vector<Alarm> CGateway::FindAlarms() {
+    std::vector<Alarm> alarms;
+    if (const std::string problem = store_.Health().problem; !problem.empty()) {
+        alarms.push_back({"store", "", "results cannot be stored and are not acknowledged: " + problem, 0});
+    }
+    for (const QueueCount& count : reader_.Queues()) {
+        const std::string& name = count.destination;
+        if (count.held > 0) {
+            alarms.push_back({"held", name, fmt::format("{}: {} results are held", name, count.held), 0});
+        }
+        for (const auto& queue : queues_) {
+            const DestinationOptions& options = queue->Options();
+            const std::int64_t longAgo = NowMilliseconds() - options.alarmAfter.count() * 1000;
+            const DeliveryStatus status = queue->Status();
+            if (options.name == name && !status.problem.empty() && status.since < longAgo) {
+                alarms.push_back({"down", name, name + ": nothing gets through: " + status.problem, 0});
+            }
+            if (options.name == name &&
+                (count.waiting > options.alarmBacklog || (count.oldest != 0 && count.oldest < longAgo))) {
+                alarms.push_back({"behind", name, fmt::format("{}: {} results wait", name, count.waiting), 0});
+            }
+        }
+    }
+    return alarms;
 }
 
 }  // namespace ZELPC

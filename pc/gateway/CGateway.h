@@ -5,14 +5,17 @@
 #include <boost/asio/steady_timer.hpp>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 #include "deliver/CDeliveryQueue.h"
+#include "gateway/CAlarms.h"
 #include "gateway/CAnalyzer.h"
 #include "gateway/GatewayConfig.h"
 #include "link/CLinkHub.h"
 #include "store/CStore.h"
 #include "store/CStoreReader.h"
+#include "web/CEventHub.h"
 
 namespace ZELPC {
 
@@ -36,8 +39,18 @@ public:
     CStore& Store() { return store_; }
     CStoreReader& Reader() { return reader_; }
     const GatewayConfig& Config() const { return config_; }
+    const CAlarms& Alarms() const { return alarms_; }
+    CEventHub& Events() { return events_; }
+    asio::io_context& Context() { return context_; }
+
+    /// How the way to a destination is; nothing when it is not configured any more.
+    std::optional<DeliveryStatus> QueueStatus(const std::string& destination) const;
+    /// The link of an analyzer; null when there is none.
+    std::shared_ptr<IAnalyzerLink> FindLink(const std::string& serial) const;
 
 private:
+    asio::awaitable<void> Monitor();
+    std::vector<Alarm> FindAlarms();
     asio::awaitable<void> Find();
     void Found(const ScanAnswer& answer);
     void Hold(LinkSettings settings);
@@ -52,7 +65,10 @@ private:
     mutable std::mutex mutex_;
     std::vector<Held> held_;
     asio::steady_timer findAgain_;
+    asio::steady_timer lookAgain_;
     bool stopping_ = false;  // under mutex_
+    CEventHub events_;
+    CAlarms alarms_;
 };
 
 }  // namespace ZELPC

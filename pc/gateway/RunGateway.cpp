@@ -11,10 +11,15 @@
 #include <boost/asio/use_awaitable.hpp>
 #include <csignal>
 #include <filesystem>
+#include <memory>
 #include <thread>
 #include <vector>
 
+#include "gateway/CApi.h"
 #include "gateway/CGateway.h"
+#include "gateway/CPages.h"
+#include "gateway/Token.h"
+#include "web/CHttpServer.h"
 
 namespace ZELPC {
 
@@ -39,12 +44,51 @@ void MakeFolders(const GatewayConfig& config) {
     }
 }
 
-asio::awaitable<void> Serve(CGateway& gateway) {
+/// The page and the API, while this object lives.
+class CWeb {
+public:
+    explicit CWeb(CGateway& gateway)
+        : access_(asio::ip::make_address(gateway.Config().web.address), TokenOf(gateway.Config()),
+                  gateway.Config().web.hosts),
+          api_(gateway),
+          pages_(gateway, access_.Guard(), access_.HasToken()) {
+        CRoutes routes;
+        api_.AddTo(routes);
+        pages_.AddTo(routes);
+        const asio::ip::tcp::endpoint endpoint(asio::ip::make_address(gateway.Config().web.address),
+                                               gateway.Config().web.port);
+        server_ =
+            std::make_shared<CHttpServer>(gateway.Context(), endpoint, access_, std::move(routes), gateway.Events());
+    }
+
+    void Start() {
+        server_->Start();
+        const auto endpoint = server_->Endpoint();
+        const std::string address =
+            endpoint.address().is_v6() ? "[" + endpoint.address().to_string() + "]" : endpoint.address().to_string();
+        spdlog::info("the page is http://{}:{}/", address, endpoint.port());
+    }
+    void Stop() { server_->Stop(); }
+
+private:
+    const CAccess access_;
+    const CApi api_;
+    const CPages pages_;
+    std::shared_ptr<CHttpServer> server_;
+};
+
+asio::awaitable<void> Serve(CGateway& gateway, CWeb* web) {
     asio::signal_set signals(co_await asio::this_coro::executor, SIGTERM, SIGINT);
     gateway.Start();
+    if (web != nullptr) {
+        web->Start();
+    }
     spdlog::info("the gateway runs");
     const int number = co_await signals.async_wait(asio::use_awaitable);
     spdlog::info("signal {}: ending", number);
+    if (web != nullptr) {
+        web->Stop();
+    }
     co_await gateway.Stop();
 }
 
@@ -56,7 +100,8 @@ int RunGateway(const GatewayConfig& config) {
     MakeFolders(config);
     asio::io_context context(config.threads);
     CGateway gateway(context, config);
-    asio::co_spawn(context, Serve(gateway), asio::detached);
+    const std::unique_ptr<CWeb> web = config.web.enabled ? std::make_unique<CWeb>(gateway) : nullptr;
+    asio::co_spawn(context, Serve(gateway, web.get()), asio::detached);
     std::vector<std::thread> pool;
     for (int count = 1; count < config.threads; ++count) {
         pool.emplace_back([&context] { context.run(); });

@@ -1,0 +1,118 @@
+#include "gateway/CActs.h"
+
+#include <fmt/format.h>
+#include <spdlog/spdlog.h>
+
+#include <algorithm>
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/detached.hpp>
+#include <filesystem>
+
+#include "base/AwaitCallback.h"
+#include "gateway/CGateway.h"
+#include "link/CRelease.h"
+
+namespace ZELPC {
+
+namespace {
+
+asio::awaitable<void> PushRelease(std::shared_ptr<IAnalyzerLink> link, std::shared_ptr<const CRelease> release,
+                                  PushMethod method, std::string serial) {
+    try {
+        const PushProgress end = co_await link->Push(release, method);
+        spdlog::info("{}: update {}{}{}", serial, TextOf(end.step), end.reason.empty() ? "" : ": ", end.reason);
+    } catch (const std::exception& error) {
+        spdlog::error("{}: no update: {}", serial, error.what());
+    }
+}
+
+}  // namespace
+
+asio::awaitable<ActResult> CActs::Change(Start start, const char* what) const {
+    const auto begin = [&start](auto then) {
+        start([then](std::int64_t count, const std::string* error) {
+            then(error == nullptr ? ActResult{200, count, {}} : ActResult{409, 0, *error});
+        });
+    };
+    ActResult result = co_await AwaitCallback<ActResult>(begin);
+    if (result.status == 200) {
+        result.text = fmt::format("{} {}", result.count, what);
+        WakeAll();
+    }
+    co_return result;
+}
+
+void CActs::WakeAll() const {
+    for (const auto& queue : gateway_.Queues()) {
+        queue->WakeAll();
+    }
+}
+
+asio::awaitable<ActResult> CActs::Again(std::string destination, ResultFilter filter) const {
+    spdlog::info("asked to send again to {}: serial \"{}\", patient \"{}\"", destination, filter.serial,
+                 filter.patient);
+    const Start start = [this, &destination, &filter](CStore::CountDone done) {
+        gateway_.Store().Again(destination, filter, std::move(done));
+    };
+    co_return co_await Change(start, "results are sent again");
+}
+
+asio::awaitable<ActResult> CActs::AgainOne(std::int64_t delivery) const {
+    spdlog::info("asked to send delivery {} again", delivery);
+    const Start start = [this, delivery](CStore::CountDone done) {
+        gateway_.Store().AgainOne(delivery, std::move(done));
+    };
+    co_return co_await Change(start, "results are sent again");
+}
+
+asio::awaitable<ActResult> CActs::Drop(std::int64_t delivery) const {
+    spdlog::warn("asked to drop delivery {}", delivery);
+    const Start start = [this, delivery](CStore::CountDone done) { gateway_.Store().Drop(delivery, std::move(done)); };
+    co_return co_await Change(start, "deliveries are dropped");
+}
+
+ActResult CActs::Push(const std::string& serial, const std::string& release, bool whenAsked) const {
+    const auto link = gateway_.FindLink(serial);
+    if (link == nullptr) {
+        return {404, 0, "there is no analyzer " + serial};
+    }
+    const std::vector<std::string> releases = Releases();
+    if (std::ranges::find(releases, release) == releases.end()) {
+        return {404, 0, "there is no release " + release + " in the push directory"};
+    }
+    try {
+        const std::filesystem::path folder = std::filesystem::path(gateway_.Config().pushDirectory) / release;
+        const auto read = std::make_shared<const CRelease>(CRelease::Read(folder));
+        asio::co_spawn(gateway_.Context(),
+                       PushRelease(link, read, whenAsked ? PushMethod::kWhenAsked : PushMethod::kOffer, serial),
+                       asio::detached);
+    } catch (const std::exception& error) {
+        return {409, 0, error.what()};
+    }
+    return {200, 1, "the update of " + serial + " begins"};
+}
+
+ActResult CActs::CancelPush(const std::string& serial) const {
+    const auto link = gateway_.FindLink(serial);
+    if (link == nullptr) {
+        return {404, 0, "there is no analyzer " + serial};
+    }
+    link->CancelPush();
+    return {200, 1, "the update of " + serial + " is called off"};
+}
+
+std::vector<std::string> CActs::Releases() const {
+    std::vector<std::string> releases;
+    std::error_code error;
+    if (const std::string& directory = gateway_.Config().pushDirectory; !directory.empty()) {
+        for (const auto& entry : std::filesystem::directory_iterator(directory, error)) {
+            if (entry.is_directory(error)) {
+                releases.push_back(entry.path().filename());
+            }
+        }
+    }
+    std::ranges::sort(releases);
+    return releases;
+}
+
+}  // namespace ZELPC
