@@ -29,8 +29,9 @@ h2 { font-size: 1.1rem; margin: 1.5rem 0 .5rem; }
 table { width: 100%; border-collapse: collapse; background: var(--card); border: 1px solid var(--line); }
 caption { position: absolute; clip-path: inset(50%); width: 1px; height: 1px; overflow: hidden; }
 th, td { text-align: left; vertical-align: top; padding: .4rem .6rem; border-bottom: 1px solid var(--line);
-  overflow-wrap: anywhere; }
-th { color: var(--quiet); font-weight: 600; font-size: .875rem; }
+  overflow-wrap: break-word; }
+th { color: var(--quiet); font-weight: 600; font-size: .875rem; white-space: nowrap; }
+td > div { min-width: 0; }
 .quiet, footer { color: var(--quiet); }
 footer { padding-top: 1.5rem; padding-bottom: 1.5rem; font-size: .875rem; }
 .badge { white-space: nowrap; font-weight: 600; }
@@ -49,13 +50,14 @@ pre { background: var(--card); border: 1px solid var(--line); padding: .6rem; ov
   overflow-wrap: anywhere; font-size: .8125rem; margin: 0; }
 dl { display: grid; grid-template-columns: max-content 1fr; gap: .1rem 1rem; margin: 0 0 .75rem; }
 dt { color: var(--quiet); } dd { margin: 0; overflow-wrap: anywhere; }
+form.act input { width: 9rem; }
 progress { width: 8rem; max-width: 100%; }
 @media (max-width: 44rem) {
   thead { display: none; }
   table, tbody, tr, td { display: block; }
   tr { border-bottom: 2px solid var(--line); padding: .35rem 0; }
   td { border: 0; padding: .1rem .6rem; display: grid; grid-template-columns: 7rem 1fr; gap: .5rem; }
-  td > * { justify-self: start; }
+  td > div { overflow-wrap: anywhere; }
   td::before { content: attr(data-label); color: var(--quiet); font-size: .875rem; }
   td.none { display: none; }
 }

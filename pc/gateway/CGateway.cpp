@@ -80,6 +80,11 @@ asio::awaitable<void> CGateway::Stop() {
     }
 }
 
+bool CGateway::Stopping() const {
+    const std::lock_guard lock(mutex_);
+    return stopping_;
+}
+
 std::vector<CGateway::Held> CGateway::Analyzers() const {
     const std::lock_guard lock(mutex_);
     return held_;
@@ -91,7 +96,9 @@ asio::awaitable<void> CGateway::Find() {
         try {
             co_await hub_.Scan(config_.scan.targets, kScanTime, found);
         } catch (const std::exception& error) {
-            spdlog::warn("no scan: {}", error.what());
+            if (!Stopping()) {
+                spdlog::warn("no scan: {}", error.what());
+            }
         }
         {
             const std::lock_guard lock(mutex_);
@@ -184,7 +191,7 @@ std::vector<Alarm> CGateway::FindAlarms() {
     for (const QueueCount& count : reader_.Queues()) {
         const std::string& name = count.destination;
         if (count.held > 0) {
-            alarms.push_back({"held", name, fmt::format("{}: {} results are held", name, count.held), 0});
+            alarms.push_back({"held", name, fmt::format("{}: held until somebody decides: {}", name, count.held), 0});
         }
         for (const auto& queue : queues_) {
             const DestinationOptions& options = queue->Options();
@@ -195,7 +202,7 @@ std::vector<Alarm> CGateway::FindAlarms() {
             }
             if (options.name == name &&
                 (count.waiting > options.alarmBacklog || (count.oldest != 0 && count.oldest < longAgo))) {
-                alarms.push_back({"behind", name, fmt::format("{}: {} results wait", name, count.waiting), 0});
+                alarms.push_back({"behind", name, fmt::format("{}: it falls behind, results that wait: {}", name, count.waiting), 0});
             }
         }
     }

@@ -55,6 +55,7 @@ private:
     void Found(const ScanAnswer& answer);
     void Hold(LinkSettings settings);
     bool IsHeld(const ScanAnswer& answer) const;
+    bool Stopping() const;
 
     asio::io_context& context_;
     const GatewayConfig config_;

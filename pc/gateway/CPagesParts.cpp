@@ -85,7 +85,7 @@ std::string CPages::AnalyzersTable(const WebRequest& request) const {
         const AnalyzerView view = held.analyzer->View();
         const LinkStatus& status = view.status;
         table.Add({fmt::format("<strong>{}</strong><br>{} {}", Escape(status.serial), Escape(status.model),
-                               status.address.to_string()),
+                               status.address.is_unspecified() ? "" : status.address.to_string()),
                    Badge(TextOf(status.state), KindOf(status.state)) +
                        (status.reason.empty() ? "" : "<br>" + Escape(status.reason)),
                    Registrant(view), Versions(view), TimeText(view.lastResult), UpdateCell(view, request)});

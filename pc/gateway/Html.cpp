@@ -36,7 +36,7 @@ std::string Escape(std::string_view text) {
 void CHtmlTable::Add(std::vector<std::string> cells) {
     rows_ += "<tr>";
     for (std::size_t index = 0; index < cells.size(); ++index) {
-        rows_ += fmt::format("<td data-label=\"{}\"{}>{}</td>", Escape(columns_[index]),
+        rows_ += fmt::format("<td data-label=\"{}\"{}><div>{}</div></td>", Escape(columns_[index]),
                              cells[index].empty() ? " class=\"none\"" : "", cells[index]);
     }
     rows_ += "</tr>\n";

@@ -67,7 +67,7 @@ std::string ResultHtml(const StoredResult& stored) {
     const auto result = ReadLabResult(stored.text);
     const std::string readable = result.has_value() ? Facts(stored, *result) + Values(*result)
                                                     : "<p>It cannot be read; the text beside is what came.</p>";
-    return "<div class=\"pair\"><section aria-label=\"Result\">" + readable +
+    return "<div class=\"pair\"><section aria-label=\"In words\"><h2>In words</h2>" + readable +
            "</section><section aria-label=\"As it came\"><h2>As it came</h2><pre tabindex=\"0\">" +
            RawText(stored.text) + "</pre></section></div>\n";
 }

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import faulthandler
+import os
 import signal
 import threading
 from collections.abc import Callable, Iterator
@@ -16,7 +17,7 @@ from bench.sandbox import ENGINE, USB_PC_ADDRESS, Unsupported, lab_address
 from bench.zelapp import PcConnection
 
 OTHER_PC = lab_address(21)
-TEST_TIMEOUT = 90
+TEST_TIMEOUT = 180  # seconds; one of them compiles a whole library
 
 
 @pytest.hookimpl(hookwrapper=True)

@@ -2,15 +2,26 @@
 
 from __future__ import annotations
 
+import shutil
+import signal
+import socket
 from collections.abc import Iterator
 
 import pytest
 
 from bench.analyzer import ANIMAL_ID, CONTROL_ID, PASSWORD, PATIENT_ID, Analyzer
-from bench.daemon import wait_until
-from bench.gateway import Gateway
-from bench.lis import Lis, acknowledge, field
+from bench.browser import Browser
+from bench.daemon import PROJECT, preset, wait_until
+from bench.gateway import MLLP, WEB_PORT, Gateway
+from bench.lis import BEGIN, END, Lis, acknowledge, field
 from bench.zelapp import CONTROL, PATIENT, PcConnection, ResultFailed, ResultSent
+
+ZELPC = str(PROJECT / "build" / preset() / "bin/zelpc")
+
+
+def send(analyzer: Analyzer, result: int, expected: type = ResultSent) -> None:
+    analyzer.zelapp.send_result(CONTROL if result == CONTROL_ID else PATIENT, f"ResultID = {result}")
+    analyzer.zelapp.expect(expected, 15)
 
 
 @pytest.fixture
@@ -26,9 +37,8 @@ def gateway(analyzer: Analyzer) -> Iterator[Gateway]:
 
 def test_results_reach_every_destination(analyzer: Analyzer, gateway: Gateway) -> None:
     lis = Lis(gateway.listen())
-    for kind, result in ((PATIENT, PATIENT_ID), (PATIENT, ANIMAL_ID), (CONTROL, CONTROL_ID), (PATIENT, PATIENT_ID)):
-        analyzer.zelapp.send_result(kind, f"ResultID = {result}")
-        analyzer.zelapp.expect(ResultSent)
+    for result in (PATIENT_ID, ANIMAL_ID, CONTROL_ID, PATIENT_ID):
+        send(analyzer, result)
     wait_until(lambda: len(lis.accepted) == 3, 10, "three results at the LIS")
     wait_until(lambda: len(gateway.files()) == 3, 10, "three files")
     # The result that was sent twice is one; each message has a number of its own.
@@ -37,6 +47,134 @@ def test_results_reach_every_destination(analyzer: Analyzer, gateway: Gateway) -
     assert field(lis.accepted[0], "OBX", 3) == "ALT^ALT^ORVELA"
     assert "|0|P|2.5.1|" in gateway.files()[0].read_text()
     # What nobody has is not acknowledged: the summary row is missing.
-    analyzer.zelapp.send_result(PATIENT, "ResultID = 999")
-    analyzer.zelapp.expect(ResultFailed, 10)
+    send(analyzer, 999, ResultFailed)
     assert gateway.rows("SELECT times FROM aside") == [(1,)]
+    # One gateway a store; the second one leaves at once, and says why.
+    with pytest.raises(RuntimeError, match="another gateway uses this store"):
+        analyzer.sandbox.run(ZELPC, "gateway", "--config", "/tmp/gateway/gateway.toml")
+
+
+def test_a_lis_that_misbehaves_gets_everything_in_the_end(analyzer: Analyzer, gateway: Gateway) -> None:
+    wrong = {"P-4711": [b"", None, BEGIN + b"HTTP/1.1 400 Bad Request" + END, b"\x0b" + bytes(1 << 20)],
+             "Rex": ["AE", "another"], "QC-1": ["AR"]}
+
+    def answer(message: str) -> bytes | None:
+        todo = wrong[field(message, "PID", 3)]
+        how = todo.pop(0) if todo else "AA"
+        if how == "another":
+            return acknowledge(message.replace(field(message, "MSH", 10), "4711"))
+        return how if isinstance(how, bytes) or how is None else acknowledge(message, how, "so it is")
+
+    lis = Lis(gateway.listen(), answer)
+    for result in (PATIENT_ID, ANIMAL_ID, CONTROL_ID):
+        send(analyzer, result)
+    wait_until(lambda: len(lis.accepted) == 2, 40, "what the LIS can take")
+    queue = wait_until(lambda: gateway.get("/api/queues/lis"), 10, "the one that was rejected is held")
+    assert [(held["patient"], held["reason"]) for held in queue] == [("QC-1", "AR: so it is")]
+    for patient in ("P-4711", "Rex"):
+        assert len({message for message in lis.received if field(message, "PID", 3) == patient}) == 1, "a repeat differs"
+    # Held until somebody decides, over a restart too.
+    assert gateway.stop() == 0
+    gateway.start()
+    wait_until(lambda: "the page is" in gateway.log().split("ended")[-1], 20, "the gateway runs again")
+    output = analyzer.sandbox.run(ZELPC, "queue", "again", "lis", "--delivery", str(queue[0]["id"]), "--token-file",
+                                  "/tmp/gateway/token")
+    assert output == "1 results are sent again\n"
+    wait_until(lambda: len(lis.accepted) == 3, 20, "the held one")
+    assert "QC-1" in lis.accepted[-1]
+
+
+def test_who_may_ask_for_what(analyzer: Analyzer, gateway: Gateway) -> None:
+    lis = Lis(gateway.listen())
+    send(analyzer, PATIENT_ID)
+    wait_until(lambda: lis.accepted, 10, "the result")
+    own = {"Content_Type": "application/x-www-form-urlencoded"}
+    body = "delivery=1&back=/results/1"
+    cases = [
+        ("GET", "/", {}, 200), ("GET", "/results/1", {}, 200), ("GET", "/results/99", {}, 404), ("GET", "/none", {}, 404),
+        ("POST", "/", {}, 405), ("GET", "/api/results?since=x", {}, 400), ("GET", "/", {"Host": "evil.example"}, 421),
+        ("POST", "/act/again", own, 403), ("POST", "/act/again", own | {"Authorization": "Bearer wrong"}, 403),
+        ("POST", "/api/queues/lis/again", {}, 403), ("GET", "/" + "x" * 9000, {}, 400),
+    ]
+    for method, path, headers, status in cases:
+        answer, text = gateway.request(method, path, body if method == "POST" else "", None, **headers)
+        assert answer.status == status, (method, path, text)
+        assert "default-src 'none'" in answer.headers["Content-Security-Policy"]
+    for origin, status in (("http://evil.example", 403), (f"http://127.0.0.1:{WEB_PORT}", 303)):
+        answer, _ = gateway.request("POST", "/act/again", body, Origin=origin, **own)
+        assert answer.status == status
+    assert answer.headers["Location"] == "/results/1"
+    wait_until(lambda: len(lis.accepted) == 2, 10, "the result once more")
+    assert lis.accepted[0] == lis.accepted[1]
+    answer, text = gateway.request("POST", "/api/queues/lis/again", "{}")
+    assert answer.status == 400 and "say which" in text, "everything is sent again only when that is said"
+    assert gateway.post("/api/queues/lis/again", patient="P-4711")["count"] == 1
+    assert 'zelpc_results_total{outcome="stored"} 1' in gateway.request("GET", "/metrics")[1]
+    # Requests that are none, and connections that say nothing, do not hold anybody up.
+    silent = [analyzer.sandbox.socket(socket.SOCK_STREAM) for _ in range(60)]
+    for number, connection in enumerate(silent):
+        connection.connect(("127.0.0.1", WEB_PORT))
+        connection.sendall(b"\xff" * number)
+    assert gateway.request("GET", "/healthz")[1] == "ok\n"
+
+
+@pytest.mark.parametrize("tmp_size", [24 << 20])
+def test_a_full_disk_acknowledges_nothing_and_says_so(analyzer: Analyzer, gateway: Gateway) -> None:
+    Lis(gateway.listen())
+    send(analyzer, PATIENT_ID)
+    filler = analyzer.sandbox.path("/tmp/filler")
+    filler.write_bytes(b"")
+    with open(filler, "wb", 0) as file:
+        try:
+            while True:
+                file.write(bytes(4096))
+        except OSError:
+            pass
+    for _ in range(30):  # until the store's own files have no room left in them
+        analyzer.zelapp.send_result(PATIENT, f"ResultID = {ANIMAL_ID}")
+        if isinstance(analyzer.zelapp.receive(15), ResultFailed):
+            break
+    assert not analyzer.synced("Result", ANIMAL_ID) or gateway.rows("SELECT 1 FROM result WHERE patient = 'Rex'")
+
+
+def test_an_alarm_begins_and_ends(analyzer: Analyzer) -> None:
+    program = analyzer.sandbox.path("/data/alarm")
+    program.write_text('#!/bin/sh\necho "$ZELPC_ALARM $ZELPC_ALARM_KIND $ZELPC_ALARM_NAME" >> /tmp/alarms\n')
+    program.chmod(0o755)
+    gateway = Gateway(analyzer.sandbox, PASSWORD, MLLP + "alarm_after_s = 1\n", '[alarm]\ncommand = "/data/alarm"\n')
+    gateway.start()
+    analyzer.zelapp.expect(PcConnection, 30)
+    send(analyzer, PATIENT_ID)
+    alarms = analyzer.sandbox.path("/tmp/alarms")
+    wait_until(lambda: alarms.exists() and "begins down lis" in alarms.read_text(), 20, "the alarm")
+    wait_until(lambda: "begins behind lis" in alarms.read_text(), 20, "the other one")
+    assert {alarm["kind"] for alarm in gateway.get("/api/status")["alarms"]} == {"down", "behind"}
+    lis = Lis(gateway.listen())
+    wait_until(lambda: alarms.read_text().count("ends") == 2, 20, "their end")
+    assert len(lis.accepted) == 1
+    # Ended in the middle of everything: in order and at once.
+    gateway.process.signal(signal.SIGTERM)
+    assert gateway.process.wait(15) == 0, gateway.log()
+
+
+@pytest.mark.skipif(not shutil.which("chromedriver"), reason="needs chromium-driver")
+def test_the_page(analyzer: Analyzer, gateway: Gateway) -> None:
+    lis = Lis(gateway.listen(), lambda message: acknowledge(message, "AR", "<b>who?</b>"))
+    url = f"http://127.0.0.1:{WEB_PORT}"
+    with Browser(analyzer.sandbox) as browser:
+        browser.show(url, 360, 800)
+        assert "None came yet." in browser.text()
+        send(analyzer, ANIMAL_ID)
+        wait_until(lambda: "Rex" in browser.text(), 20, "the result on the page, by itself")
+        for path in ("/", "/results", "/results/1", "/queues", "/queues/lis", "/aside"):
+            browser.show(url + path, 360, 800)
+            assert browser.run("return document.documentElement.scrollWidth") <= 360, path + " is too wide"
+        # Without scripts it reads and acts just as well.
+        browser.scripts(False)
+        browser.show(url + "/queues/lis")
+        assert "AR: <b>who?</b>" in browser.text("table")
+        lis.answer = acknowledge
+        browser.type("form[action='/act/again'] input[name=token]", (gateway.state / "token").read_text().strip())
+        browser.click("form[action='/act/again'] button")
+        wait_until(lambda: lis.accepted, 10, "the result that was sent again")
+        assert "Nothing is held." in browser.text()
