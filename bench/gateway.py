@@ -22,7 +22,7 @@ CONFIG = """
 [gateway]
 push_directory = "/tmp/releases"
 [store]
-path = "{state}/store.db"
+path = "{store}"
 min_free_mb = 0
 [pc]
 address = "{pc}"
@@ -72,7 +72,7 @@ class SandboxHttp(HTTPConnection):
 
 class Gateway:
     def __init__(self, sandbox: Sandbox, password: str, destinations: str = MLLP + FILES, more: str = "",
-                 scan: bool = True, state: str = STATE):
+                 scan: bool = True, state: str = STATE, store: str | None = None):
         self.sandbox = sandbox
         self.state = sandbox.path(state)
         self.state.mkdir(parents=True)
@@ -80,7 +80,7 @@ class Gateway:
         (self.state / "password").write_text(password + "\n")
         (self.state / "token").write_text(TOKEN + "\n")
         text = CONFIG + destinations
-        self.config.write_text(text.format(state=state, pc=PC_ADDRESS, scan=str(scan).lower(), host=PC_ADDRESS,
+        self.config.write_text(text.format(state=state, store=store or f"{state}/store.db", pc=PC_ADDRESS, scan=str(scan).lower(), host=PC_ADDRESS,
                                            port=LIS_PORT) + more)
         self._state_inside = state
         self._process: Process | None = None

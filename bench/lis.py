@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import socket
+import ssl
 import threading
 from collections.abc import Callable
 
@@ -24,12 +25,14 @@ def acknowledge(message: str, code: str = "AA", text: str = "") -> bytes:
 class Lis:
     """Serves a listening socket. `answer` gives what to send back for a message; None closes the connection."""
 
-    def __init__(self, listener: socket.socket, answer: Callable[[str], bytes | None] = acknowledge):
+    def __init__(self, listener: socket.socket, answer: Callable[[str], bytes | None] = acknowledge,
+                 tls: ssl.SSLContext | None = None):
         self.answer = answer
         self.accepted: list[str] = []  # messages that were answered with AA, in their order
         self.received: list[str] = []
         self._mutex = threading.Lock()
         self._listener = listener
+        self._tls = tls
         self._connections: set[socket.socket] = set()
         self._thread = threading.Thread(target=self._serve, daemon=True)
         self._thread.start()
@@ -47,6 +50,8 @@ class Lis:
     def _talk(self, connection: socket.socket) -> None:
         data = b""
         try:
+            if self._tls:
+                connection = self._tls.wrap_socket(connection, server_side=True)
             while piece := connection.recv(65536):
                 data += piece
                 while END in data:

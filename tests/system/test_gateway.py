@@ -5,17 +5,34 @@ from __future__ import annotations
 import shutil
 import signal
 import socket
+import ssl
+import subprocess
 from collections.abc import Iterator
+from pathlib import Path
 
 import pytest
 
 from bench.analyzer import ANIMAL_ID, CONTROL_ID, PASSWORD, PATIENT_ID, Analyzer
 from bench.browser import Browser
 from bench.daemon import PROJECT, preset, wait_until
-from bench.gateway import MLLP, WEB_PORT, Gateway
+from bench.gateway import FILES, MLLP, WEB_PORT, Gateway
 from bench.lis import BEGIN, END, Lis, acknowledge, field
+from bench.rabbit import SERVER as RABBIT
+from bench.rabbit import Rabbit
+from bench.sandbox import PC_ADDRESS
 from bench.zelapp import CONTROL, PATIENT, PcConnection, ResultFailed, ResultSent
 
+BROKER = """
+[[destination]]
+name = "broker"
+type = "rabbitmq"
+host = "127.0.0.1"
+queue = "results"
+format = "standard"
+first_pause_s = 0.1
+longest_pause_s = 1
+answer_timeout_s = 3
+"""
 ZELPC = str(PROJECT / "build" / preset() / "bin/zelpc")
 
 
@@ -118,23 +135,26 @@ def test_who_may_ask_for_what(analyzer: Analyzer, gateway: Gateway) -> None:
     assert gateway.request("GET", "/healthz")[1] == "ok\n"
 
 
-@pytest.mark.parametrize("tmp_size", [24 << 20])
-def test_a_full_disk_acknowledges_nothing_and_says_so(analyzer: Analyzer, gateway: Gateway) -> None:
-    Lis(gateway.listen())
+def test_a_full_disk_acknowledges_nothing_and_says_so(analyzer: Analyzer) -> None:
+    analyzer.sandbox.path("/mnt/small").mkdir()
+    analyzer.sandbox.run("mount", "-t", "tmpfs", "-o", "size=2m", "none", "/mnt/small")
+    gateway = Gateway(analyzer.sandbox, PASSWORD, FILES, store="/mnt/small/store.db")
+    gateway.start()
+    analyzer.zelapp.expect(PcConnection, 30)
     send(analyzer, PATIENT_ID)
-    filler = analyzer.sandbox.path("/tmp/filler")
-    filler.write_bytes(b"")
-    with open(filler, "wb", 0) as file:
-        try:
-            while True:
-                file.write(bytes(4096))
-        except OSError:
-            pass
-    for _ in range(30):  # until the store's own files have no room left in them
-        analyzer.zelapp.send_result(PATIENT, f"ResultID = {ANIMAL_ID}")
-        if isinstance(analyzer.zelapp.receive(15), ResultFailed):
-            break
-    assert not analyzer.synced("Result", ANIMAL_ID) or gateway.rows("SELECT 1 FROM result WHERE patient = 'Rex'")
+    analyzer.sandbox.run("sh", "-c", "cat /dev/zero > /mnt/small/filler; true")
+    send(analyzer, ANIMAL_ID, ResultFailed)
+    assert not analyzer.synced("Result", ANIMAL_ID)
+    answer, _ = gateway.request("GET", "/healthz")
+    assert answer.status == 503
+    assert "full" in gateway.get("/api/status")["store"]["problem"]
+    wait_until(lambda: [alarm["kind"] for alarm in gateway.get("/api/status")["alarms"]] == ["store"], 10, "the alarm")
+    assert "Results are not stored and not acknowledged" in gateway.request("GET", "/")[1]
+    analyzer.sandbox.run("rm", "/mnt/small/filler")
+    wait_until(lambda: gateway.request("GET", "/healthz")[0].status == 200, 20, "room again")
+    send(analyzer, ANIMAL_ID)
+    assert [result["patient"] for result in gateway.get("/api/results")] == ["Rex", "P-4711"]
+    assert gateway.stop() == 0, gateway.log()
 
 
 def test_an_alarm_begins_and_ends(analyzer: Analyzer) -> None:
@@ -155,6 +175,51 @@ def test_an_alarm_begins_and_ends(analyzer: Analyzer) -> None:
     # Ended in the middle of everything: in order and at once.
     gateway.process.signal(signal.SIGTERM)
     assert gateway.process.wait(15) == 0, gateway.log()
+
+
+def test_a_lis_by_tls_must_be_the_right_one(analyzer: Analyzer) -> None:
+    for name in ("right", "wrong"):
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes",
+                        "-subj", "/CN=lis", "-addext", f"subjectAltName=IP:{PC_ADDRESS}", "-days", "2", "-keyout",
+                        analyzer.sandbox.root / f"{name}.key", "-out", analyzer.sandbox.path(f"/tmp/{name}.pem")],
+                       check=True, capture_output=True)
+    gateway = Gateway(analyzer.sandbox, PASSWORD, MLLP + 'tls = true\nca_file = "/tmp/right.pem"\n')
+    gateway.start()
+    analyzer.zelapp.expect(PcConnection, 30)
+    for name in ("wrong", "right"):
+        context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+        context.load_cert_chain(analyzer.sandbox.path(f"/tmp/{name}.pem"), analyzer.sandbox.root / f"{name}.key")
+        lis = Lis(gateway.listen(), tls=context)
+        if name == "wrong":
+            send(analyzer, PATIENT_ID)
+            send(analyzer, ANIMAL_ID)
+            gateway.wait_for_log("certificate verify failed")
+            assert not lis.received
+            lis.close()
+    wait_until(lambda: len(lis.accepted) == 2, 20, "both results")
+    assert gateway.stop() == 0, gateway.log()
+
+
+@pytest.mark.skipif(not Path(RABBIT).exists(), reason="needs rabbitmq-server and amqp-tools")
+def test_a_broker_that_is_killed_has_every_result_in_the_end(analyzer: Analyzer) -> None:
+    gateway = Gateway(analyzer.sandbox, PASSWORD, BROKER)
+    gateway.start()
+    analyzer.zelapp.expect(PcConnection, 30)
+    send(analyzer, PATIENT_ID)  # before there is a broker
+    rabbit = Rabbit(analyzer.sandbox)
+    wait_until(lambda: gateway.get("/api/queues")[0]["waiting"] == 0, 30, "the first result at the broker")
+    rabbit.kill()
+    send(analyzer, ANIMAL_ID)
+    send(analyzer, CONTROL_ID)
+    wait_until(lambda: gateway.get("/api/queues")[0]["problem"], 20, "the gateway sees it")
+    rabbit.start()
+    wait_until(lambda: gateway.get("/api/queues")[0]["waiting"] == 0, 30, "the others")
+    *description, count = rabbit.queues().split()[-4:]
+    assert description == ["results", "quorum", "true"]
+    # One whose confirmation was lost is there twice, with the same number.
+    messages = dict.fromkeys(rabbit.take("results", int(count)))
+    assert [field(message, "PID", 3) for message in messages] == ["P-4711", "Rex", "QC-1"]
+    assert gateway.stop() == 0, gateway.log()
 
 
 @pytest.mark.skipif(not shutil.which("chromedriver"), reason="needs chromium-driver")
