@@ -208,6 +208,8 @@ def test_a_broker_that_is_killed_has_every_result_in_the_end(analyzer: Analyzer)
     send(analyzer, PATIENT_ID)  # before there is a broker
     rabbit = Rabbit(analyzer.sandbox)
     wait_until(lambda: gateway.get("/api/queues")[0]["waiting"] == 0, 30, "the first result at the broker")
+    # A broker that is killed while it still makes the queue has a queue without a leader for ever.
+    wait_until(lambda: rabbit.queues().endswith("\t1\n"), 30, "the queue is settled")
     rabbit.kill()
     send(analyzer, ANIMAL_ID)
     send(analyzer, CONTROL_ID)
