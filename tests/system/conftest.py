@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 import faulthandler
-import os
 import signal
 import threading
 from collections.abc import Callable, Iterator
