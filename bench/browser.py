@@ -21,9 +21,9 @@ class Browser:
     def __init__(self, sandbox: Sandbox, *arguments: str):
         self._sandbox = sandbox
         self._profile = tempfile.TemporaryDirectory(prefix="zel-browser-", ignore_cleanup_errors=True)
-        # Entered from outside: the browser wants more of a system than the sandbox has, and its network is all that counts.
+        # Entered from outside: of the PC, a browser needs the network alone.
         self._driver = subprocess.Popen(
-            ["nsenter", "-t", str(sandbox.init_pid), "-n", "chromedriver", f"--port={PORT}"],
+            ["nsenter", "-t", str(sandbox.pc.pid), "-n", "chromedriver", f"--port={PORT}"],
             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, env={"PATH": "/usr/bin:/bin", "HOME": self._profile.name})
         options = ["--headless=new", "--no-sandbox", "--disable-gpu", "--hide-scrollbars",
                    f"--user-data-dir={self._profile.name}/profile", *arguments]

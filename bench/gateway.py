@@ -1,4 +1,4 @@
-"""zelpc's gateway in an analyzer's sandbox, on the PC's side of its network."""
+"""zelpc's gateway on the PC beside a simulated analyzer."""
 
 from __future__ import annotations
 
@@ -11,16 +11,17 @@ from http.client import HTTPConnection, HTTPResponse
 from pathlib import Path
 from typing import Any
 
-from bench.daemon import PROJECT, preset, wait_until
-from bench.sandbox import PC_ADDRESS, Process, Sandbox
+from bench.daemon import wait_until
+from bench.machine import Process, build_folder, preset
+from bench.sandbox import PC_ADDRESS, Sandbox
 
-STATE = "/tmp/gateway"
+ZELPC = str(build_folder() / "bin/zelpc")
 WEB_PORT, LIS_PORT = 9080, 2575
 TOKEN = "a-token-for-tests-only"
 
 CONFIG = """
 [gateway]
-push_directory = "/tmp/releases"
+push_directory = "{state}/releases"
 [store]
 path = "{store}"
 min_free_mb = 0
@@ -72,26 +73,24 @@ class SandboxHttp(HTTPConnection):
 
 class Gateway:
     def __init__(self, sandbox: Sandbox, password: str, destinations: str = MLLP + FILES, more: str = "",
-                 scan: bool = True, state: str = STATE, store: str | None = None):
+                 scan: bool = True, name: str = "gateway", store: str | None = None):
         self.sandbox = sandbox
-        self.state = sandbox.path(state)
-        self.state.mkdir(parents=True)
+        self.state = sandbox.root / name
+        self.state.mkdir()
         self.config = self.state / "gateway.toml"
         (self.state / "password").write_text(password + "\n")
         (self.state / "token").write_text(TOKEN + "\n")
-        text = CONFIG + destinations
-        self.config.write_text(text.format(state=state, store=store or f"{state}/store.db", pc=PC_ADDRESS, scan=str(scan).lower(), host=PC_ADDRESS,
-                                           port=LIS_PORT) + more)
-        self._state_inside = state
+        text = (CONFIG + destinations).format(state=self.state, store=store or self.state / "store.db", pc=PC_ADDRESS,
+                                              scan=str(scan).lower(), host=PC_ADDRESS, port=LIS_PORT)
+        self.config.write_text(text + more)
         self._process: Process | None = None
 
     def start(self) -> None:
-        command = [str(PROJECT / "build" / preset() / "bin/zelpc"), "gateway", "--config",
-                   f"{self._state_inside}/gateway.toml"]
+        command = [ZELPC, "gateway", "--config", str(self.config)]
         if preset() == "tsan":
             command = ["setarch", "-R", *command]
         with open(self.state / "log", "ab") as log:
-            self._process = self.sandbox.spawn(command, log, log)
+            self._process = self.sandbox.pc.spawn(command, log, log)
 
     @property
     def process(self) -> Process:

@@ -12,7 +12,7 @@ BEGIN, END = b"\x0b", b"\x1c\r"
 
 def field(message: str, segment: str, number: int) -> str:
     """A field of the first segment of that name."""
-    line = next(line for line in message.split("\r") if line.startswith(segment + "|"))
+    line = next(line for line in message.splitlines() if line.startswith(segment + "|"))
     fields = line.split("|")
     return fields[number - 1] if segment == "MSH" else fields[number]
 

@@ -7,8 +7,8 @@ usage: ./zel COMMAND [--help]
   demo             the main job on a simulated analyzer, end to end
   run              a simulated analyzer that stays up, to try programs on
   test [preset]    every test; ends with "N passed, N failed, N skipped"
-  build [preset]   builds; the preset is release unless named (debug, asan,
-                   tsan, fuzz, arm)
+  build [preset]   builds; the preset is release unless named (pc, debug,
+                   asan, tsan, fuzz, arm)
   format           whether the sources are formatted
   lint             formatter and linter, as warnings that are errors
   bench [name...]  the benchmarks: ratios to peers measured in the same run

@@ -1,6 +1,7 @@
 # What ./zel installs, and what it says where it cannot. Sourced by zel.
 
 compiler="g++ cmake ninja-build libspdlog-dev libfmt-dev libpugixml-dev libboost-dev libsqlite3-dev"
+zelpc="libcli11-dev nlohmann-json3-dev libtomlplusplus-dev librabbitmq-dev libssl-dev"
 bench="python3 python3-rich python3-hl7 unzip zip"
 build_wanted=ccache
 test_needed="libgtest-dev libgmock-dev python3-pytest"

@@ -109,7 +109,7 @@ def command_inspect(options: argparse.Namespace) -> Outcome:
                 lines.append(f"  {section.name:7} {section.version:15} {section.size} bytes from {at} on")
                 at += HEADER_SIZE + section.size
         lines += [f"  {problem}" for problem in wrong]
-        lines.append(f"  tail {update.tail.hex()}" + (", the MD5 of the data" if update.tail_is_md5 else ""))
+        lines.append(f"  tail {update.tail.hex()}, {'' if update.tail_is_md5 else 'not '}the MD5 of the data")
         found.append({"file": str(path), **row, "problems": wrong})
     return Outcome(lines, {"files": found}, status)
 

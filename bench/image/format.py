@@ -116,7 +116,7 @@ def parse(data: bytes, whole: bool = True) -> UpdateFile:
         raise UpdateFileError(f"{len(data)} bytes are too few for the {HEADER_SIZE}-byte header")
     kind = image_of(data)
     if kind is None:
-        raise UpdateFileError(f"unknown magic {data[:4]!r}")
+        raise UpdateFileError(f"unknown magic \"{data[:4].decode('ascii', 'backslashreplace')}\"")
     size, version, tail = struct.unpack("<i16s16s", data[4:HEADER_SIZE])
     rest = len(data) - HEADER_SIZE
     if size < 0 or size > rest or whole and size != rest:

@@ -21,10 +21,10 @@ PLAIN: dict[type[Message], tuple[str, str]] = {
     UpdateComplete: ("update_complete", "the update is complete"),
 }
 WHY = {
-    0x00204012: "the update server was not reached, or lacks a file",
-    0x00204013: "the PC was lost or gave up, or its push stalled",
+    0x00204012: "the update server was not reached, or a file is missing or not what its document says",
+    0x00204013: "the PC was lost or gave up, or its push stalled or lacks a good image",
     0x00204014: "the stick could not be mounted",
-    0x00204015: "no update file is on the stick, or copying failed",
+    0x00204015: "no update file is on the stick, one is damaged, or copying failed",
     0x00204016: "writing an image failed",
     0x00204017: "the boot partition could not be switched",
     0x00204018: "the files on the stick do not belong together",

@@ -202,7 +202,8 @@ std::vector<Alarm> CGateway::FindAlarms() {
             }
             if (options.name == name &&
                 (count.waiting > options.alarmBacklog || (count.oldest != 0 && count.oldest < longAgo))) {
-                alarms.push_back({"behind", name, fmt::format("{}: it falls behind, results that wait: {}", name, count.waiting), 0});
+                alarms.push_back({"behind", name,
+                                  fmt::format("{}: it falls behind, results that wait: {}", name, count.waiting), 0});
             }
         }
     }

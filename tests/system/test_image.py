@@ -85,7 +85,7 @@ def run(*arguments: str) -> int:
     return main(" ".join(arguments).split())
 
 
-WRONG = {("zel_app", 0, b"ABCD"): "zel_app.n62v.bin: unknown magic b'ABCD'",
+WRONG = {("zel_app", 0, b"ABCD"): "zel_app.n62v.bin: unknown magic \"ABCD\"",
          ("zel_dsp", 4, b"\xff\xff\xff\xff"): "the header of the dsp image says -1 bytes",
          ("zel_dsp", 8, b"newest\0"): '"newest" is not a version',
          ("zel_dsp", 0, b"ZN6D"): "the analyzer looks for zel_dsp.n62.bin",
