@@ -108,8 +108,13 @@ asio::awaitable<CAnalyzerLink::Setback> CAnalyzerLink::Attempt() {
     if (!SameSerial(serial_, info.serial.value_or(""))) {
         throw LinkError("the analyzer there has the serial number " + info.serial.value_or("?"));
     }
-    if (const auto taken = Occupant(info); taken && !mayTakeOver_) {
-        co_return TakenBy(*taken);
+    if (const auto taken = Occupant(info)) {
+        if (std::exchange(held_, false)) {
+            co_return Lose(*taken);
+        }
+        if (!mayTakeOver_) {
+            co_return TakenBy(*taken);
+        }
     }
     const bool known = info.registered.value_or(false);
     if (!std::exchange(rejoining_, false) || !known) {
@@ -160,6 +165,7 @@ asio::awaitable<CAnalyzerLink::Setback> CAnalyzerLink::Serve() {
     const DeviceInfo info = co_await session->GetInfo(kEverything);
     rejoining_ = false;
     registered_ = true;
+    held_ = true;
     const Clock::time_point since = Clock::now();
     Tell({.state = LinkState::kRegistered});
     events_->OnInfo(info);
@@ -168,9 +174,8 @@ asio::awaitable<CAnalyzerLink::Setback> CAnalyzerLink::Serve() {
     }
     const std::string reason = co_await session->Ended();
     if (takenBy_) {
-        mayTakeOver_ = false;
-        events_->OnTakenOver(*takenBy_);
-        co_return TakenBy(*takenBy_);
+        held_ = false;
+        co_return Lose(*takenBy_);
     }
     if (Clock::now() - since > kProvenTime) {
         failures_ = 0;

@@ -57,6 +57,7 @@ private:
     boost::asio::awaitable<std::optional<Setback>> Register();
     boost::asio::awaitable<Setback> Serve();
     boost::asio::awaitable<void> BeginsToCount();
+    Setback Lose(const OtherPC& other);
     static Setback TakenBy(const OtherPC& other);
     boost::asio::awaitable<void> CheckRegistration();
     boost::asio::awaitable<void> Pause(Setback setback);
@@ -82,6 +83,7 @@ private:
     std::optional<OtherPC> takenBy_;
     bool stopping_ = false;
     bool registered_ = false;
+    bool held_ = false;  ///< it was this PC's, until somebody else is found to have it
     bool checking_ = false;
     bool rejoining_ = false;  ///< registered just now; the next connection needs no registration
     bool reachable_ = false;  ///< the analyzer answered the last scan

@@ -60,6 +60,12 @@ asio::awaitable<void> CAnalyzerLink::BeginsToCount() {
     co_await timer_.async_wait(kNoThrow);
 }
 
+CAnalyzerLink::Setback CAnalyzerLink::Lose(const OtherPC& other) {
+    mayTakeOver_ = false;
+    events_->OnTakenOver(other);
+    return TakenBy(other);
+}
+
 CAnalyzerLink::Setback CAnalyzerLink::TakenBy(const OtherPC& other) {
     return {LinkState::kTaken, kTakenPause, "another PC is registered", Refusal::kNone, other};
 }

@@ -28,7 +28,7 @@ public:
     /// What the analyzer tells about itself: after each registration, and after an update.
     virtual void OnInfo(const DeviceInfo& info) = 0;
 
-    /// The analyzer says that another PC has registered. The link leaves it to that PC (LinkState::kTaken).
+    /// Another PC has registered in place of this one. The link leaves it the analyzer (LinkState::kTaken).
     virtual void OnTakenOver(const OtherPC& other) = 0;
 
     /// The update at hand went on: at most ten times a second, and at every step.

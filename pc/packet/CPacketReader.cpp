@@ -18,6 +18,9 @@ constexpr int kMostRepeats = 16;
 }  // namespace
 
 std::span<std::uint8_t> CPacketReader::Space() {
+    if (broken_) {
+        filled_ = 0;
+    }
     buffer_.resize(filled_ < Wire::kPCHeaderSize ? Wire::kPCHeaderSize : header_.total);
     return std::span(buffer_).subspan(filled_);
 }

@@ -1,6 +1,7 @@
 #include "packet/Capture.h"
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
 #include <span>
 
@@ -128,23 +129,30 @@ std::optional<Buffer> HexLine(std::string_view line) {
     return high < 0 ? std::optional(bytes) : std::nullopt;
 }
 
-/// The bytes of hexadecimal digits, alone or in lines of a log; empty when the text is something else.
-Buffer HexText(std::string_view text) {
+/// The bytes of hexadecimal digits, packet by packet where a log tells them apart; none when the text is something
+/// else.
+std::vector<Buffer> HexText(std::string_view text) {
     constexpr std::string_view kLevel = " INFO ";
-    Buffer bytes;
+    std::vector<Buffer> blocks(1);
+    bool ours = true;
     while (!text.empty()) {
         std::string_view line = text.substr(0, text.find('\n'));
         text.remove_prefix(std::min(line.size() + 1, text.size()));
         const std::size_t level = line.find(kLevel);
-        const bool logged = level != std::string_view::npos;
-        const auto found = HexLine(logged ? line.substr(level + kLevel.size()) : line);
-        if (found) {
-            bytes.insert(bytes.end(), found->begin(), found->end());
-        } else if (!logged && line.find(" ERROR ") == std::string_view::npos) {
+        const bool logged = level != std::string_view::npos || line.find("[RMUP]") != std::string_view::npos;
+        line.remove_prefix(level == std::string_view::npos ? 0 : level + kLevel.size());
+        if (const auto found = HexLine(line)) {
+            blocks.back().insert(blocks.back().end(), found->begin(), ours ? found->end() : found->begin());
+        } else if (!logged && !line.empty()) {
             return {};
+        } else if (line.find(" Packet (") != std::string_view::npos) {
+            // The log holds those of the local socket too.
+            ours = line.find("PC Packet (") != std::string_view::npos;
+            blocks.emplace_back();
         }
     }
-    return bytes;
+    std::erase_if(blocks, [](const Buffer& block) { return block.empty(); });
+    return blocks;
 }
 
 }  // namespace
@@ -163,8 +171,16 @@ Capture ReadCapture(std::string_view file) {
             return ReadPcapNg(bytes);
         }
     }
-    const Buffer digits = HexText(file);
-    Capture capture = ReadPackets(digits.empty() ? bytes : Field(digits));
+    Capture capture;
+    const std::vector<Buffer> blocks = HexText(file);
+    if (blocks.empty()) {
+        capture = ReadPackets(bytes);
+    }
+    for (const Buffer& block : blocks) {
+        Capture part = ReadPackets(block);
+        std::ranges::move(part.packets, std::back_inserter(capture.packets));
+        capture.problem = part.problem.empty() ? capture.problem : part.problem;
+    }
     if (capture.packets.empty() && capture.problem.empty()) {
         capture.problem = "there is nothing in the file";
     }

@@ -135,6 +135,8 @@ TEST(Capture, ReadsBytesAndDigits) {
     const std::string log =
         "2026-11-22 00:31:12.926 [RMUP] INFO [CPCMsg::WritePacketLog] PC Packet (9 bytes)\n"
         "2026-11-22 00:31:12.926 [RMUP] INFO 0A 1E 05 31  01 00 12 10  00 \n"
+        "2026-11-22 00:31:12.926 [RMUP] INFO [CUDSMsg::WritePacketLog] UDS Packet (9 bytes)\n"
+        "2026-11-22 00:31:12.926 [RMUP] INFO 02 B2 00 05  00 00 00 00  03 \n"
         "2026-11-22 00:31:12.926 [RMUP] ERROR something\n";
     const std::vector<std::string> expected = {" 0x0A1E"};
     EXPECT_EQ(Names(ReadCapture(log)), expected);

@@ -1,0 +1,272 @@
+"""zelpc's tool beside the real daemon."""
+
+from __future__ import annotations
+
+import os
+import pty
+import shutil
+import subprocess
+import sys
+from collections.abc import Callable
+from pathlib import Path
+
+import pytest
+
+from bench.analyzer import ANIMAL_ID, CONTROL_ID, PASSWORD, PATIENT_ID, SERIAL, Analyzer
+from bench.daemon import wait_until
+from bench.pc import Pc
+from bench.sandbox import ANALYZER_ADDRESS, PC_ADDRESS, USB_PC_ADDRESS
+from bench.updateformat import APP, DSP, SYS, XML, file_name, make_sys
+from bench.zelapp import (CONTROL, PATIENT, NothingToUpdate, PcConnection, ResultFailed, ResultSent, UpdateComplete,
+                          UpdateFailed, UpdateRequested)
+from updates import BY_PC, FROM_PC, NEW, NEWER, OLD, header_with, release, replace, sections_of, start
+from zelpc import PROGRAM, Tool, run, watch
+
+HOST = ANALYZER_ADDRESS
+NOBODY = "192.168.40.99"
+
+
+def test_finding_registering_and_leaving(analyzer: Analyzer, make_pc: Callable[..., Pc]) -> None:
+    """Catches answers that are read wrongly, a registration taken from another PC unasked, refusals without words."""
+    sandbox = analyzer.sandbox
+    free = {"serial": SERIAL, "model": "N62", "address": HOST, "busy": False, "pc": None}
+    assert run(sandbox, "scan", "--seconds", "1", "--json").events("analyzer", **free), "by broadcast"
+    assert f"{SERIAL}      N62       {HOST}    free" in run(sandbox, "scan", "--to", HOST, "--seconds", "1").output()
+    assert "no analyzer answers" in run(sandbox, "scan", "--to", NOBODY, "--seconds", "0.2", status=3).errors()
+    run(sandbox, "info", NOBODY, status=3)
+
+    wrong = run(sandbox, "register", HOST, env={"ZELPC_PASSWORD": "wrong"}, status=4)
+    assert "the administrator password is not correct" in wrong.errors()
+    assert "give --password-file" in run(sandbox, "register", HOST, env={}, status=2).errors()
+    sandbox.path("/tmp/password").write_text(f"{PASSWORD}\n")
+    run(sandbox, "register", HOST, "--password-file", "/tmp/password", env={})
+    assert analyzer.setting("PCIPAddress") == PC_ADDRESS and analyzer.setting("PCUDPPort") == "9036"
+    assert analyzer.setting("PCSWName") == "zelpc"
+    assert run(sandbox, "info", HOST, "--json").events("info", registered=True, serial=SERIAL[:10], app_version=OLD)
+
+    other = run(sandbox, "info", HOST, "--json", address=USB_PC_ADDRESS)
+    assert other.events("info", registered=False, pc={"address": PC_ADDRESS, "name": "zelpc"})
+    refused = run(sandbox, "register", HOST, address=USB_PC_ADDRESS, status=4)
+    assert f'{PC_ADDRESS} "zelpc" is registered; --take-over replaces it' in refused.errors()
+    assert "not this PC is registered" in run(sandbox, "unregister", HOST, address=USB_PC_ADDRESS, status=4).errors()
+    run(sandbox, "unregister", HOST)
+    assert analyzer.setting("PCIPAddress") == "0.0.0.0"
+    assert "no PC is registered" in run(sandbox, "unregister", HOST, status=4).errors()
+
+    # A program that holds the registration keeps it, until it is forced.
+    holder = make_pc(name="zelpc")
+    holder.register(PASSWORD)
+    holder.start_heartbeat()
+    assert analyzer.zelapp.expect(PcConnection).connected
+    scanned = run(sandbox, "scan", "--to", HOST, "--seconds", "0.5").output()
+    assert f'taken by {PC_ADDRESS} "zelpc"' in scanned
+    assert "another program of this PC" in run(sandbox, "unregister", HOST, status=4).errors()
+    run(sandbox, "unregister", HOST, "--force")
+    assert analyzer.setting("PCIPAddress") == "0.0.0.0"
+
+
+def test_the_password_is_asked_for_unseen() -> None:
+    """Catches a password that is shown, or asked for where nobody is."""
+    on_a_terminal = "import os, pty, sys; sys.exit(os.waitstatus_to_exitcode(pty.spawn(sys.argv[1:])))"
+    environment = {name: value for name, value in os.environ.items() if name != "ZELPC_PASSWORD"}
+    with subprocess.Popen([sys.executable, "-c", on_a_terminal, PROGRAM, "register", "127.0.0.1"], env=environment,
+                          stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT) as process:
+        shown = b""
+        while b"password of 127.0.0.1: " not in shown:
+            shown += process.stdout.read(1)
+        process.stdin.write(b"secret\n")
+        process.stdin.flush()
+        shown += process.stdout.read()
+    assert process.returncode == 3, shown
+    assert b"secret" not in shown and b"Connection refused" in shown
+
+
+def test_watching(analyzer: Analyzer) -> None:
+    """Catches a result that is acknowledged though it is not on disk, stored twice, changed, or lost in a restart."""
+    sandbox, zelapp = analyzer.sandbox, analyzer.zelapp
+    folder = sandbox.path("/tmp/results")
+    tool = watch(sandbox, "--save", "/tmp/results")
+
+    def send(kind: int, result: int, acknowledged: bool) -> dict:
+        before = len(tool.events("result"))
+        zelapp.send_result(kind, f"ResultID = {result}")
+        zelapp.expect(ResultSent if acknowledged else ResultFailed, 20)
+        event = tool.expect("result", before + 1)
+        assert event["acknowledged"] == acknowledged, event
+        return event
+
+    patient = send(PATIENT, PATIENT_ID, True)
+    assert (patient["patient"], patient["kind"], patient["panel"]) == ("P-4711", "patient", "Liver 6")
+    assert [value["value"] for value in patient["values"]] == ["31.5", "52.25", "0.75"]
+    assert sandbox.path(patient["saved"]).read_bytes().decode() == patient["text"]
+    control = send(CONTROL, CONTROL_ID, True)
+    assert control["kind"] == "control" and control["saved"] != patient["saved"]
+    again = send(PATIENT, PATIENT_ID, True)
+    assert again["again"] and again["saved"] == patient["saved"]
+    assert analyzer.synced("Result", PATIENT_ID) and analyzer.synced("Ctrl", CONTROL_ID)
+    assert "there is no result in it" in send(PATIENT, 99, False)["problem"]
+
+    folder.rename(folder.with_name("elsewhere"))
+    assert "No such file" in send(PATIENT, ANIMAL_ID, False)["problem"]
+    folder.with_name("elsewhere").rename(folder)
+    assert not analyzer.synced("Result", ANIMAL_ID)
+
+    # The analyzer restarts while results are wanted.
+    analyzer.daemon.kill()
+    zelapp.close()
+    tool.expect("status", state="waiting")
+    analyzer.start()
+    tool.expect("status", count=2, state="registered")
+    assert send(PATIENT, ANIMAL_ID, True)["species_name"] == "Dog"
+    assert len(list(folder.iterdir())) == 3, list(folder.iterdir())
+    assert tool.interrupt() == 0
+    assert analyzer.setting("PCIPAddress") == PC_ADDRESS, "the registration stays"
+
+    decoded = run(sandbox, "decode", patient["saved"]).output()
+    assert "patient P-4711, measured 2023-05-17 14:03:59" in decoded and "PID-3" in decoded
+    shutil.copy(analyzer.sandbox.path("/data/log/ZELRmUp.log"), folder / "log")
+    assert "result" in run(sandbox, "decode", "/tmp/results/log", status=0).output()
+
+
+def test_watching_without_a_folder(analyzer: Analyzer, make_pc: Callable[..., Pc]) -> None:
+    """Catches a result that is acknowledged and only shown, a fight over an analyzer, and a password tried for ever."""
+    tool = watch(analyzer.sandbox)
+    analyzer.zelapp.send_result(PATIENT, f"ResultID = {PATIENT_ID}")
+    analyzer.zelapp.expect(ResultFailed, 20)
+    assert "without --save" in tool.expect("result")["problem"]
+    wait_until(lambda: tool.events("status", state="registered"), 10, "it stays registered")
+
+    other = make_pc(address=USB_PC_ADDRESS, udp_port=9040)
+    other.register(PASSWORD)
+    taken = tool.expect("taken_over")
+    assert taken["pc"] == {"address": USB_PC_ADDRESS, "name": "LabLink"}
+    tool.expect("status", state="taken")
+    assert tool.interrupt() == 0
+    assert analyzer.setting("PCIPAddress") == USB_PC_ADDRESS
+
+    # The other PC is connected: the analyzer closes the connection of whoever takes its place.
+    other.start_heartbeat()
+    while not analyzer.zelapp.expect(PcConnection, 20).connected:
+        pass
+    taking = watch(analyzer.sandbox, "--take-over")
+    assert taking.interrupt() == 0
+    refused = Tool(analyzer.sandbox, "watch", HOST, env={"ZELPC_PASSWORD": "wrong"})
+    assert refused.wait() == 4 and "refused: the administrator password" in refused.output()
+
+
+def put_release(analyzer: Analyzer, files: dict[int, bytes], model: str = "human") -> str:
+    folder = analyzer.sandbox.path("/tmp/release")
+    shutil.rmtree(folder, ignore_errors=True)
+    folder.mkdir()
+    for image, data in files.items():
+        (folder / file_name(image, model)).write_bytes(data)
+    return "/tmp/release"
+
+
+def test_pushing(analyzer: Analyzer) -> None:
+    """Catches images that are sent wrongly, an end that is told before it is there or other than it was, and a cancel
+    that does not reach the analyzer."""
+    sandbox, zelapp = analyzer.sandbox, analyzer.zelapp
+
+    def push(*arguments: str) -> Tool:
+        return Tool(sandbox, "push", HOST, "/tmp/release", "--json", *arguments)
+
+    def offered(possible: bool = True) -> Tool:
+        tool = push()
+        zelapp.expect(UpdateRequested, 20)
+        zelapp.answer_update_request(possible)
+        if possible:
+            start(analyzer, FROM_PC)
+        return tool
+
+    def asked() -> Tool:
+        tool = push("--when-asked")
+        tool.expect("push", step="waiting")
+        start(analyzer, BY_PC)
+        return tool
+
+    put_release(analyzer, release(sizes={APP: 3_000_000}))
+    tool = offered()
+    zelapp.expect(UpdateComplete, 30)
+    assert tool.wait() == 0, tool.errors()
+    done = tool.events("push", step="installed")[0]["images"]
+    assert done.keys() == {"SYS", "APP", "XML", "DSP"} and all(image["stored"] for image in done.values())
+    assert set(analyzer.read_device("versions.cfg").values()) == {NEW}
+
+    tool = asked()
+    zelapp.expect(NothingToUpdate, 20)
+    assert tool.wait() == 0 and tool.events("push", step="not needed")
+    put_release(analyzer, release(NEWER))
+    tool = asked()
+    zelapp.expect(UpdateComplete, 30)
+    assert tool.wait() == 0 and tool.events("push", step="installed")
+    assert analyzer.read_device("versions.cfg")["SYS"] == NEWER
+
+    assert offered(possible=False).wait() == 1
+    put_release(analyzer, release(sizes={APP: 80_000_000}))
+    tool = offered()
+    wait_until(lambda: tool.events("push")[-1]["images"].get("APP", {}).get("sent"), 20, "APP is on its way")
+    assert tool.interrupt() == 6 and tool.events("push", step="cancelled")
+    zelapp.expect(UpdateFailed, 20)
+    analyzer.set_faults(**{"upImgWrite.3": "fail@0"})
+    put_release(analyzer, release())
+    tool = offered()
+    zelapp.expect(UpdateFailed, 20)
+    assert tool.wait() == 1 and "has not installed it" in tool.errors()
+
+
+def test_releases_that_are_not_offered(analyzer: Analyzer) -> None:
+    """Catches a release that is offered though the analyzer could not, or should not, install it."""
+    good = release(without=(DSP,))
+    sections = sections_of(good)
+    cases = [
+        ({}, "there is no update file"),
+        ({SYS: good[SYS], APP: good[APP]}, "belong together, but one of them is missing"),
+        (good | {XML: release(NEWER)[XML]}, "APP names other versions"),
+        (good | {APP: good[APP][:-1]}, "zel_app.n62.bin is shorter than its header says"),
+        (good | {APP: good[APP] + b"x"}, "zel_app.n62.bin is longer than its header says"),
+        (good | {APP: header_with(good[APP], -1)}, "zel_app.n62.bin is shorter than its header says"),
+        (good | {APP: good[XML]}, "zel_app.n62.bin is no APP file"),
+        (good | {XML: replace(good[XML], 8, b"new\0")}, "zel_xml.n62.bin has no version"),
+        (good | {SYS: good[SYS][:30]}, "zel_sys.n62.bin ends within a header"),
+        (good | {SYS: make_sys("human", NEW, sections[:3])}, "zel_sys.n62.bin ends within a header"),
+        (good | {SYS: make_sys("human", NEW, [*sections[:3], sections[0]])}, "boot, kernel, rootfs and QTE, each once"),
+    ]
+    for files, problem in cases:
+        put_release(analyzer, files)
+        assert problem in run(analyzer.sandbox, "push", HOST, "/tmp/release", status=5).errors(), problem
+    put_release(analyzer, release(model="veterinary"), "veterinary")
+    veterinary = run(analyzer.sandbox, "push", HOST, "/tmp/release", status=5).errors()
+    assert "for Veterinary analyzers, but this one is a Human" in veterinary
+    assert not any(isinstance(message, UpdateRequested) for message in analyzer.zelapp.history)
+    run(analyzer.sandbox, "push", HOST, "/nowhere", status=2)
+
+
+def test_what_people_see(analyzer: Analyzer) -> None:
+    """Catches bars that are not drawn over themselves, or are drawn where no terminal is."""
+    put_release(analyzer, release())
+    mine, theirs = pty.openpty()
+    shown: list[str] = []
+    for terminal in (False, True):
+        output = os.fdopen(theirs, "w") if terminal else open(analyzer.sandbox.root / "shown", "w")
+        process = analyzer.sandbox.spawn([str(PROGRAM), "push", HOST, "/tmp/release", "--from", PC_ADDRESS], output,
+                                         sys.stderr, {"ZELPC_PASSWORD": PASSWORD})
+        output.close()
+        analyzer.zelapp.expect(UpdateRequested, 20)
+        analyzer.zelapp.answer_update_request(True)
+        start(analyzer, FROM_PC)
+        text = read_terminal(mine) if terminal else ""
+        assert process.wait(40) == 0
+        shown.append(text or (analyzer.sandbox.root / "shown").read_text())
+    assert "\x1b" not in shown[0] and "APP stored, 262184 bytes" in shown[0] and shown[0].endswith("installed\n")
+    assert "\x1b[5A" in shown[1] and "APP [" + "#" * 40 + "] 100% stored" in shown[1]
+
+
+def read_terminal(terminal: int) -> str:
+    shown = b""
+    try:
+        while data := os.read(terminal, 10000):
+            shown += data
+    except OSError:
+        pass
+    return shown.decode()
