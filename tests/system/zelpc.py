@@ -37,7 +37,7 @@ class Tool:
     def events(self, kind: str, **values: Any) -> list[dict[str, Any]]:
         """The JSON lines so far that have this event and these values."""
         whole = self.output().rpartition("\n")[0]
-        lines = [json.loads(line) for line in whole.splitlines() if line]
+        lines = [json.loads(line) for line in whole.split("\n") if line]
         return [line for line in lines if line["event"] == kind and values.items() <= line.items()]
 
     def expect(self, kind: str, count: int = 1, timeout: float = 30, **values: Any) -> dict[str, Any]:
