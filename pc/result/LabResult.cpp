@@ -124,7 +124,8 @@ std::optional<LabResult> ReadLabResult(std::string_view text) {
     ZELHL7::COUL_R22Wrap message;
     std::string specimenRole;
     LabResult result;
-    if (message.Decode(text) != 1 || message.GetSpecimen(result.specimen, specimenRole) == 0) {
+    std::string_view rest = text;
+    if (message.Decode(rest) != 1 || message.GetSpecimen(result.specimen, specimenRole) == 0) {
         return std::nullopt;
     }
     result.control = specimenRole == "Q";

@@ -27,8 +27,8 @@ class FakeAnalyzer:
         self.address, self.serial, self.on_registered = address, serial, on_registered
         self.packets: queue.Queue[Packet] = queue.Queue()
         self.registrations = self.scans = 0
-        self.udp = sandbox.socket(socket.SOCK_DGRAM, (address, 9035))
-        self._listener = sandbox.socket(socket.SOCK_STREAM, (address, 9034), listen=5)
+        self.udp = sandbox.analyzer.socket(socket.SOCK_DGRAM, (address, 9035))
+        self._listener = sandbox.analyzer.socket(socket.SOCK_STREAM, (address, 9034), listen=5)
         for serve in (self._serve_udp, self._serve_tcp):
             threading.Thread(target=serve, daemon=True).start()
 

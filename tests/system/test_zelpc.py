@@ -14,41 +14,45 @@ import pytest
 
 from bench.analyzer import ANIMAL_ID, CONTROL_ID, PASSWORD, PATIENT_ID, SERIAL, Analyzer
 from bench.daemon import wait_until
+from bench.image import APP, DSP, SYS, XML, file_name, make_sys
 from bench.pc import Pc
-from bench.sandbox import ANALYZER_ADDRESS, PC_ADDRESS, USB_PC_ADDRESS
-from bench.updateformat import APP, DSP, SYS, XML, file_name, make_sys
+from bench.sandbox import ANALYZER_ADDRESS, ENGINE, PC_ADDRESS, lab_address
 from bench.zelapp import (CONTROL, PATIENT, NothingToUpdate, PcConnection, ResultFailed, ResultSent, UpdateComplete,
                           UpdateFailed, UpdateRequested)
+from conftest import OTHER_PC
 from updates import BY_PC, FROM_PC, NEW, NEWER, OLD, header_with, release, replace, sections_of, start
 from zelpc import PROGRAM, Tool, run, watch
 
 HOST = ANALYZER_ADDRESS
-NOBODY = "192.168.40.99"
+NOBODY = lab_address(99)
 
 
 def test_finding_registering_and_leaving(analyzer: Analyzer, make_pc: Callable[..., Pc]) -> None:
     """Catches answers that are read wrongly, a registration taken from another PC unasked, refusals without words."""
     sandbox = analyzer.sandbox
     free = {"serial": SERIAL, "model": "N62", "address": HOST, "busy": False, "pc": None}
-    assert run(sandbox, "scan", "--seconds", "1", "--json").events("analyzer", **free), "by broadcast"
-    assert f"{SERIAL}      N62       {HOST}    free" in run(sandbox, "scan", "--to", HOST, "--seconds", "1").output()
+    where = [] if ENGINE.OWN_NETWORK else ["--to", HOST]
+    assert run(sandbox, "scan", "--seconds", "1", "--json", *where).events("analyzer", **free), "by broadcast"
+    assert f"{SERIAL}      N62       {HOST:17}free" in run(sandbox, "scan", "--to", HOST, "--seconds", "1").output()
     assert "no analyzer answers" in run(sandbox, "scan", "--to", NOBODY, "--seconds", "0.2", status=3).errors()
     run(sandbox, "info", NOBODY, status=3)
 
     wrong = run(sandbox, "register", HOST, env={"ZELPC_PASSWORD": "wrong"}, status=4)
     assert "the administrator password is not correct" in wrong.errors()
     assert "give --password-file" in run(sandbox, "register", HOST, env={}, status=2).errors()
-    sandbox.path("/tmp/password").write_text(f"{PASSWORD}\n")
-    run(sandbox, "register", HOST, "--password-file", "/tmp/password", env={})
+    password = sandbox.root / "password"
+    password.write_text(f"{PASSWORD}\n")
+    run(sandbox, "register", HOST, "--password-file", str(password), env={})
     assert analyzer.setting("PCIPAddress") == PC_ADDRESS and analyzer.setting("PCUDPPort") == "9036"
     assert analyzer.setting("PCSWName") == "zelpc"
     assert run(sandbox, "info", HOST, "--json").events("info", registered=True, serial=SERIAL[:10], app_version=OLD)
 
-    other = run(sandbox, "info", HOST, "--json", address=USB_PC_ADDRESS)
+    sandbox.laboratory.add_pc_address(OTHER_PC)
+    other = run(sandbox, "info", HOST, "--json", address=OTHER_PC)
     assert other.events("info", registered=False, pc={"address": PC_ADDRESS, "name": "zelpc"})
-    refused = run(sandbox, "register", HOST, address=USB_PC_ADDRESS, status=4)
+    refused = run(sandbox, "register", HOST, address=OTHER_PC, status=4)
     assert f'{PC_ADDRESS} "zelpc" is registered; --take-over replaces it' in refused.errors()
-    assert "not this PC is registered" in run(sandbox, "unregister", HOST, address=USB_PC_ADDRESS, status=4).errors()
+    assert "not this PC is registered" in run(sandbox, "unregister", HOST, address=OTHER_PC, status=4).errors()
     run(sandbox, "unregister", HOST)
     assert analyzer.setting("PCIPAddress") == "0.0.0.0"
     assert "no PC is registered" in run(sandbox, "unregister", HOST, status=4).errors()
@@ -84,8 +88,8 @@ def test_the_password_is_asked_for_unseen() -> None:
 def test_watching(analyzer: Analyzer) -> None:
     """Catches a result that is acknowledged though it is not on disk, stored twice, changed, or lost in a restart."""
     sandbox, zelapp = analyzer.sandbox, analyzer.zelapp
-    folder = sandbox.path("/tmp/results")
-    tool = watch(sandbox, "--save", "/tmp/results")
+    folder = sandbox.root / "results"
+    tool = watch(sandbox, "--save", str(folder))
 
     def send(kind: int, result: int, acknowledged: bool) -> dict:
         before = len(tool.events("result"))
@@ -98,7 +102,7 @@ def test_watching(analyzer: Analyzer) -> None:
     patient = send(PATIENT, PATIENT_ID, True)
     assert (patient["patient"], patient["kind"], patient["panel"]) == ("P-4711", "patient", "Liver 6")
     assert [value["value"] for value in patient["values"]] == ["31.5", "52.25", "0.75"]
-    assert sandbox.path(patient["saved"]).read_bytes().decode() == patient["text"]
+    assert Path(patient["saved"]).read_bytes().decode() == patient["text"]
     control = send(CONTROL, CONTROL_ID, True)
     assert control["kind"] == "control" and control["saved"] != patient["saved"]
     again = send(PATIENT, PATIENT_ID, True)
@@ -124,11 +128,11 @@ def test_watching(analyzer: Analyzer) -> None:
 
     decoded = run(sandbox, "decode", patient["saved"]).output()
     assert "patient P-4711, measured 2023-05-17 14:03:59" in decoded and "PID-3" in decoded
-    shutil.copy(analyzer.sandbox.path("/data/log/ZELRmUp.log"), folder / "log")
-    assert "result" in run(sandbox, "decode", "/tmp/results/log", status=0).output()
+    log = run(sandbox, "decode", str(sandbox.path("/data/log/ZELRmUp.log"))).output()
+    assert "0x7B01 result, tag 1" in log
 
 
-def test_watching_without_a_folder(analyzer: Analyzer, make_pc: Callable[..., Pc]) -> None:
+def test_watching_without_a_folder(analyzer: Analyzer, other_pc: Pc) -> None:
     """Catches a result that is acknowledged and only shown, a fight over an analyzer, and a password tried for ever."""
     tool = watch(analyzer.sandbox)
     analyzer.zelapp.send_result(PATIENT, f"ResultID = {PATIENT_ID}")
@@ -136,16 +140,15 @@ def test_watching_without_a_folder(analyzer: Analyzer, make_pc: Callable[..., Pc
     assert "without --save" in tool.expect("result")["problem"]
     wait_until(lambda: tool.events("status", state="registered"), 10, "it stays registered")
 
-    other = make_pc(address=USB_PC_ADDRESS, udp_port=9040)
-    other.register(PASSWORD)
+    other_pc.register(PASSWORD)
     taken = tool.expect("taken_over")
-    assert taken["pc"] == {"address": USB_PC_ADDRESS, "name": "LabLink"}
+    assert taken["pc"] == {"address": OTHER_PC, "name": "OtherPC"}
     tool.expect("status", state="taken")
     assert tool.interrupt() == 0
-    assert analyzer.setting("PCIPAddress") == USB_PC_ADDRESS
+    assert analyzer.setting("PCIPAddress") == OTHER_PC
 
     # The other PC is connected: the analyzer closes the connection of whoever takes its place.
-    other.start_heartbeat()
+    other_pc.start_heartbeat()
     while not analyzer.zelapp.expect(PcConnection, 20).connected:
         pass
     taking = watch(analyzer.sandbox, "--take-over")
@@ -154,13 +157,31 @@ def test_watching_without_a_folder(analyzer: Analyzer, make_pc: Callable[..., Pc
     assert refused.wait() == 4 and "refused: the administrator password" in refused.output()
 
 
+def test_an_analyzer_that_moves(analyzer: Analyzer) -> None:
+    """Catches an analyzer that is lost when it gets another address, or goes on telling it although it was found."""
+    sandbox, moved = analyzer.sandbox, lab_address(11)
+    tool = watch(sandbox)
+    for line in (("address", "del", f"{HOST}/24", "dev", "eth0"),
+                 ("address", "add", f"{moved}/24", "brd", "+", "dev", "eth0"),
+                 ("route", "replace", "default", "via", "192.168.40.1", "dev", "eth0")):
+        sandbox.run("ip", *line)
+    analyzer.zelapp.address_changed()
+    assert analyzer.daemon.wait(20) == 1
+    analyzer.zelapp.close()
+    tool.expect("status", state="waiting", timeout=40)
+    analyzer.start()
+    tool.expect("status", state="registered", address=moved, timeout=60)
+    wait_until(lambda: analyzer.setting("IPChanged") == "0", 20, "the notice is acknowledged")
+    assert tool.interrupt() == 0
+
+
 def put_release(analyzer: Analyzer, files: dict[int, bytes], model: str = "human") -> str:
-    folder = analyzer.sandbox.path("/tmp/release")
+    folder = analyzer.sandbox.root / "release"
     shutil.rmtree(folder, ignore_errors=True)
     folder.mkdir()
     for image, data in files.items():
         (folder / file_name(image, model)).write_bytes(data)
-    return "/tmp/release"
+    return str(folder)
 
 
 def test_pushing(analyzer: Analyzer) -> None:
@@ -169,7 +190,7 @@ def test_pushing(analyzer: Analyzer) -> None:
     sandbox, zelapp = analyzer.sandbox, analyzer.zelapp
 
     def push(*arguments: str) -> Tool:
-        return Tool(sandbox, "push", HOST, "/tmp/release", "--json", *arguments)
+        return Tool(sandbox, "push", HOST, str(sandbox.root / "release"), "--json", *arguments)
 
     def offered(possible: bool = True) -> Tool:
         tool = push()
@@ -233,10 +254,10 @@ def test_releases_that_are_not_offered(analyzer: Analyzer) -> None:
         (good | {SYS: make_sys("human", NEW, [*sections[:3], sections[0]])}, "boot, kernel, rootfs and QTE, each once"),
     ]
     for files, problem in cases:
-        put_release(analyzer, files)
-        assert problem in run(analyzer.sandbox, "push", HOST, "/tmp/release", status=5).errors(), problem
-    put_release(analyzer, release(model="veterinary"), "veterinary")
-    veterinary = run(analyzer.sandbox, "push", HOST, "/tmp/release", status=5).errors()
+        folder = put_release(analyzer, files)
+        assert problem in run(analyzer.sandbox, "push", HOST, folder, status=5).errors(), problem
+    folder = put_release(analyzer, release(model="veterinary"), "veterinary")
+    veterinary = run(analyzer.sandbox, "push", HOST, folder, status=5).errors()
     assert "for Veterinary analyzers, but this one is a Human" in veterinary
     assert not any(isinstance(message, UpdateRequested) for message in analyzer.zelapp.history)
     run(analyzer.sandbox, "push", HOST, "/nowhere", status=2)
@@ -244,13 +265,13 @@ def test_releases_that_are_not_offered(analyzer: Analyzer) -> None:
 
 def test_what_people_see(analyzer: Analyzer) -> None:
     """Catches bars that are not drawn over themselves, or are drawn where no terminal is."""
-    put_release(analyzer, release())
+    folder = put_release(analyzer, release())
     mine, theirs = pty.openpty()
     shown: list[str] = []
     for terminal in (False, True):
         output = os.fdopen(theirs, "w") if terminal else open(analyzer.sandbox.root / "shown", "w")
-        process = analyzer.sandbox.spawn([str(PROGRAM), "push", HOST, "/tmp/release", "--from", PC_ADDRESS], output,
-                                         sys.stderr, {"ZELPC_PASSWORD": PASSWORD})
+        command = [str(PROGRAM), "push", HOST, folder, "--from", PC_ADDRESS]
+        process = analyzer.sandbox.pc.spawn(command, output, output, {"ZELPC_PASSWORD": PASSWORD})
         output.close()
         analyzer.zelapp.expect(UpdateRequested, 20)
         analyzer.zelapp.answer_update_request(True)

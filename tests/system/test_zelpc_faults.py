@@ -12,7 +12,7 @@ import pytest
 
 from bench.daemon import wait_until
 from bench.pcpacket import Command
-from bench.sandbox import ANALYZER_ADDRESS, USB_ANALYZER_ADDRESS, PC_ADDRESS, Sandbox
+from bench.sandbox import ANALYZER_ADDRESS, PC_ADDRESS, Sandbox, lab_address
 from fakeanalyzer import FakeAnalyzer, receive, result
 from zelpc import watch
 
@@ -29,7 +29,7 @@ def sandbox() -> Iterator[Sandbox]:
 
 def memory(sandbox: Sandbox, pid: int) -> int:
     """The most memory that a process has had, in KiB."""
-    with sandbox.open(f"/proc/{pid}/status", "r") as status:
+    with sandbox.pc.open(f"/proc/{pid}/status", "r") as status:
         return int(re.search(r"VmHWM:\s+(\d+)", status.read())[1])
 
 
@@ -52,7 +52,7 @@ def test_connections_that_go_wrong(sandbox: Sandbox) -> None:
         acknowledgements.append(1)
 
     analyzer = FakeAnalyzer(sandbox, ANALYZER_ADDRESS, SERIAL, misbehave)
-    tool = watch(sandbox, "--save", "/tmp/results")
+    tool = watch(sandbox, "--save", str(sandbox.root / "results"))
     event = tool.expect("result", timeout=80)
     assert event["acknowledged"] and event["text"] == TEXT.format("whole")
     assert len(tool.events("result")) == 1 and not bad
@@ -73,8 +73,8 @@ def test_a_flood(sandbox: Sandbox) -> None:
             connection.sendall(result(TEXT.format(number % 3) + f"NTE|1||{padding}\r"))
 
     analyzer = FakeAnalyzer(sandbox, ANALYZER_ADDRESS, SERIAL, flood)
-    tool = watch(sandbox, "--save", "/tmp/results")
-    stranger = sandbox.socket(socket.SOCK_DGRAM, (USB_ANALYZER_ADDRESS, 0))
+    tool = watch(sandbox, "--save", str(sandbox.root / "results"))
+    stranger = sandbox.analyzer.socket(socket.SOCK_DGRAM, (ANALYZER_ADDRESS, 0))
     answer = analyzer.scan_answer(1)
     for data in [b"", b"\x0a", answer[:-1], answer, b"\x0a\x13" + bytes(60000)] * 200:
         stranger.sendto(data, (PC_ADDRESS, 9036))
@@ -83,26 +83,22 @@ def test_a_flood(sandbox: Sandbox) -> None:
                         (PC_ADDRESS, 9036))
     tool.expect("result", count=results, timeout=80)
     assert memory(sandbox, tool.process.pid) < 64 * 1024
-    assert len(list(sandbox.path("/tmp/results").iterdir())) == 3
+    assert len(list((sandbox.root / "results").iterdir())) == 3
     assert tool.interrupt() == 0
     analyzer.close()
 
 
-def test_a_new_address(sandbox: Sandbox) -> None:
-    """Catches an analyzer that is lost when it gets another address, and a stranger that is taken for it."""
+def test_a_stranger_in_its_place(sandbox: Sandbox) -> None:
+    """Catches another analyzer that is taken for the one that is held, by its notice or at its address."""
     analyzer = FakeAnalyzer(sandbox, ANALYZER_ADDRESS, SERIAL)
     tool = watch(sandbox)
     analyzer.close()
-    moved = FakeAnalyzer(sandbox, USB_ANALYZER_ADDRESS, "N62A0001111")
     tool.expect("status", state="waiting", timeout=40)
-    for _ in range(2):
-        asked = moved.scans
-        moved.announce_address()
-        wait_until(lambda: moved.scans > asked, 20, "the PC looks who is there")
-    assert moved.packets.empty(), "a stranger's notice is not acknowledged"
-    moved.serial = SERIAL
-    moved.announce_address()
-    assert moved.packets.get(timeout=20).command == Command.NOTICE_ACK
-    tool.expect("status", state="registered", address=USB_ANALYZER_ADDRESS)
+    stranger = FakeAnalyzer(sandbox, ANALYZER_ADDRESS, "N62A0001111")
+    asked = stranger.scans
+    stranger.announce_address()
+    wait_until(lambda: stranger.scans > asked + 3, 60, "the PC looks who is there")
+    assert stranger.packets.empty() and stranger.registrations == 0
+    assert not tool.events("status", serial="N62A0001111")
     assert tool.interrupt() == 0
-    moved.close()
+    stranger.close()

@@ -1,4 +1,4 @@
-"""Runs zelpc inside a sandbox, where it is the PC."""
+"""Runs zelpc on the PC beside an analyzer."""
 
 from __future__ import annotations
 
@@ -8,10 +8,11 @@ import tempfile
 from typing import Any
 
 from bench.analyzer import PASSWORD
-from bench.daemon import RUNNERS, SANITIZER_REPORT, preset, wait_until
-from bench.sandbox import ANALYZER_ADDRESS, PC_ADDRESS, PROJECT, Sandbox
+from bench.daemon import RUNNERS, SANITIZER_REPORT, wait_until
+from bench.machine import build_folder, preset
+from bench.sandbox import ANALYZER_ADDRESS, PC_ADDRESS, Sandbox
 
-PROGRAM = PROJECT / "build" / preset() / "bin/zelpc"
+PROGRAM = build_folder() / "bin/zelpc"
 ENVIRONMENT = {"ZELPC_PASSWORD": PASSWORD}
 
 
@@ -24,7 +25,7 @@ class Tool:
         self._errors = tempfile.TemporaryFile("w+")
         network = [] if arguments[0] == "decode" else ["--from", address]
         command = [*RUNNERS.get(preset(), []), str(PROGRAM), *arguments, *network]
-        self.process = sandbox.spawn(command, self._output, self._errors, ENVIRONMENT if env is None else env)
+        self.process = sandbox.pc.spawn(command, self._output, self._errors, ENVIRONMENT if env is None else env)
 
     def output(self) -> str:
         self._output.seek(0)
