@@ -23,6 +23,7 @@ from conftest import OTHER_PC
 from updates import BY_PC, FROM_PC, NEW, NEWER, OLD, header_with, release, replace, sections_of, start
 from zelpc import PROGRAM, Tool, run, watch
 
+pytestmark = pytest.mark.skipif(not PROGRAM.exists(), reason="zelpc is not built (./zel test pc does)")
 HOST = ANALYZER_ADDRESS
 NOBODY = lab_address(99)
 

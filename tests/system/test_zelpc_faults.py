@@ -14,8 +14,9 @@ from bench.daemon import wait_until
 from bench.pcpacket import Command
 from bench.sandbox import ANALYZER_ADDRESS, PC_ADDRESS, Sandbox, lab_address
 from fakeanalyzer import FakeAnalyzer, receive, result
-from zelpc import watch
+from zelpc import PROGRAM, watch
 
+pytestmark = pytest.mark.skipif(not PROGRAM.exists(), reason="zelpc is not built (./zel test pc does)")
 TEXT = ("MSH|^~\\&|ORVELA|LAB|NULL|NULL|20261121103637||OUL^R22^OUL_R22|0|P|2.5.1\rPID|||{}\rSPM|1|||SER|||||||P\r"
         "OBR||NULL||D1^Panel^ORVELA\rOBX|1||^^LN|ALT|1\r")
 SERIAL = "N62A0009999"
