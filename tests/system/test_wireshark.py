@@ -18,7 +18,7 @@ from bench.daemon import wait_until
 from bench.pc import Pc, Refused
 from bench.pcpacket import Command, Info
 from bench.sandbox import ENGINE, PROJECT, Unsupported
-from bench.zelapp import PATIENT, SOCKET_PATH, ResultFailed, ResultSent, UpdateStarts
+from bench.zelapp import PATIENT, SOCKET_PATH, PcConnection, ResultFailed, ResultSent, UpdateStarts
 from updates import APP, BY_PC, NEWER, PC_ERROR, SYS, XML, begin_push, fail, release, start, succeed
 
 END = b"the conversation is over"
@@ -75,6 +75,7 @@ def converse(analyzer: Analyzer, pc: Pc, other: Pc) -> None:
     other.get_info(Info.ACTIVITY)  # answered once the registration is through
     pc.register(PASSWORD)
     pc.start_heartbeat()
+    wait_until(lambda: zelapp.expect(PcConnection).connected, 10, "the PC is connected")
     pc.get_info(*Info)
     zelapp.send_result(PATIENT, f"ResultID = {PATIENT_ID}")
     pc.receive_result()
