@@ -37,6 +37,8 @@ protected:
         WriteFile(kOwnConfigFile, kSettings);
         database_.Execute("INSERT INTO Tb_Operator_List VALUES ('admin', 'pass')");
         // Made here, before there are threads.
+        CConfigMgr::GetInstance();
+        CDeviceInfo::GetInstance();
         RMUP::Net::CConnectionMonitor::GetInstance();
         RMUP::Net::CUDPServer::GetInstance();
     }
