@@ -57,6 +57,7 @@ class Daemon:
         # A report must come out on standard error, where `sanitizer_report` looks.
         options = {f"{name}_OPTIONS": os.environ.get(f"{name}_OPTIONS", "") + ":log_path=stderr"
                    for name in ("ASAN", "TSAN", "UBSAN")}
+        options["TSAN_OPTIONS"] += f":suppressions={PROJECT}/tests/tsan.supp"
         command = [*RUNNERS.get(preset(), []), str(path)]
         with open(self.sandbox.root / "stdout", "ab") as output, open(self.sandbox.root / "stderr", "ab") as error:
             self._process = self.sandbox.spawn(command, output, error, options | (env or {}))
