@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import re
 import struct
 import time
 from typing import Any
@@ -80,6 +81,8 @@ def test_a_pc_that_replaces_a_connected_one_gets_results(analyzer: Analyzer, con
         analyzer.zelapp.send_result(PATIENT, f"ResultID = {PATIENT_ID}")
         assert "P-4711" in new.receive_result()
         analyzer.zelapp.expect(ResultSent)
+        # ZELApp hears of the result just before the status changes back, and until then nobody registers.
+        wait_until(lambda: re.findall('Status changed to "(.*)"', analyzer.daemon.log())[-1] == "Registered", 5, "it does")
     time.sleep(3)  # longer than a session that is told to end needs for it
     assert connected_pc.get_info(Info.REGISTRATION) == {Info.REGISTRATION: b"\x01"}
     assert analyzer.daemon.threads() == threads
