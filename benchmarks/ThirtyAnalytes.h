@@ -4,8 +4,8 @@
 
 #include "hl7wrap/COUL_R22Wrap.h"
 
-/// Fills a result of 30 analytes as the service does, the values of ordinary lengths.
-inline void FillThirtyAnalytes(ZELHL7::COUL_R22Wrap& message) {
+/// Fills a result as the service does, the values of ordinary lengths.
+inline void FillAnalytes(ZELHL7::COUL_R22Wrap& message, int count) {
     message.SetHeader("ORVELA", "LAB", "NULL", "NULL", "0");
     message.SetPatient("P-000123", "", "", "20190304", "F", "CANINE", "W-3", "Dog");
     message.SetSpecimen("SER", "P");
@@ -13,7 +13,7 @@ inline void FillThirtyAnalytes(ZELHL7::COUL_R22Wrap& message) {
     message.SetInventory("", "", "", "");
     message.SetOrder("NULL", "D0815", "Comprehensive 30", "NULL");
     message.SetOrderControl("NULL", "NULL");
-    for (int index = 0; index < 30; ++index) {
+    for (int index = 0; index < count; ++index) {
         ZELHL7::Observation observation;
         observation.subId = "AN" + std::to_string(index);
         observation.value = std::to_string(index) + ".25";
@@ -25,4 +25,8 @@ inline void FillThirtyAnalytes(ZELHL7::COUL_R22Wrap& message) {
         message.AddObservation(observation);
     }
     message.SetSubstanceLot("L2309");
+}
+
+inline void FillThirtyAnalytes(ZELHL7::COUL_R22Wrap& message) {
+    FillAnalytes(message, 30);
 }
