@@ -4,8 +4,8 @@
 
 namespace {
 
-/// The argument of each benchmark is the number of analytes: 30 is what the peers are measured with, all of them together
-/// show how the time grows.
+/// The argument of each benchmark is the number of analytes: 30 is what the peers are measured with, all of them
+/// together show how the time grows.
 void ByAnalytes(benchmark::internal::Benchmark* benchmark) {
     for (const int count : {1, 10, 30, 100, 300, 1000, 2000}) {
         benchmark->Arg(count);
