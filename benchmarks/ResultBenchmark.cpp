@@ -11,6 +11,7 @@
 #include <memory>
 
 #include "common/Constants.h"
+#include "core/Routes.h"
 #include "process/CTransferResult.h"
 
 namespace {
@@ -58,7 +59,7 @@ void MakeAnalyzer() {
 }
 
 void LoadFillAndEncode(benchmark::State& state) {
-    CTransferResult transfer;
+    CTransferResult transfer(Service());
     for (auto _ : state) {
         std::string text;
         if (transfer.SetHL7ResultPacket(CTransferResult::kPatientResult, kKey, text) != 0 || text.size() < 3000) {

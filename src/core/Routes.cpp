@@ -3,12 +3,12 @@
 #include <memory>
 
 #include "config/CConfigMgr.h"
+#include "config/CDeviceInfo.h"
 #include "net/CConnectionMonitor.h"
 #include "net/CTCPListener.h"
 #include "net/CTCPSession.h"
 #include "net/CUDPServer.h"
 #include "net/CUDSServer.h"
-#include "net/Route.h"
 #include "net/UDSMessageId.h"
 #include "process/CConnect.h"
 #include "process/CTransferResult.h"
@@ -22,73 +22,94 @@ using RMUP::Net::CTCPListener;
 using RMUP::Net::CTCPSession;
 using RMUP::Net::CUDPServer;
 using RMUP::Net::CUDSServer;
-using RMUP::Net::TCPRoute;
 using RMUP::Net::TCPRoutes;
 using RMUP::Net::UDPRoute;
 using RMUP::Net::UDSRoute;
 using RMUP::Process::CImageReceiver;
+using RMUP::Process::ServiceContext;
 
 namespace {
 
 using Session = const std::shared_ptr<CTCPSession>&;
 
-int AcknowledgeIPChange(CPCMsg&) {
-    CConnectionMonitor::GetInstance()->SetIPChangePending(false);
+int AcknowledgeIPChange(const ServiceContext& service) {
+    service.monitor.SetIPChangePending(false);
     // Anybody can send this, as often as he likes; the settings file is not to be written for nothing.
-    CConfigMgr* config = CConfigMgr::GetInstance();
-    if (config->GetContents(kIPChanged) != "0") {
-        config->SetContents(kIPChanged, 0);
+    if (service.config.GetContents(kIPChanged) != "0") {
+        service.config.SetContents(kIPChanged, 0);
     }
     return 0;
 }
 
 /// Of the PC's error notices, those with which it gives an update up; it has no others for the device.
-void ProcessErrorNotice(CPCMsg& message, Session session) {
+void ProcessErrorNotice(const ServiceContext& service, CPCMsg& message, Session session) {
     const auto payload = message.GetPayload();
     const std::uint16_t code = payload.size() < 2 ? std::uint16_t{0} : Bytes::GetBE16(payload, 0);
     if (code >= kFirstCancel && code <= kLastCancel) {
-        CUpdateCommand().ProcessUpdateCancel(message, session);
+        CUpdateCommand(service).ProcessUpdateCancel(message, session);
     }
 }
 
-constexpr UDPRoute kUDPRoutes[] = {
-    {kScanDevice, [](CPCMsg& message) { return CConnect().ProcessScanDevice(message); },
-     "%s Process scan device failed", false},
-    {kDeviceInfoChange, [](CPCMsg& message) { return CConnect().ProcessDeviceInfoChangeNotify(message); },
-     "%s Process device info change notify failed", true},
-    {kDeviceInfoChangeAck, &AcknowledgeIPChange, "%s", false},
-};
+/// Makes the handler object for one message and runs it, for each message anew.
+template <typename Handler, typename Result, typename... Arguments>
+auto With(const ServiceContext& service, Result (Handler::*process)(Arguments...)) {
+    return [&service, process](auto&... arguments) { return (Handler(service).*process)(arguments...); };
+}
 
-constexpr TCPRoute kTCPRoutes[] = {
-    {kRegisterDevice, [](CPCMsg& message, Session session) { CConnect().ProcessRegisterDevice(message, session); }},
-    {kUnregisterDevice, [](CPCMsg& message, Session session) { CConnect().ProcessUnregisterDevice(message, session); }},
-    {kGetInfo, [](CPCMsg& message, Session session) { CConnect().ProcessGetDeviceInfo(message, session); }},
-    {kUpdateStart, [](CPCMsg& message, Session session) { CConnect().ProcessUpdateStart(message, session); }},
-    {kImageData,
-     [](CPCMsg& message, Session session) { CUpdateCommand().ProcessReceiveUpdateImage(message, session); }},
-    {kInfo, [](CPCMsg& message, Session session) { CUpdateCommand().ProcessUpdateInfoRes(message, session); }},
-    {kErrorNotice, &ProcessErrorNotice},
-    {kResult, [](CPCMsg&, Session session) { session->AcknowledgeResult(); }},
-};
+std::vector<UDPRoute> UDPRoutes(const ServiceContext& service) {
+    return {
+        {kScanDevice, With(service, &CConnect::ProcessScanDevice), "%s Process scan device failed", false},
+        {kDeviceInfoChange, With(service, &CConnect::ProcessDeviceInfoChangeNotify),
+         "%s Process device info change notify failed", true},
+        {kDeviceInfoChangeAck, [&service](CPCMsg&) { return AcknowledgeIPChange(service); }, "%s", false},
+    };
+}
 
-constexpr TCPRoutes kTCP = {kTCPRoutes, [](Session session) { CImageReceiver::GetInstance()->SessionEnded(session); }};
+TCPRoutes PCRoutes(const ServiceContext& service) {
+    return {
+        {
+            {kRegisterDevice, With(service, &CConnect::ProcessRegisterDevice)},
+            {kUnregisterDevice, With(service, &CConnect::ProcessUnregisterDevice)},
+            {kGetInfo, With(service, &CConnect::ProcessGetDeviceInfo)},
+            {kUpdateStart, With(service, &CConnect::ProcessUpdateStart)},
+            {kImageData, With(service, &CUpdateCommand::ProcessReceiveUpdateImage)},
+            {kInfo, With(service, &CUpdateCommand::ProcessUpdateInfoRes)},
+            {kErrorNotice,
+             [&service](CPCMsg& message, Session session) { ProcessErrorNotice(service, message, session); }},
+            {kResult, [](CPCMsg&, Session session) { session->AcknowledgeResult(); }},
+        },
+        [](Session session) { CImageReceiver::GetInstance()->SessionEnded(session); },
+    };
+}
 
-constexpr UDSRoute kUDSRoutes[] = {
-    {kUDSAddressChanged, [](CUDSMsg&) { CConnect().ProcessIPChange(); }},
-    {kUDSSendResult, [](CUDSMsg& message) { CTransferResult().ProcessSendResult(message); }},
-    {kUDSUpdateStart, [](CUDSMsg& message) { CUpdateCommand().ProcessUpdateStart(message); }},
-    {kUDSUpdateResponse, [](CUDSMsg& message) { CUpdateCommand().ProcessUpdateRequestRes(message); }},
-};
+std::vector<UDSRoute> UDSRoutes(const ServiceContext& service) {
+    return {
+        {kUDSAddressChanged, [&service](CUDSMsg&) { CConnect(service).ProcessIPChange(); }},
+        {kUDSSendResult, With(service, &CTransferResult::ProcessSendResult)},
+        {kUDSUpdateStart, With(service, &CUpdateCommand::ProcessUpdateStart)},
+        {kUDSUpdateResponse, With(service, &CUpdateCommand::ProcessUpdateRequestRes)},
+    };
+}
 
 }  // namespace
 
-Routes AllRoutes() {
-    return {kUDPRoutes, kTCP, kUDSRoutes};
+const ServiceContext& Service() {
+    static const ServiceContext service = {*CConfigMgr::GetInstance(), *CDeviceInfo::GetInstance(),
+                                           *CConnectionMonitor::GetInstance(), *CUDPServer::GetInstance(),
+                                           *CUDSServer::GetInstance()};
+    return service;
+}
+
+const Routes& AllRoutes() {
+    // Never deleted: other threads use them while the process exits.
+    static const Routes* const routes = new Routes{UDPRoutes(Service()), PCRoutes(Service()), UDSRoutes(Service())};
+    return *routes;
 }
 
 void ConnectRoutes() {
-    CConnectionMonitor* monitor = CConnectionMonitor::GetInstance();
-    CUDPServer::GetInstance()->Connect(kUDPRoutes, monitor);
-    CTCPListener::GetInstance()->Connect(kTCP, monitor);
-    CUDSServer::GetInstance()->Connect(kUDSRoutes);
+    const Routes& routes = AllRoutes();
+    const ServiceContext& service = Service();
+    service.udp.Connect(routes.udp, &service.monitor);
+    CTCPListener::GetInstance()->Connect(routes.tcp, &service.monitor);
+    service.local.Connect(routes.uds);
 }

@@ -1,17 +1,22 @@
 #pragma once
 
-#include <span>
+#include <vector>
 
 #include "net/Route.h"
+#include "process/update/ServiceContext.h"
 
-/// The routes of every endpoint: which request is handled where. They live as long as the program.
+/// The routes of every endpoint: which request is handled where.
 struct Routes {
-    std::span<const RMUP::Net::UDPRoute> udp;
-    const RMUP::Net::TCPRoutes& tcp;
-    std::span<const RMUP::Net::UDSRoute> uds;
+    std::vector<RMUP::Net::UDPRoute> udp;
+    RMUP::Net::TCPRoutes tcp;
+    std::vector<RMUP::Net::UDSRoute> uds;
 };
 
-Routes AllRoutes();
+/// What every handler is given. Made on the first call, which the main thread makes before there are others.
+const RMUP::Process::ServiceContext& Service();
+
+/// Made like what Service() returns; they live as long as the program.
+const Routes& AllRoutes();
 
 /// Gives each endpoint its routes. Called once, before any endpoint is started.
 void ConnectRoutes();

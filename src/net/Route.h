@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <functional>
 #include <memory>
-#include <span>
+#include <vector>
 
 #include "net/CPCMsg.h"
 #include "net/CUDSMsg.h"
@@ -12,36 +13,36 @@ namespace RMUP::Net {
 
 class CTCPSession;
 
-/// Who handles a message: `handle` makes the handler object for this one message and runs it on the receiving thread.
+/// Who handles a message: `handle` is called for each message of its id, on the receiving thread.
 /// Route tables outlive the endpoints that they are given to.
 struct UDPRoute {
     std::uint16_t id;
-    int (*handle)(CPCMsg& message);  ///< negative = failed
-    const char* failure;             ///< the log line of a failure; its one %s receives the tag
-    bool heartbeat;                  ///< successes count as signs of life of the PC
+    std::function<int(CPCMsg& message)> handle;  ///< negative = failed
+    const char* failure;                         ///< the log line of a failure; its one %s receives the tag
+    bool heartbeat;                              ///< successes count as signs of life of the PC
 };
 
 struct TCPRoute {
     std::uint16_t id;
-    void (*handle)(CPCMsg& message, const std::shared_ptr<CTCPSession>& session);
+    std::function<void(CPCMsg& message, const std::shared_ptr<CTCPSession>& session)> handle;
 };
 
 /// What a session does with the PC's packets, and whom it tells that it has ended.
 struct TCPRoutes {
-    std::span<const TCPRoute> routes;
-    void (*sessionEnded)(const std::shared_ptr<CTCPSession>& session);
+    std::vector<TCPRoute> routes;
+    std::function<void(const std::shared_ptr<CTCPSession>& session)> sessionEnded;
 };
 
 struct UDSRoute {
     std::uint16_t id;
-    void (*handle)(CUDSMsg& message);
+    std::function<void(CUDSMsg& message)> handle;
 };
 
 /// The route of a command or message id, or null: such messages are ignored.
-template <typename Route>
-const Route* FindRoute(std::span<const Route> routes, std::uint16_t id) {
-    const auto found = std::ranges::find(routes, id, &Route::id);
-    return found == routes.end() ? nullptr : &*found;
+template <typename Table>
+auto FindRoute(const Table& routes, std::uint16_t id) -> decltype(std::ranges::data(routes)) {
+    const auto found = std::ranges::find(routes, id, [](const auto& route) { return route.id; });
+    return found == std::ranges::end(routes) ? nullptr : &*found;
 }
 
 }  // namespace RMUP::Net

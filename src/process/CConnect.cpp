@@ -16,9 +16,6 @@
 #include "wire/Bytes.h"
 #include "wire/PCCommand.h"
 
-using RMUP::Net::CConnectionMonitor;
-using RMUP::Net::CUDPServer;
-
 namespace {
 
 constexpr std::size_t kAddressSize = 4;
@@ -31,7 +28,8 @@ void PutText(std::span<std::uint8_t> payload, std::size_t offset, std::size_t si
 
 }  // namespace
 
-CConnect::CConnect() : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)) {}
+CConnect::CConnect(const RMUP::Process::ServiceContext& service)
+    : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)), service_(service) {}
 
 int CConnect::ProcessScanDevice(CPCMsg& message) {
     static constexpr char kTag[] = "[CConnect::ProcessScanDevice]";
@@ -52,18 +50,17 @@ int CConnect::ProcessScanDevice(CPCMsg& message) {
     const std::string pcAddress = CNetUtils::DottedAddress(pc.sin_addr);
 
     log_->WriteInfo("%s Scan device response making start", kTag);
-    const CDeviceInfo* device = CDeviceInfo::GetInstance();
-    const CConfigMgr* config = CConfigMgr::GetInstance();
-    const RegisteredPC registered = config->GetRegisteredPC();
-    std::string modelName = device->GetProject().substr(0, kModelNameSize);
-    if (device->GetModelType() == kVeterinaryModel) {
+    const CDeviceInfo& device = service_.device;
+    const RegisteredPC registered = service_.config.GetRegisteredPC();
+    std::string modelName = device.GetProject().substr(0, kModelNameSize);
+    if (device.GetModelType() == kVeterinaryModel) {
         modelName.replace(0, std::min<std::size_t>(modelName.size(), 4), "N62V");
     }
 
     std::array<std::uint8_t, kResponseSize> payload{};
-    PutText(payload, 0, kSerialSize, device->GetSerialNumber());
-    payload[15] = device->GetStatus() != DeviceStatus::kDisconnect ? 1 : 0;
-    Bytes::PutBE16(payload, 16, config->GetNumber(kZELRMTCPPort));
+    PutText(payload, 0, kSerialSize, device.GetSerialNumber());
+    payload[15] = device.GetStatus() != DeviceStatus::kDisconnect ? 1 : 0;
+    Bytes::PutBE16(payload, 16, service_.config.GetNumber(kZELRMTCPPort));
     Bytes::PutBE32(payload, 18, CNetUtils::AddressNumber(CNetUtils().GetMyIPAddrFor(pcAddress)));
     Bytes::PutBE32(payload, 32, CNetUtils::AddressNumber(registered.address));
     PutText(payload, 36, kNameSize, registered.name);
@@ -71,7 +68,7 @@ int CConnect::ProcessScanDevice(CPCMsg& message) {
 
     CPCMsg response;
     const auto packet = response.MakePacket(kScanDeviceResponse, message.GetTag(), 0xFF, payload, true);
-    CUDPServer::GetInstance()->SendIfRoom(packet, pc);
+    service_.udp.SendIfRoom(packet, pc);
     response.WritePacketLog();
     log_->WriteInfo("%s Scan device sequence complete", kTag);
     return 0;
@@ -87,12 +84,11 @@ int CConnect::ProcessGetDeviceInfo(CPCMsg& message, const SessionPtr& session) {
         return -1;
     }
     log_->WriteInfo("%s Get device info response making start", kTag);
-    CDeviceInfo* device = CDeviceInfo::GetInstance();
-    const CConfigMgr* config = CConfigMgr::GetInstance();
-    const RegisteredPC registered = config->GetRegisteredPC();
+    CDeviceInfo& device = service_.device;
+    const RegisteredPC registered = service_.config.GetRegisteredPC();
     const std::uint16_t mask = Bytes::GetBE16(message.GetPayload(), 0);
     if ((mask & kItemAnyVersion) != 0) {
-        device->RefreshVersions();
+        device.RefreshVersions();
     }
 
     std::vector<std::uint8_t> payload;
@@ -107,37 +103,37 @@ int CConnect::ProcessGetDeviceInfo(CPCMsg& message, const SessionPtr& session) {
 
     Bytes::PutBE16(append(2), 0, mask);
     if ((mask & kItemActivity) != 0) {
-        const DeviceStatus status = device->GetStatus();
+        const DeviceStatus status = device.GetStatus();
         append(1)[0] = status == DeviceStatus::kAnalyzing ? 1 : status == DeviceStatus::kUpdating ? 3 : 4;
     }
     if ((mask & kItemPeerID) != 0) {
-        append(1)[0] = static_cast<std::uint8_t>(config->GetNumber(kPCPeerID));
+        append(1)[0] = static_cast<std::uint8_t>(service_.config.GetNumber(kPCPeerID));
     }
     if ((mask & kItemTCPPort) != 0) {
-        Bytes::PutBE16(append(2), 0, config->GetNumber(kZELRMTCPPort));
+        Bytes::PutBE16(append(2), 0, service_.config.GetNumber(kZELRMTCPPort));
     }
     const std::string peer = session->GetClientIPAddr();
     if ((mask & kItemDeviceAddress) != 0) {
         Bytes::PutBE32(append(4), 0, CNetUtils::AddressNumber(CNetUtils().GetMyIPAddrFor(peer)));
     }
     if ((mask & kItemSerialNumber) != 0) {
-        appendText(kSerialSize, device->GetSerialNumber());
+        appendText(kSerialSize, device.GetSerialNumber());
     }
     if ((mask & kItemSYSVersion) != 0) {
-        appendText(kVersionSize, device->GetSYSVersion());
+        appendText(kVersionSize, device.GetSYSVersion());
     }
     if ((mask & kItemAppVersion) != 0) {
-        appendText(kVersionSize, device->GetAppVersion());
+        appendText(kVersionSize, device.GetAppVersion());
     }
     if ((mask & kItemDSPVersion) != 0) {
-        appendText(kVersionSize, device->GetDSPVersion());
+        appendText(kVersionSize, device.GetDSPVersion());
     }
     if ((mask & kItemXMLVersion) != 0) {
-        appendText(kVersionSize, device->GetXMLVersion());
+        appendText(kVersionSize, device.GetXMLVersion());
     }
     // PC programs ask for the XML archive under two bits and expect the same version under both.
     if ((mask & kItemXMLVersionAgain) != 0) {
-        appendText(kVersionSize, device->GetXMLVersion());
+        appendText(kVersionSize, device.GetXMLVersion());
     }
     if ((mask & kItemReserved) != 0) {
         append(2);
@@ -147,7 +143,7 @@ int CConnect::ProcessGetDeviceInfo(CPCMsg& message, const SessionPtr& session) {
     if ((mask & kItemRegistration) != 0) {
         if (peer == registered.address) {
             append(1)[0] = 1;
-            CConnectionMonitor::GetInstance()->SeeLink(session);
+            service_.monitor.SeeLink(session);
         } else {
             append(1)[0] = 0;
             Bytes::PutBE32(append(kAddressSize), 0, CNetUtils::AddressNumber(registered.address));
@@ -168,7 +164,7 @@ int CConnect::ProcessDeviceInfoChangeNotify(CPCMsg& message) {
     constexpr std::size_t kSerialOffset = 2;
     constexpr std::size_t kSerialSize = 15;
 
-    const RegisteredPC registered = CConfigMgr::GetInstance()->GetRegisteredPC();
+    const RegisteredPC registered = service_.config.GetRegisteredPC();
     const sockaddr_in& pc = message.GetPeerAddress();
     const std::string address = CNetUtils::DottedAddress(pc.sin_addr);
     const std::uint16_t port = ntohs(pc.sin_port);
@@ -184,8 +180,7 @@ int CConnect::ProcessDeviceInfoChangeNotify(CPCMsg& message) {
     }
     if ((Bytes::GetBE16(payload, 0) & kItemSerialCheck) != 0 &&
         (payload.size() < kSerialOffset + kSerialSize ||
-         TextField(payload, kSerialOffset, kSerialSize) !=
-             CDeviceInfo::GetInstance()->GetSerialNumber().substr(0, kSerialSize))) {
+         TextField(payload, kSerialOffset, kSerialSize) != service_.device.GetSerialNumber().substr(0, kSerialSize))) {
         log_->WriteError("%s Device serial defer from PC request serial", kTag);
         return -1;
     }
@@ -196,18 +191,17 @@ int CConnect::ProcessDeviceInfoChangeNotify(CPCMsg& message) {
     }
 
     CPCMsg response;
-    CUDPServer::GetInstance()->SendMessage(response.MakePacket(kDeviceInfoChangeAck, message.GetTag(), peerID, {}), pc);
-    CConnectionMonitor::GetInstance()->SetUDPConnection(true);
+    service_.udp.SendMessage(response.MakePacket(kDeviceInfoChangeAck, message.GetTag(), peerID, {}), pc);
+    service_.monitor.SetUDPConnection(true);
     return 0;
 }
 
 void CConnect::ProcessIPChange() {
     static constexpr char kTag[] = "[CConnect::ProcessIPChange]";
-    CConfigMgr* config = CConfigMgr::GetInstance();
-    const std::string address = config->GetContents(kPCIPAddress);
+    const std::string address = service_.config.GetContents(kPCIPAddress);
     if (address != kNoPCAddress && address != kUSBPCAddress) {
         log_->WriteInfo("%s PCIP: %s is not USB IP(%s)", kTag, address.c_str(), kUSBPCAddress);
-        config->SetContents(kIPChanged, 1);
+        service_.config.SetContents(kIPChanged, 1);
         log_->WriteInfo("%s IP changed setting", kTag);
     }
     log_->WriteInfo("%s ZELRmUp killself", kTag);

@@ -9,6 +9,7 @@
 #include "net/CPCMsg.h"
 #include "net/CUDSMsg.h"
 #include "platform/Log.h"
+#include "process/update/ServiceContext.h"
 
 /// The PC's requests that find, register and ask the analyzer, and the analyzer's own change of address. Made for one
 /// message by the thread that received it. Operations return 0, or -1 when the request is refused or failed.
@@ -16,7 +17,7 @@ class CConnect {
 public:
     using SessionPtr = std::shared_ptr<IPCSession>;
 
-    CConnect();
+    explicit CConnect(const RMUP::Process::ServiceContext& service);
 
     /// Answers a scan at the address and port that the request names.
     [[nodiscard]] int ProcessScanDevice(CPCMsg& message);
@@ -45,4 +46,5 @@ private:
     void NotifyPreviousPC(CPCMsg& request, const RegisteredPC& previous);
 
     QENFx::Log::FileLog* log_;
+    const RMUP::Process::ServiceContext& service_;
 };

@@ -16,9 +16,6 @@
 #include "wire/Bytes.h"
 #include "wire/PCCommand.h"
 
-using RMUP::Net::CConnectionMonitor;
-using RMUP::Net::CUDPServer;
-
 namespace {
 
 // Register request: where its fields stand and how long they are.
@@ -57,7 +54,7 @@ bool PasswordMatches(std::span<const std::uint8_t> given, const std::string& sto
 bool CConnect::MayRegister(CPCMsg& message, const SessionPtr& session) {
     const auto request = message.GetPayload();
     const std::uint8_t peerID = message.GetSubTag();
-    const DeviceStatus status = CDeviceInfo::GetInstance()->GetStatus();
+    const DeviceStatus status = service_.device.GetStatus();
     if (status != DeviceStatus::kDisconnect && status != DeviceStatus::kRegistered) {
         log_->WriteError("%s Cannot register now, analyzing or update is in progress", kRegisterTag);
         if (status == DeviceStatus::kAnalyzing) {
@@ -105,29 +102,27 @@ int CConnect::ProcessRegisterDevice(CPCMsg& message, const SessionPtr& session) 
         response.MakePacket(kRegisterDeviceResponse, message.GetTag(), peerID, std::span(&peerID, 1)));
     response.WritePacketLog();
 
-    CDeviceInfo::GetInstance()->SetStatus(DeviceStatus::kRegistered);
+    service_.device.SetStatus(DeviceStatus::kRegistered);
     // The PC gets ready for the link before the device counts it as up.
     sleep(1);
-    CConnectionMonitor::GetInstance()->ConfirmLink(*session);
+    service_.monitor.ConfirmLink(*session);
     log_->WriteInfo("%s Register device sequence complete", kRegisterTag);
     return 0;
 }
 
 void CConnect::Register(CPCMsg& message, const RegisteredPC& pc, const SessionPtr& session) {
-    CConfigMgr* config = CConfigMgr::GetInstance();
-    CConnectionMonitor* monitor = CConnectionMonitor::GetInstance();
     // Read before the link goes down, on which the monitor takes the status back.
-    bool anotherPC = CDeviceInfo::GetInstance()->GetStatus() == DeviceStatus::kRegistered;
+    bool anotherPC = service_.device.GetStatus() == DeviceStatus::kRegistered;
     RegisteredPC previous;
     {
         const std::lock_guard lock(registering);
         // A PC that is just being registered is another PC, too.
-        anotherPC |= monitor->ReplaceLink(session);
-        monitor->SetIPChangePending(false);
-        previous = config->GetRegisteredPC();
-        config->SetRegisteredPC(pc);
+        anotherPC |= service_.monitor.ReplaceLink(session);
+        service_.monitor.SetIPChangePending(false);
+        previous = service_.config.GetRegisteredPC();
+        service_.config.SetRegisteredPC(pc);
         // Once more: until it was stored, the previous PC could come between.
-        monitor->ReplaceLink(session);
+        service_.monitor.ReplaceLink(session);
     }
 
     if (anotherPC) {
@@ -147,23 +142,22 @@ void CConnect::NotifyPreviousPC(CPCMsg& request, const RegisteredPC& previous) {
     CPCMsg notice;
     const auto packet =
         notice.MakePacket(kDeviceInfoChange, request.GetTag(), static_cast<std::uint8_t>(previous.peerID), payload);
-    CUDPServer::GetInstance()->SendMessage(packet, CNetUtils::SocketAddress(previous.address, previous.udpPort));
+    service_.udp.SendMessage(packet, CNetUtils::SocketAddress(previous.address, previous.udpPort));
 }
 
 int CConnect::ProcessUnregisterDevice(CPCMsg& message, const SessionPtr& session) {
     static constexpr char kTag[] = "[CConnect::ProcessUnregisterDevice]";
     log_->WriteInfo("%s Unregister device response making start", kTag);
-    CConfigMgr* config = CConfigMgr::GetInstance();
     const std::string address = session->GetClientIPAddr();
     {
         const std::lock_guard lock(registering);
-        const RegisteredPC pc = config->GetRegisteredPC();
+        const RegisteredPC pc = service_.config.GetRegisteredPC();
         if (message.GetSubTag() != static_cast<std::uint8_t>(pc.peerID) || address != pc.address) {
             return -1;
         }
-        if (session == CDeviceInfo::GetInstance()->GetSession()) {
-            config->ForgetRegisteredPC();
-            CConnectionMonitor::GetInstance()->ReleaseLink(*session);
+        if (session == service_.device.GetSession()) {
+            service_.config.ForgetRegisteredPC();
+            service_.monitor.ReleaseLink(*session);
         }
     }
 

@@ -53,12 +53,11 @@ int CConnect::ProcessUpdateStart(CPCMsg& message, const SessionPtr& session) {
             // ZELApp is asked all the same and will say no; the running update keeps its marks.
             log_->WriteError("%s Another update processing now", kTag);
         } else {
-            CDeviceInfo* device = CDeviceInfo::GetInstance();
             // Takes back a cancel as well, which from here on is one of this offer's update.
-            device->ClearImageInfo();
+            service_.device.ClearImageInfo();
             for (const Announced& announced : kAnnounced) {
                 if ((payload[0] & announced.bit) != 0) {
-                    ImageInfo& image = device->GetImageInfo()[static_cast<std::size_t>(announced.image)];
+                    ImageInfo& image = service_.device.GetImageInfo()[static_cast<std::size_t>(announced.image)];
                     image.IsFile = true;
                     image.NeedUpdate = true;
                     log_->WriteInfo(announced.line, kTag);
@@ -68,7 +67,6 @@ int CConnect::ProcessUpdateStart(CPCMsg& message, const SessionPtr& session) {
     }
 
     CUDSMsg request;
-    RMUP::Net::CUDSServer::GetInstance()->SendMessage(
-        request.GetSendPacket(kUDSUpdateRequest, std::array<std::uint8_t, 1>{kPCAsksForUpdate}));
+    service_.local.SendMessage(request.GetSendPacket(kUDSUpdateRequest, std::array<std::uint8_t, 1>{kPCAsksForUpdate}));
     return 0;
 }

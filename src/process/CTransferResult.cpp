@@ -182,10 +182,11 @@ private:
 
 }  // namespace
 
-CTransferResult::CTransferResult() : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)) {}
+CTransferResult::CTransferResult(const RMUP::Process::ServiceContext& service)
+    : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)), service_(service) {}
 
 int CTransferResult::ProcessSendResult(CUDSMsg& request) {
-    CDeviceInfo* device = CDeviceInfo::GetInstance();
+    CDeviceInfo* device = &service_.device;
     device->SetStatus(DeviceStatus::kTransferResult);
 
     std::string key;

@@ -4,6 +4,7 @@
 
 #include "net/CUDSMsg.h"
 #include "platform/Log.h"
+#include "process/update/ServiceContext.h"
 
 /// Sends one finished result to the registered PC as an HL7 OUL^R22 message and marks it as sent. Made for one request
 /// of ZELApp by the thread that received it.
@@ -12,7 +13,7 @@ public:
     /// What the digit in the request file says; every other digit names a control result.
     static constexpr int kPatientResult = 1;
 
-    CTransferResult();
+    explicit CTransferResult(const RMUP::Process::ServiceContext& service);
 
     /// The whole transfer, from the request file to the report to ZELApp. Returns 0 when the PC has the result, else
     /// -1.
@@ -35,4 +36,5 @@ private:
     void MarkAsSent(int kind, const std::string& key);
 
     QENFx::Log::FileLog* log_;
+    const RMUP::Process::ServiceContext& service_;
 };

@@ -45,8 +45,8 @@ constexpr char kInfoTag[] = "[CUpdateCommand::ProcessUpdateInfoRes]";
 
 }  // namespace
 
-CUpdateCommand::CUpdateCommand()
-    : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)), device_(CDeviceInfo::GetInstance()) {}
+CUpdateCommand::CUpdateCommand(const RMUP::Process::ServiceContext& service)
+    : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)), service_(service), device_(&service.device) {}
 
 int CUpdateCommand::ProcessUpdateStart(CUDSMsg& message) {
     static constexpr char kTag[] = "[CUpdateCommand::ProcessUpdateStart]";
@@ -83,7 +83,7 @@ int CUpdateCommand::ProcessUpdateRequestRes(CUDSMsg& message) {
         log_->WriteInfo("%s Update possible status", kTag);
     } else if (payload[0] == kImpossible) {
         log_->WriteInfo("%s Update impossible status, send it to PC", kTag);
-        RMUP::Process::SendUpdateImpossible(device_->GetSession());
+        RMUP::Process::SendUpdateImpossible(service_.device.GetSession());
     } else {
         log_->WriteError("%s Unknown status", kTag);
     }

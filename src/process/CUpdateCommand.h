@@ -12,6 +12,7 @@
 #include "platform/Log.h"
 #include "process/update/CByteSource.h"
 #include "process/update/CImageReceiver.h"
+#include "process/update/ServiceContext.h"
 #include "process/update/UpdateFile.h"
 
 /// The requests that start, feed and cancel an update. Made for one message by the thread that received it. Operations
@@ -21,7 +22,7 @@ class CUpdateCommand {
 public:
     using SessionPtr = std::shared_ptr<IPCSession>;
 
-    CUpdateCommand();
+    explicit CUpdateCommand(const RMUP::Process::ServiceContext& service);
 
     /// ZELApp: starts the update worker, unless there is one. An update that cannot start is told as one that failed.
     int ProcessUpdateStart(CUDSMsg& message);
@@ -82,6 +83,7 @@ private:
     [[nodiscard]] bool CopySectionData(RMUP::Process::CByteSource& package, int image, std::int32_t size);
 
     QENFx::Log::FileLog* log_;
+    const RMUP::Process::ServiceContext& service_;
     CDeviceInfo* device_;
     std::vector<Answer> answers_;
 };

@@ -1,3 +1,4 @@
+#include "core/Routes.h"
 #include "fuzz/Device.h"
 #include "hl7wrap/COUL_R22Wrap.h"
 #include "net/CConnectionMonitor.h"
@@ -15,7 +16,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     UnitTest::WriteFile("/tmp/sendtopc.data", std::string(Fuzz::Text({data, size})));
 
     std::string key;
-    const int kind = CTransferResult().GetResultInfo(key);
+    const int kind = CTransferResult(Service()).GetResultInfo(key);
     Require((kind >= 0) == (size >= 2 && size <= 65536), "a request names something");
     Require(size == 0 || kind <= 9 || data[0] < '0' || data[0] > '9', "a kind is a digit");
     const std::string_view condition = Fuzz::Text({data, size}).substr(std::min<std::size_t>(size, 2));
@@ -25,7 +26,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     auto* monitor = RMUP::Net::CConnectionMonitor::GetInstance();
     monitor->ReplaceLink(session);
     CUDSMsg request;
-    const int result = CTransferResult().ProcessSendResult(request);
+    const int result = CTransferResult(Service()).ProcessSendResult(request);
     monitor->ReplaceLink(nullptr);
     Require(session->sent.size() == (result == 0 ? 1U : 0U), "a result that was sent is one packet");
     if (result == 0) {

@@ -1,3 +1,4 @@
+#include "core/Routes.h"
 #include "fuzz/Device.h"
 #include "process/CUpdateCommand.h"
 
@@ -11,7 +12,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     ImageInfos& images = CDeviceInfo::GetInstance()->GetImageInfo();
     UnitTest::WriteFile(images[kSYSImage].RawPath, package);
 
-    const int result = CUpdateCommand().SplitSYSUpdateFile();
+    const int result = CUpdateCommand(Service()).SplitSYSUpdateFile();
     Require(result == 0 || result == -1, "the split succeeds or fails");
     const auto parts = std::ranges::count_if(images, [](const ImageInfo& image) { return image.InPackage.load(); });
     Require(result == -1 || parts == 4, "a package has its four parts");

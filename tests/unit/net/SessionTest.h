@@ -47,8 +47,10 @@ protected:
     inline static Buffers packets_;
     inline static std::atomic<int> ends_{0};
 
-    static constexpr RMUP::Net::TCPRoute kRoutes[] = {{0x0A1E, &SessionTest::Keep}, {0x0A1C, &SessionTest::Keep}};
-    static constexpr RMUP::Net::TCPRoutes kTCP = {kRoutes, [](const std::shared_ptr<CTCPSession>&) { ++ends_; }};
+    // Never deleted: a session may end after its test.
+    inline static const RMUP::Net::TCPRoutes& kTCP =
+        *new RMUP::Net::TCPRoutes{{{0x0A1E, &SessionTest::Keep}, {0x0A1C, &SessionTest::Keep}},
+                                  [](const std::shared_ptr<CTCPSession>&) { ++ends_; }};
 };
 
 }  // namespace UnitTest

@@ -9,8 +9,7 @@
 
 #include "config/CConfigMgr.h"
 #include "config/CDeviceInfo.h"
-#include "net/CConnectionMonitor.h"
-#include "net/CUDPServer.h"
+#include "core/Routes.h"
 #include "unit/support/AnalyzerDatabase.h"
 #include "unit/support/ScriptedSession.h"
 
@@ -37,10 +36,7 @@ protected:
         WriteFile(kOwnConfigFile, kSettings);
         database_.Execute("INSERT INTO Tb_Operator_List VALUES ('admin', 'pass')");
         // Made here, before there are threads.
-        CConfigMgr::GetInstance();
-        CDeviceInfo::GetInstance();
-        RMUP::Net::CConnectionMonitor::GetInstance();
-        RMUP::Net::CUDPServer::GetInstance();
+        Service();
     }
 
     AnalyzerDatabase database_;
@@ -95,14 +91,14 @@ TEST_F(ConnectTest, RefusesRegistrations) {
         device->SetStatus(status);
         session->errors.clear();
         CPCMsg request = Registration(given);
-        EXPECT_EQ(CConnect().ProcessRegisterDevice(request, session), -1);
+        EXPECT_EQ(CConnect(Service()).ProcessRegisterDevice(request, session), -1);
         EXPECT_EQ(session->errors, *error == 0 ? Buffers() : Buffers{Hex(error)}) << given;
     }
     session->errors.clear();
     database_.Execute("UPDATE Tb_Operator_List SET Password = 'pass'");
     for (const char peerID : {'\n', '\r'}) {
         CPCMsg request = Registration("pass", peerID);
-        EXPECT_EQ(CConnect().ProcessRegisterDevice(request, session), -1);
+        EXPECT_EQ(CConnect(Service()).ProcessRegisterDevice(request, session), -1);
     }
     EXPECT_TRUE(session->errors.empty());
     EXPECT_TRUE(session->sent.empty());
@@ -119,7 +115,7 @@ TEST_F(ConnectTest, RegistersOnePCAtATime) {
         session->address += peerID;
         threads.emplace_back([=] {
             CPCMsg request = Registration("pass", peerID, std::string("PC-") + peerID);
-            EXPECT_EQ(CConnect().ProcessRegisterDevice(request, session), 0);
+            EXPECT_EQ(CConnect(Service()).ProcessRegisterDevice(request, session), 0);
         });
     }
     for (std::thread& thread : threads) {
@@ -140,7 +136,7 @@ TEST_F(ConnectTest, ARegistrationIsStoredWholeOrNotAtAll) {
         if (child == 0) {
             stepsToLive = step;
             CPCMsg request = Registration("pass");
-            _exit(CConnect().ProcessRegisterDevice(request, session));
+            _exit(CConnect(Service()).ProcessRegisterDevice(request, session));
         }
         ASSERT_EQ(waitpid(child, &status, 0), child);
         ASSERT_TRUE(status == 0 || WTERMSIG(status) == SIGKILL);
