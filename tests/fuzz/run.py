@@ -3,7 +3,7 @@
     /usr/bin/python3 tests/fuzz/run.py BUILD SECONDS [TARGET ...]
 
 What a target has learnt stays in BUILD/corpus/<target>; what makes it fail is kept in BUILD/found/<target>, and what it
-wrote in BUILD/found/<target>.log. The corpus in the source tree is only read. Status 1 when anything was found or a
+wrote in BUILD/found/<target>.log. The corpora in the source tree are only read. Status 1 when anything was found or a
 target did not run.
 """
 
@@ -21,6 +21,7 @@ from rich.console import Console
 from rich.table import Table
 
 HERE = Path(__file__).resolve().parent
+CORPORA = [HERE / "corpus", HERE.parent.parent / "pc/tests/fuzz/corpus"]
 JOBS = 2
 MEGABYTES = 1024
 TIMEOUT = 10  # seconds for one input; the longest take milliseconds
@@ -75,7 +76,7 @@ def fuzz(target: Target, build: Path, seconds: int) -> Outcome:
                f"-timeout={TIMEOUT}", "-print_final_stats=1", f"-artifact_prefix={found}/"]
     if target.dictionary:
         command.append(f"-dict={HERE / 'dictionaries' / target.dictionary}.dict")
-    command += [learnt, HERE / "corpus" / target.name]
+    command += [learnt, *(folder / target.name for folder in CORPORA if (folder / target.name).exists())]
     log = build / "found" / f"{target.name}.log"
     with log.open("wb") as output:
         try:

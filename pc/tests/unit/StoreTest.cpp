@@ -3,16 +3,16 @@
 #include <thread>
 
 #include "store/CStoreReader.h"
-#include "unit/host/TempDir.h"
-#include "unit/pc_gateway/Results.h"
+#include "unit/support/TempDir.h"
+#include "Results.h"
 
 namespace ZELPC {
 namespace {
 
-using HostTest::FullDisk;
-using HostTest::ReadFile;
-using HostTest::TempDir;
-using HostTest::WriteFile;
+using UnitTest::FullDisk;
+using UnitTest::ReadFile;
+using UnitTest::TempDir;
+using UnitTest::WriteFile;
 
 class StoreTest : public testing::Test {
 protected:

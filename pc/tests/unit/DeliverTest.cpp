@@ -8,13 +8,13 @@
 
 #include "deliver/CDeliveryQueue.h"
 #include "deliver/CDirectoryDestination.h"
-#include "unit/host/TempDir.h"
-#include "unit/pc_gateway/Results.h"
+#include "unit/support/TempDir.h"
+#include "Results.h"
 
 namespace ZELPC {
 namespace {
 
-using HostTest::TempDir;
+using UnitTest::TempDir;
 
 /// What all connections of a scripted destination have in common.
 struct Script {
@@ -221,7 +221,7 @@ TEST_F(DeliverTest, ADirectoryGetsOneWholeFileAResultAndNoPathOfTheAnalyzers) {
         names.push_back(entry.path().filename());
     }
     EXPECT_EQ(names, std::vector<std::string>{"20231114-221320-______A1_x-7.hl7"});
-    EXPECT_EQ(HostTest::ReadFile(results + "/" + names.at(0)), message.text);
+    EXPECT_EQ(UnitTest::ReadFile(results + "/" + names.at(0)), message.text);
 }
 
 }  // namespace

@@ -8,7 +8,7 @@
 #include <thread>
 
 #include "deliver/CMllpDestination.h"
-#include "unit/pc_gateway/Results.h"
+#include "Results.h"
 
 namespace ZELPC {
 namespace {

@@ -19,8 +19,8 @@ from bench.pc import Pc
 from bench.sandbox import ANALYZER_ADDRESS, ENGINE, PC_ADDRESS, lab_address
 from bench.zelapp import (CONTROL, PATIENT, NothingToUpdate, PcConnection, ResultFailed, ResultSent, UpdateComplete,
                           UpdateFailed, UpdateRequested)
-from conftest import OTHER_PC
-from updates import BY_PC, FROM_PC, NEW, NEWER, OLD, header_with, release, replace, sections_of, start
+from tests.system.conftest import OTHER_PC
+from tests.system.updates import BY_PC, FROM_PC, NEW, NEWER, OLD, header_with, release, replace, sections_of, start
 from zelpc import PROGRAM, Tool, run, watch
 
 pytestmark = pytest.mark.skipif(not PROGRAM.exists(), reason="zelpc is not built (./zel test pc does)")

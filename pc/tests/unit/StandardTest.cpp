@@ -2,7 +2,7 @@
 
 #include "deliver/LoincTable.h"
 #include "deliver/Standard.h"
-#include "unit/pc_gateway/Results.h"
+#include "Results.h"
 
 namespace ZELPC {
 namespace {

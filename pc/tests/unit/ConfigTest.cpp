@@ -2,14 +2,14 @@
 
 #include "gateway/CConfigTable.h"
 #include "gateway/ReadGatewayConfig.h"
-#include "unit/host/TempDir.h"
+#include "unit/support/TempDir.h"
 
 namespace ZELPC {
 namespace {
 
-using HostTest::ReadFile;
-using HostTest::TempDir;
-using HostTest::WriteFile;
+using UnitTest::ReadFile;
+using UnitTest::TempDir;
+using UnitTest::WriteFile;
 
 constexpr char kDirectory[] = "[[destination]]\nname = \"files\"\ntype = \"directory\"\ndirectory = \"/tmp/x\"\n";
 constexpr char kMllp[] = "[[destination]]\nname = \"lis\"\ntype = \"mllp\"\nhost = \"lis\"\n";
