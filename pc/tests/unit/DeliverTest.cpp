@@ -6,10 +6,10 @@
 #include <condition_variable>
 #include <thread>
 
+#include "Results.h"
 #include "deliver/CDeliveryQueue.h"
 #include "deliver/CDirectoryDestination.h"
 #include "unit/support/TempDir.h"
-#include "Results.h"
 
 namespace ZELPC {
 namespace {

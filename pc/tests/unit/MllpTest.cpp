@@ -7,8 +7,8 @@
 #include <boost/asio/write.hpp>
 #include <thread>
 
-#include "deliver/CMllpDestination.h"
 #include "Results.h"
+#include "deliver/CMllpDestination.h"
 
 namespace ZELPC {
 namespace {

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
+#include "Results.h"
 #include "deliver/LoincTable.h"
 #include "deliver/Standard.h"
-#include "Results.h"
 
 namespace ZELPC {
 namespace {

@@ -2,9 +2,9 @@
 
 #include <thread>
 
+#include "Results.h"
 #include "store/CStoreReader.h"
 #include "unit/support/TempDir.h"
-#include "Results.h"
 
 namespace ZELPC {
 namespace {
