@@ -4,8 +4,10 @@ from __future__ import annotations
 
 import argparse
 import json
+import re
 import signal
 import sys
+import textwrap
 from collections.abc import Callable
 from dataclasses import dataclass, field
 from pathlib import Path
@@ -20,9 +22,10 @@ from bench.image.release import (PAYLOAD_NAMES, VERSIONS_NAME, Build, check, lef
                                  update_files)
 from bench.image.samples import sample_payloads
 from bench.image.server import PORT, serve
-from bench.image.stick import fill
+from bench.image.stick import Allowed, fill
 
 DONE, NOT_GOOD, NOT_DONE = 0, 1, 2
+WIDTH = 79
 
 # How it is called: from the project's tree, or from its package.
 PROGRAM = "./zel image" if (Path(__file__).parents[2] / "zel").exists() else "zelrmup-image"
@@ -156,9 +159,10 @@ def command_publish(options: argparse.Namespace) -> Outcome:
     offered = {path: update for path, update in files.items() if update.image in PACKAGE}
     if not offered and not qc:
         raise Refused("nothing to publish; give files of APP, SYS and XML, or --qc")
-    outcome = listing("files", {path: path.stat().st_size for path in publish(options.directory, offered, qc)})
+    written = publish(options.directory, offered, qc, options.force)
+    outcome = listing("files", {path: path.stat().st_size for path in written})
     left_out = [str(path) for path in files if path not in offered]
-    outcome.lines += [f"{path}: left out, analyzers take only APP, SYS and XML from a server" for path in left_out]
+    outcome.lines += [f"{path}: left out, analyzers do not take it from a server" for path in left_out]
     outcome.data["left_out"] = left_out
     return outcome
 
@@ -177,10 +181,23 @@ def command_stick(options: argparse.Namespace) -> Outcome:
     sources = {path.name: path for path in files} | ({LOGO_NAME: options.logo} if options.logo else {})
     models = {update.model for update in files.values()}
     others = {LOGO_NAME, *(file_name(image, model) for model in models for image in STICK_IMAGES)} - sources.keys()
-    removed = fill(options.target, sources, others, options.anywhere, options.clear)
+    allowed = Allowed(options.anywhere, options.clear, options.force)
+    removed = fill(options.target, sources, others, allowed)
     lines = [f"{name}: {path.stat().st_size} bytes, read back" for name, path in sources.items()]
     return Outcome([*(f"{name}: removed" for name in removed), *lines],
                    {"files": list(sources), "removed": removed, "read_back": True})
+
+
+def shell_line(command: str) -> str:
+    """A command as it can be typed, on several lines where one is too wide."""
+    together = re.sub(r"( --[\w-]+) (?!-)", r"\1\0", command)  # an option and its value
+    return " \\\n".join(wrapped(together, WIDTH - 2, "  ", "      ")).replace("\0", " ")
+
+
+def wrapped(line: str, width: int, first: str, following: str) -> list[str]:
+    """Breaks a line between words; a path stays whole, however long."""
+    return textwrap.wrap(line, width, initial_indent=first, subsequent_indent=following, break_long_words=False,
+                         break_on_hyphens=False)
 
 
 Command = Callable[[argparse.Namespace], Outcome]
@@ -194,7 +211,7 @@ def parser() -> argparse.ArgumentParser:
     commands = top.add_subparsers(required=True, metavar="COMMAND")
 
     def add(name: str, run: Command, text: str, *examples: str) -> argparse.ArgumentParser:
-        lines = "".join(f"  {PROGRAM} {name} {example}\n" for example in examples)
+        lines = "".join(f"{shell_line(f'{PROGRAM} {name} {example}')}\n" for example in examples)
         command = commands.add_parser(name, help=text, description=text[0].upper() + text[1:] + ".",
                                       formatter_class=argparse.RawDescriptionHelpFormatter,
                                       epilog=f"examples:\n{lines}\n{STATUSES}")
@@ -204,7 +221,7 @@ def parser() -> argparse.ArgumentParser:
 
     make = add("make", command_make, "make the update files of a release, when they belong together",
                "payloads --model human --version 1.02.03.0004 --output release",
-               "payloads --model veterinary --output release      # versions from versions.cfg",
+               "payloads --model veterinary --output release",
                "--file dsp=out/dsp.bin --set dsp=1.00.00.0007 --model human --output release")
     make.add_argument("payloads", nargs="?", type=Path,
                       help=f"directory with {', '.join(name for name in PAYLOAD_NAMES.values() if name != 'sys.img')}, "
@@ -242,6 +259,8 @@ def parser() -> argparse.ArgumentParser:
     stick.add_argument("--logo", type=Path, metavar="FILE", help="a boot logo to be installed with the update")
     stick.add_argument("--clear", action="store_true", help="remove other update files of these models from it")
     stick.add_argument("--anywhere", action="store_true", help="take a directory that is on no removable device")
+    for command in (publication, stick):
+        command.add_argument("--force", action="store_true", help="put an older release in the place of a newer one")
     for command, several in ((inspect, "+"), (verify, "+"), (extract, "+"), (publication, "*"), (stick, "+")):
         command.add_argument("files", nargs=several, type=Path, help="update files, or directories of them")
     return top
@@ -259,7 +278,8 @@ def main(arguments: list[str] | None = None) -> int:
         print(json.dumps(outcome.data, indent=2))
     elif outcome.lines:
         show = sys.stdout if outcome.status == DONE or options.run in (command_inspect, command_diff) else sys.stderr
-        print("\n".join(outcome.lines), file=show)
+        for line in outcome.lines:
+            print("\n".join([line] if len(line) <= WIDTH else wrapped(line, WIDTH, "", "    ")), file=show)
     return outcome.status
 
 

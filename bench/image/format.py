@@ -110,6 +110,12 @@ def image_of(data: bytes) -> tuple[int, str] | None:
     return kinds.get(data[:4])
 
 
+def header_version(header: bytes) -> str:
+    """The version that the header at the front of an update file tells; empty when it is none."""
+    version = fixed_text(header[8:24])
+    return version if image_of(header) and is_version(version) else ""
+
+
 def parse(data: bytes, whole: bool = True) -> UpdateFile:
     """Reads an update file, or with `whole` false a section at the front of the data."""
     if len(data) < HEADER_SIZE:

@@ -6,7 +6,7 @@ from pathlib import Path
 from xml.sax.saxutils import quoteattr
 
 from bench.image.catalogue import INFO_PATH, MODELS, PACKAGE, QC_PATHS, file_name, server_path
-from bench.image.release import Files, leftovers, load_good, put
+from bench.image.release import Files, keep_newer, leftovers, load_good, put
 
 Offers = dict[str, dict[int, str]]  # versions by model and image
 
@@ -25,12 +25,16 @@ def document(offers: Offers) -> bytes:
     return "\n".join([*lines, "</update>", ""]).encode()
 
 
-def publish(root: Path, files: Files, qc: dict[str, Path]) -> list[Path]:
+def publish(root: Path, files: Files, qc: dict[str, Path], force: bool) -> list[Path]:
     """Puts good files of APP, SYS and XML and QC-material documents into a server's directory. What it offers for a
-    model of these files is replaced, what it offers for the other stays. Returns what was written.
+    model of these files is replaced, by an older release only with `force`; what it offers for the other stays. Returns
+    what was written.
 
     An analyzer that asks meanwhile gets whole files, though perhaps of two releases; that it refuses.
     """
+    for path, update in files.items():
+        if not force:
+            keep_newer(root / server_path(update.image, update.model), path)
     offers = {model: {update.image: update.version for update in files.values() if update.model == model}
               or offered(root, model) for model in MODELS}
     sources = {server_path(update.image, update.model): path for path, update in files.items()} \

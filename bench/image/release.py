@@ -2,13 +2,15 @@
 
 from __future__ import annotations
 
+import io
 import os
 from collections.abc import Iterable
 from pathlib import Path
 
 from bench.image.catalogue import (APP, DSP, IMAGES, LOGO_NAME, MODELS, PACKAGE, STICK_IMAGES, SYS, SYS_SECTIONS, XML,
                                    Refused, UpdateFileError, check_version, file_name)
-from bench.image.format import UpdateFile, image_of, make, make_app, make_sys, parse, problems, read_package
+from bench.image.format import (HEADER_SIZE, UpdateFile, header_version, image_of, make, make_app, make_sys, parse,
+                                problems, read_package)
 
 VERSIONS_NAME = "versions.cfg"
 PAYLOAD_NAMES = {image: f"{name}.{'zip' if image == XML else 'img'}" for image, name in enumerate(IMAGES)}
@@ -133,6 +135,21 @@ def load_good(paths: Iterable[Path]) -> Files:
     if found:
         raise UpdateFileError("; ".join(found))
     return files
+
+
+def keep_newer(there: Path, update: Path) -> None:
+    """Refuses to put an update file in the place of a newer one; any other file there is nothing to be kept."""
+    versions = []
+    for path in (there, update):
+        with open(path, "rb") if path.exists() else io.BytesIO() as file:
+            versions.append(header_version(file.read(HEADER_SIZE)))
+    old, new = versions
+    if old and new and numbers(old) > numbers(new):
+        raise Refused(f"{there}: is version {old} and would become {new}, which is older; --force does it")
+
+
+def numbers(version: str) -> list[int]:
+    return [int(number) for number in version.split(".")]
 
 
 def put(path: Path, data: bytes) -> None:

@@ -12,30 +12,38 @@ import subprocess
 import tempfile
 from collections.abc import Iterator
 from contextlib import contextmanager, suppress
+from dataclasses import dataclass
 from pathlib import Path
 
 from bench.image.catalogue import Refused
-from bench.image.release import put
+from bench.image.release import keep_newer, put
 
 SYS = Path("/sys")
 DEV = Path("/dev")
 MOUNTS = Path("/proc/self/mountinfo")
 
 
-def fill(target: Path, sources: dict[str, Path], others: set[str], anywhere: bool, clear: bool) -> list[str]:
+@dataclass(frozen=True)
+class Allowed:
+    """What is only done when it was asked for."""
+    anywhere: bool  # a directory that is on no stick is filled
+    clear: bool  # what else an analyzer would take from it is removed
+    force: bool  # an older release takes the place of a newer one
+
+
+def fill(target: Path, sources: dict[str, Path], others: set[str], allowed: Allowed) -> list[str]:
     """Copies files, under their names on the stick, to the directory of a mounted stick or to a block device.
 
-    `others` are names that must not be there besides them; `clear` removes these. `anywhere` allows a directory that is
-    on no stick. Returns the names that were removed.
+    `others` are names that must not be there besides them. Returns the names that were removed.
     """
     if target.is_block_device():
         with mounted(partition_of(os.stat(target).st_rdev, target)) as directory:
-            return copy(directory, sources, others, clear)
+            return copy(directory, sources, others, allowed)
     if not target.is_dir():
         raise Refused(f"{target}: is neither a directory nor a block device")
-    if not anywhere:
+    if not allowed.anywhere:
         check_directory(target)
-    return copy(target, sources, others, clear)
+    return copy(target, sources, others, allowed)
 
 
 def check_directory(target: Path) -> None:
@@ -116,11 +124,14 @@ def run(device: Path, *command: str) -> None:
 
 # Files
 
-def copy(directory: Path, sources: dict[str, Path], others: set[str], clear: bool) -> list[str]:
+def copy(directory: Path, sources: dict[str, Path], others: set[str], allowed: Allowed) -> list[str]:
     contents = {name: path.read_bytes() for name, path in sources.items()}
     stale = [path for path in (directory / name for name in sorted(others)) if path.exists()]
-    if stale and not clear:
+    if stale and not allowed.clear:
         raise Refused(f"{stale[0]}: is not of this release, but an analyzer would take it; --clear removes it")
+    for name, source in sources.items():
+        if not allowed.force:
+            keep_newer(directory / name, source)
     old = [path for path in (directory / name for name in contents) if path.exists()]
     room = shutil.disk_usage(directory).free + sum(path.stat().st_size for path in old + stale)
     needed = sum(map(len, contents.values()))

@@ -110,6 +110,9 @@ def test_what_is_wrong_is_found(release: Path, capsys: pytest.CaptureFixture[str
     stale = Path("www/n62v_vorn/zel_dsp.n62v.bin")
     stale.touch()
     assert run("publish www release") == 0 and not stale.exists(), "no analyzer takes it from a server"
+    assert run("make payloads --model veterinary --version 1.02.03.0005 --output newer") == 0
+    assert run("publish www newer") == 0 and run("publish www release") == 2 and "--force" in capsys.readouterr().err
+    assert run("publish www release --force") == 0 and run("diff www/n62v_vorn/zel_sys.n62v.bin release/zel_sys.n62v.bin") == 0
     (release / "zel_sys.n62v.bin").unlink()
     assert run("verify release") == 1 and "only taken together" in capsys.readouterr().err
 
@@ -130,7 +133,7 @@ def test_parts_and_versions(release: Path, capsys: pytest.CaptureFixture[str]) -
     assert run("make --file dsp=payloads/dsp.img --model human --output half") == 1
     assert run("make parts --model veterinary --version 1.02.03.0005 --output half") == 1, "which of two versions"
     assert run("verify /nowhere") == 2 and run("serve release --port 8080") == 2 and not Path("half").exists()
-    error = capsys.readouterr().err
+    error = " ".join(capsys.readouterr().err.split())
     assert "missing: kernel" in error and "not dsp of the human one" in error and "dsp: has no version" in error
     assert "/nowhere: No such file" in error and "publish makes it" in error
 
@@ -167,6 +170,8 @@ def test_sticks(release: Path, monkeypatch: pytest.MonkeyPatch, capsys: pytest.C
     assert "not on a removable device" in error and "stick/zel_logo.n62v.bin: is not of this release" in error
     assert run("make payloads --model human --version", VERSION, "--output human") == 0
     assert run("stick stick human --anywhere") == 0, "a stick serves both models"
+    assert run("make payloads --model human --version 1.02.03.0003 --output older") == 0
+    assert run("stick stick older --anywhere") == 2 and "which is older" in " ".join(capsys.readouterr().err.split())
     assert run("diff release stick") == 1 and "veterinary" not in capsys.readouterr().out
     monkeypatch.setattr(stick, "put", lambda path, data: path.write_bytes(data[:-1]))
     assert run("stick stick human --anywhere") == 2 and "reads back otherwise" in capsys.readouterr().err
