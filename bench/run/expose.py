@@ -2,7 +2,8 @@
 
 An analyzer's TCP port 9034 is PORT of 127.0.0.1 and its UDP port 9035 the one after; the next analyzer has the next two.
 The relay does what a router with address translation does: to the analyzer a PC on the host is the sandbox's PC, with
-the UDP port that it has on the host, and the addresses inside a scan and its answer are changed to fit.
+the UDP port that it has on the host, and the analyzer's address and TCP port inside what it tells, and the PC's inside a
+scan, are changed to fit.
 """
 
 from __future__ import annotations
@@ -12,13 +13,16 @@ import select
 import socket
 import struct
 import threading
+import time
+from collections.abc import Callable
 
-from bench.pcpacket import HEADER_SIZE, Command
+from bench.pcpacket import HEADER_SIZE, INFO_WIDTHS, Command, Info, decode_header
 from bench.sandbox import PC_ADDRESS, Sandbox
 
 HOST = "127.0.0.1"
 TCP_PORT, UDP_PORT = 9034, 9035  # the analyzer's
 PIECE = 1 << 16
+SILENCE = 15.0  # seconds without a datagram either way, after which a PC's UDP port is given up
 
 
 class Expose:
@@ -35,8 +39,9 @@ class Expose:
             self._datagrams[-1].bind((HOST, udp))
         self.ports = [(listener.getsockname()[1], datagrams.getsockname()[1])
                       for listener, datagrams in zip(self._listeners, self._datagrams)]
-        # UDP port of a PC on the host -> the socket that has this port in the sandbox
+        # UDP port of a PC on the host -> the socket that has this port in the sandbox, and when it was last used
         self._pc_sockets: dict[int, socket.socket] = {}
+        self._used: dict[int, float] = {}
         self._wake_read, self._wake_write = socket.socketpair()
         self._thread = threading.Thread(target=self._run)
         self._thread.start()
@@ -50,17 +55,24 @@ class Expose:
     def _run(self) -> None:
         while True:
             ready = select.select([self._wake_read, *self._listeners, *self._datagrams, *self._pc_sockets.values()],
-                                  [], [])[0]
+                                  [], [], 1.0 if self._pc_sockets else None)[0]
             if self._wake_read in ready:
                 return
+            self._give_up_silent()
             with contextlib.suppress(OSError):  # one who is gone is no reason to leave the others
                 for source in ready:
                     if source in self._listeners:
                         self._connect(source.accept()[0], self._listeners.index(source))
                     elif source in self._datagrams:
                         self._to_analyzer(self._datagrams.index(source))
-                    else:
+                    elif source.fileno() != -1:
                         self._to_host(source)
+
+    def _give_up_silent(self) -> None:
+        oldest = time.monotonic() - SILENCE
+        for port in [port for port, used in self._used.items() if used <= oldest]:
+            self._pc_sockets.pop(port).close()
+            del self._used[port]
 
     # TCP
 
@@ -74,8 +86,9 @@ class Expose:
             host.close()
             analyzer.close()
             return
-        for source, target in ((host, analyzer), (analyzer, host)):
-            threading.Thread(target=pump, args=(source, target), daemon=True).start()
+        translate = Translation(self.ports[index][0]).feed
+        for arguments in ((host, analyzer), (analyzer, host, translate)):
+            threading.Thread(target=pump, args=arguments, daemon=True).start()
 
     # UDP
 
@@ -86,10 +99,12 @@ class Expose:
             data = replace(data, HEADER_SIZE + 2, socket.inet_aton(PC_ADDRESS))
         if port not in self._pc_sockets:
             self._pc_sockets[port] = self._pc.socket(socket.SOCK_DGRAM, (PC_ADDRESS, port))
+        self._used[port] = time.monotonic()
         self._pc_sockets[port].sendto(data, (self._analyzers[index], UDP_PORT))
 
     def _to_host(self, source: socket.socket) -> None:
         data, (sender, _) = source.recvfrom(PIECE)
+        self._used[source.getsockname()[1]] = time.monotonic()
         # Without namespaces what the analyzer sends comes from another address of the loopback interface.
         index = self._analyzers.index(sender) if sender in self._analyzers else 0
         if command_of(data) == Command.SCAN_RESPONSE and len(data) >= HEADER_SIZE + 26:
@@ -106,11 +121,48 @@ def replace(data: bytes, offset: int, piece: bytes) -> bytes:
     return data[:offset] + piece + data[offset + len(piece):]
 
 
-def pump(source: socket.socket, target: socket.socket) -> None:
+class Translation:
+    """What an analyzer sends by TCP, with its address and port in 0x0A1F changed to those of the host."""
+
+    def __init__(self, tcp_port: int):
+        self._changes = {Info.TCP_PORT: struct.pack(">H", tcp_port), Info.ADDRESS: socket.inet_aton(HOST)}
+        self._waiting = b""
+        self._passing = 0  # bytes of the current packet that go on as they come
+
+    def feed(self, data: bytes) -> bytes:
+        """What can be passed on once this has come: everything but headers and 0x0A1F that are not whole yet."""
+        self._waiting += data
+        done = b""
+        while self._waiting:
+            if not self._passing:
+                if len(self._waiting) < HEADER_SIZE:
+                    break
+                packet, length = decode_header(self._waiting[:HEADER_SIZE])
+                if packet.command == Command.INFO:
+                    if len(self._waiting) < HEADER_SIZE + length:
+                        break
+                    self._waiting = self._changed(self._waiting)
+                self._passing = HEADER_SIZE + max(length, 0)
+            piece = self._waiting[:self._passing]
+            done, self._waiting = done + piece, self._waiting[len(piece):]
+            self._passing -= len(piece)
+        return done
+
+    def _changed(self, data: bytes) -> bytes:
+        mask, at = int.from_bytes(data[HEADER_SIZE:HEADER_SIZE + 2], "big"), HEADER_SIZE + 2
+        for item, width in INFO_WIDTHS.items():
+            if mask & item:
+                data = replace(data, at, self._changes.get(item, data[at:at + width]))
+                at += width
+        return data
+
+
+def pump(source: socket.socket, target: socket.socket,
+         change: Callable[[bytes], bytes] = lambda data: data) -> None:
     """Carries what comes from one to the other, and then the end of it."""
     with contextlib.suppress(OSError):
         while data := source.recv(PIECE):
-            target.sendall(data)
+            target.sendall(change(data))
     # Both directions end with one: a PC that is gone must look gone, and neither protocol half-closes.
     for end in (source, target):
         with contextlib.suppress(OSError):

@@ -15,6 +15,7 @@ import pytest
 
 from bench.analyzer import PASSWORD
 from bench.pc import Pc
+from bench.pcpacket import Info
 from bench.sandbox import ENGINE, PC_ADDRESS, PROJECT, Unsupported
 
 # A PC program that binds nothing, as most do; it stays until its input ends.
@@ -95,6 +96,9 @@ def test_a_day_with_two_analyzers(running: Running, tmp_path: Path) -> None:
         pc.register(PASSWORD)
         pc.start_heartbeat()
         running.expect("pc", analyzer=2, connected=True, address=PC_ADDRESS)
+        told = pc.get_info(Info.ACTIVITY, Info.TCP_PORT, Info.ADDRESS, Info.SERIAL)
+        assert (told[Info.TCP_PORT], told[Info.ADDRESS]) == (exposed["tcp_port"].to_bytes(2, "big"), b"\x7f\0\0\1")
+        assert told[Info.SERIAL].decode() == second["serial"][:10]
         running.type("2 send liver")
         assert "PID|||P-20931" in pc.receive_result()
         running.expect("result_sent", analyzer=2, message="0x0513")
