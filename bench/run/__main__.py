@@ -156,7 +156,8 @@ class Run:
 
 def main() -> int:
     options = parser().parse_args()
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit(0))
+    for number in (signal.SIGTERM, signal.SIGHUP):
+        signal.signal(number, lambda *_: sys.exit(0))
     run = Run(options)
     with ExitStack() as stack:
         try:
