@@ -86,7 +86,7 @@ class ProotLaboratory:
         (root / "net").mkdir()
         (root / "net/route").write_text(ROUTES)
         command = [*(WITHOUT_RIGHTS if has_rights() else []), "proot", "-w", "/"]
-        for inside in ("data", "tmp", "mnt", "etc/hosts", "etc/nsswitch.conf"):
+        for inside in ("data", "tmp", "mnt", "etc"):
             command += ["-b", f"{root / inside}:/{inside}"]
         # The project may lie below one of these.
         command += ["-b", f"{root / 'net'}:/proc/net!", "-b", str(PROJECT)]
