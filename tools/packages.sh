@@ -12,6 +12,11 @@ say() {
     echo "$*" | fold -s -w 79
 }
 
+# say_command TEXT...: a command that can be typed as it stands
+say_command() {
+    echo "$*" | fold -s -w 70 | sed -e 's/ *$//' -e '$!s/$/ \\/' -e '1s/^/   /' -e '2,$s/^/      /'
+}
+
 fail() {
     say "zel: $*" >&2
     exit 1
@@ -82,7 +87,7 @@ provide() {
         # shellcheck disable=SC2086
         if [ "$needed" = "$all" ] || [ "${why#Unable to locate}" = "$why" ] || ! apt_install $needed; then
             say "zel: $why. These packages are missing; as root, type:" >&2
-            say "   apt-get install $needed" >&2
+            say_command "apt-get install $needed" >&2
             exit 1
         fi
     fi
@@ -91,9 +96,17 @@ provide() {
 }
 
 # What makes a simulated analyzer: bubblewrap, or proot where namespaces are refused.
+sandbox_packages() {
+    if [ "${ZEL_SANDBOX:-bubblewrap}" = bubblewrap ] && unshare --user --net true 2>/dev/null; then
+        echo "bubblewrap iproute2"
+    else
+        echo proot
+    fi
+}
+
+# Sandboxes are set up in more ways than a look at the kernel tells.
 provide_sandbox() {
     [ "${ZEL_SANDBOX:-bubblewrap}" = bubblewrap ] || return 0
-    provide "" "bubblewrap iproute2"
     bwrap --unshare-all --uid 0 --gid 0 --ro-bind / / --proc /proc true 2>/dev/null || provide "" proot
 }
 
