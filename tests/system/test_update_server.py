@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import shutil
 import socket
 import time
 
@@ -47,7 +48,10 @@ def check_quiet(analyzer: Analyzer) -> None:
         pytest.fail(f"{analyzer.zelapp.receive(0.05)} came after the end")
 
 
-@pytest.mark.parametrize("name", ["nginx", "node", "the bench's own"])
+NODE = pytest.param("node", marks=pytest.mark.skipif(not shutil.which("node"), reason="needs node"))
+
+
+@pytest.mark.parametrize("name", ["nginx", NODE, "the bench's own"])
 def test_a_release_from_a_real_server(analyzer: Analyzer, name: str) -> None:
     """Catches an understanding of HTTP, images or progress that holds for one server only."""
     server = UpdateServer(analyzer.sandbox, name=name)
