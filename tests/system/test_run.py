@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import json
+import os
 import subprocess
 import sys
 import threading
@@ -27,6 +28,9 @@ with Pc(address="0.0.0.0", udp_port=0, name="Plain") as pc:
     pc.start_heartbeat()
     sys.stdin.read()
 """
+
+
+PAGE = (PROJECT / "docs/trying.md").read_text()
 
 
 class Running:
@@ -102,10 +106,9 @@ def test_a_day_with_two_analyzers(running: Running, tmp_path: Path) -> None:
         running.type("2 send liver")
         assert "PID|||P-20931" in pc.receive_result()
         running.expect("result_sent", analyzer=2, message="0x0513")
-        result = {"kind": "control", "summary": {"ControlID": "QC-9"}, "analytes": [{"AnalyteID": "ALT", "Result": 1.5}]}
-        (tmp_path / "mine.json").write_text(json.dumps(result))
+        (tmp_path / "mine.json").write_text(next(line for line in PAGE.splitlines() if line.startswith('    {"kind"')))
         running.type(f"2 result {tmp_path}/mine.json")
-        assert "QC-9" in pc.receive_result()
+        assert "PID|||P-1||" in pc.receive_result()
         running.expect("result_sent", analyzer=2)
         running.type("2 cable out")
         running.expect("pc", analyzer=2, connected=False)
@@ -129,3 +132,10 @@ def test_a_day_with_two_analyzers(running: Running, tmp_path: Path) -> None:
         assert what in running.expect("error", command=line)["text"]
     running.type("quit")
     assert running.end() == 0
+
+
+def test_an_analyzer_in_a_program(tmp_path: Path) -> None:
+    """Catches a page that shows how to use what is not there any more."""
+    shown = PAGE.split("```python\n")[1].split("```")[0].replace('"/path/to/program", "argument"', '"/bin/echo", "ran"')
+    subprocess.run([sys.executable, "-c", shown], cwd=tmp_path, env=os.environ | {"PYTHONPATH": str(PROJECT)}, check=True)
+    assert (tmp_path / "output").read_text() == "ran\n"
