@@ -1,0 +1,244 @@
+"""The gateway: acknowledgements, delivery and rest, beside the least that each can take.
+
+    PYTHONPATH=. /usr/bin/python3 -m benchmarks.gateway [MEASURE...]
+
+measures alone, for whoever works on it. Everything runs on loopback addresses of a network of its own, the stores on
+the disk of the build folder.
+"""
+
+from __future__ import annotations
+
+import json
+import os
+import select
+import shutil
+import statistics
+import subprocess
+import sys
+import time
+from collections.abc import Callable, Iterator
+from contextlib import contextmanager
+from functools import partial
+from pathlib import Path
+from typing import Any
+
+from bench.sandbox import PROJECT
+from benchmarks.measure import BIN, run
+from benchmarks.npm_packages import DIRECTORY, NoPackages, install
+
+ZELPC = PROJECT / "build/pc/bin/zelpc"
+WORK = PROJECT / "build/gateway-bench"
+PEERS = str(BIN / "zelrm_gateway_peers")
+HERE = Path(__file__).resolve().parent
+TEXT = WORK / "result.hl7"
+
+TURNS = 3
+ACKNOWLEDGED = 200  # results, or bare commits, a turn
+ANALYZERS, RATE, LASTING = 50, 2000, 30
+IDLE, IDLE_SECONDS = 1000, 20
+SETTLED = 10  # seconds after which what registering took is over
+LIS_PORT = 2575
+PATIENCE = 180  # seconds for one order, or for the gateway to have all its analyzers
+
+CONFIG = """
+[gateway]
+log = "warn"
+[store]
+path = "{folder}/store.db"
+min_free_mb = 0
+[pc]
+address = "127.0.0.20"
+[scan]
+enabled = false
+[web]
+address = "127.0.0.1"
+"""
+ANALYZER = """
+[[analyzer]]
+address = "127.20.{}.{}"
+password_file = "{folder}/password"
+"""
+DESTINATION = """
+[[destination]]
+name = "lis"
+type = "mllp"
+host = "127.0.0.1"
+port = {port}
+format = "as-is"
+first_pause_s = 0.1
+longest_pause_s = 0.2
+"""
+
+
+class Peer:
+    """A program that obeys lines, see gateway/Main.cpp. `ready`: wait until it can."""
+
+    def __init__(self, *command: str | Path, ready: bool = True):
+        self.process = subprocess.Popen(list(map(str, command)), stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                        text=True, env=dict(os.environ, NODE_PATH=str(DIRECTORY / "node_modules")))
+        if ready:
+            self.wait_ready()
+
+    def wait_ready(self) -> None:
+        if self._line() != "ready":
+            raise RuntimeError(f"{self.process.args} does not begin")
+
+    def begin(self, order: str) -> None:
+        print(order, file=self.process.stdin, flush=True)
+
+    def end(self) -> dict[str, Any]:
+        return json.loads(self._line())
+
+    def obey(self, order: str) -> dict[str, Any]:
+        self.begin(order)
+        return self.end()
+
+    def _line(self) -> str:
+        told, _, _ = select.select([self.process.stdout], [], [], PATIENCE)
+        line = self.process.stdout.readline() if told else ""
+        if not line:
+            raise RuntimeError(f"{self.process.args} ended or says nothing for {PATIENCE} s")
+        return line.strip()
+
+    def __enter__(self) -> Peer:
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        self.process.kill()
+        self.process.wait()
+
+
+@contextmanager
+def gateway(analyzers: int, port: int = LIS_PORT) -> Iterator[tuple[subprocess.Popen[bytes], Peer]]:
+    """A gateway with a new store, and the analyzers that it holds."""
+    folder = WORK / "gateway"
+    shutil.rmtree(folder, ignore_errors=True)
+    folder.mkdir(parents=True)
+    (folder / "password").write_text("zel1234\n")
+    config = folder / "gateway.toml"
+    config.write_text(CONFIG.format(folder=folder) + DESTINATION.format(port=port) + "".join(
+        ANALYZER.format((number + 1) >> 8, (number + 1) & 255, folder=folder) for number in range(analyzers)))
+    run(ZELPC, "gateway", "--config", config, "--check")
+    with Peer(PEERS, "analyzers", str(analyzers), TEXT, ready=False) as held:
+        with open(folder / "log", "wb") as log:
+            process = subprocess.Popen([ZELPC, "gateway", "--config", config], stdout=log, stderr=log)
+        try:
+            held.wait_ready()
+            yield process, held
+        finally:
+            process.kill()
+            process.wait()
+
+
+PYTHON_HL7 = ["/usr/bin/python3", HERE / "gateway_peers.py"]
+RECEIVERS: dict[str, tuple[list[str | Path], int]] = {  # and how many messages they get a turn
+    "instant": ([PEERS, "receive"], 4000),
+    "python-hl7": ([*PYTHON_HL7, "receive"], 200),
+}
+SENDERS: dict[str, list[str | Path]] = {
+    "bare": [PEERS, "send"],
+    "python-hl7": [*PYTHON_HL7, "send"],
+    "simple-hl7": ["node", HERE / "gateway_peers.cjs", "send"],
+}
+
+
+def acknowledged() -> float:
+    """Seconds from a result to its acknowledgement, of one analyzer that sends as fast as it gets them; median."""
+    with gateway(1) as (_, analyzers):
+        return analyzers.obey(f"count {ACKNOWLEDGED}")["p50"]
+
+
+def committed() -> float:
+    with Peer(PEERS, "commit", WORK / "bare.db", TEXT) as commits:
+        return commits.obey(f"count {ACKNOWLEDGED}")["p50"]
+
+
+def loaded() -> float:
+    """The same with many analyzers at a fixed rate, of which no result may stay without; 99 of 100 take less."""
+    with gateway(ANALYZERS) as (_, analyzers):
+        told = analyzers.obey(f"rate {RATE} {LASTING}")
+        if told["lost"]:
+            raise RuntimeError(f"{told['lost']:.0f} of {told['count']:.0f} results were not acknowledged")
+        return told["p99"]
+
+
+def delivered(receiver: str) -> float:
+    """Seconds a message of the gateway to one receiver, which looks at the clock."""
+    command, count = RECEIVERS[receiver]
+    with gateway(10) as (_, analyzers):
+        analyzers.obey(f"count {count}")
+        with Peer(*command, LIS_PORT) as taker:
+            return taker.obey(f"count {count}")["seconds"] / count
+
+
+def sent(receiver: str, sender: str) -> float:
+    """The same of a client that has nothing else to do and sends one message over and over."""
+    command, count = RECEIVERS[receiver]
+    with Peer(*command, LIS_PORT) as taker, Peer(*SENDERS[sender], LIS_PORT, TEXT) as client:
+        taker.begin(f"count {count}")
+        client.begin(f"count {count}")
+        return taker.end()["seconds"] / count
+
+
+def idle_memory() -> float:
+    with gateway(IDLE) as (process, _):
+        time.sleep(SETTLED)
+        return float(Path(f"/proc/{process.pid}/status").read_text().split("VmRSS:")[1].split()[0]) * 1024
+
+
+def idle_processor() -> float:
+    with gateway(IDLE) as (process, _):
+        time.sleep(SETTLED)
+        before = processor_time(process.pid)
+        time.sleep(IDLE_SECONDS)
+        return (processor_time(process.pid) - before) / IDLE_SECONDS
+
+
+def processor_time(pid: int) -> float:
+    fields = Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()
+    return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+
+
+MEASURES: dict[str, Callable[[], float]] = {
+    "acknowledged": acknowledged, "committed": committed, "loaded": loaded,
+    **{f"delivered-{receiver}": partial(delivered, receiver) for receiver in RECEIVERS},
+    **{f"sent-{receiver}-{sender}": partial(sent, receiver, sender) for receiver in RECEIVERS for sender in SENDERS},
+    "idle-memory": idle_memory, "idle-processor": idle_processor}
+
+
+@contextmanager
+def inside() -> Iterator[Peer]:
+    """Where the network is nobody else's: obeys the names of measures, and answers with a number."""
+    WORK.mkdir(parents=True, exist_ok=True)
+    with Peer(PROJECT / "tests/private-paths", PROJECT / "build", "/usr/bin/env", f"PYTHONPATH={PROJECT}",
+              "PYTHONDONTWRITEBYTECODE=1", "/usr/bin/python3", "-m", "benchmarks.gateway", "--inside") as measures:
+        yield measures
+
+
+def serve() -> None:
+    run(BIN / "zelrm_hl7_heap", TEXT)
+    print("ready", flush=True)
+    for line in sys.stdin:
+        try:
+            told = {"value": MEASURES[line.strip()]()}
+        except (OSError, RuntimeError, ValueError) as error:
+            told = {"failed": f"{error}"}
+        print(json.dumps(told), flush=True)
+
+
+def main(names: list[str]) -> int:
+    try:
+        install()
+    except NoPackages as error:
+        print(f"going on without simple-hl7: {error}")
+    for name in names or MEASURES:
+        with inside() as measures:
+            told = [measures.obey(name) for _ in range(TURNS)]
+        failed = [one["failed"] for one in told if "failed" in one]
+        value = failed[0] if failed else f"{statistics.median(one['value'] for one in told):.6g}"
+        print(f"{name:26}", value, flush=True)
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(serve() if sys.argv[1:] == ["--inside"] else main(sys.argv[1:]))
