@@ -2,6 +2,7 @@
 
 #include <thread>
 
+#include "FullDisk.h"
 #include "Results.h"
 #include "store/CStoreReader.h"
 #include "unit/support/TempDir.h"

@@ -55,27 +55,4 @@ TEST(Catalogue, LandmarksStandAtTheirPositions) {
               293U);
 }
 
-TEST(Catalogue, MessagesReadTheirPartsInOrder) {
-    const std::string whole = OUL_R22().Encode() +
-                              "PID|1\rPV1|1\r"
-                              "SPM|1\rOBX|1\rSAC|1\rINV|1\rOBR|1\rORC|1\rOBX|1\rTCD|1\rSID|1\rNTE|1\rOBX|2\rOBR|2\r"
-                              "SPM|2\rOBR|1\r";
-    std::string text = whole;
-    OUL_R22 message;
-    EXPECT_EQ(message.Decode(text), 1);
-    EXPECT_EQ(text, "");
-    EXPECT_EQ(message.Encode(), whole);
-    const G_OUL_R22_SPECIMEN* specimen = message.Child<G_OUL_R22_SPECIMEN>().GetAt(0);
-    ASSERT_NE(specimen, nullptr);
-    EXPECT_EQ(specimen->Child<OBX>().Count(), 1);
-    EXPECT_EQ(specimen->Child<G_OUL_R22_ORDER>().Count(), 2);
-    EXPECT_EQ(specimen->Child<G_OUL_R22_ORDER>().GetAt(0)->Child<G_OUL_R22_RESULT>().Count(), 2);
-    EXPECT_EQ(message.Child<G_OUL_R22_SPECIMEN>().Count(), 2);
-}
-
-TEST(Catalogue, NamesAreReadable) {
-    EXPECT_EQ(IN2().Name(), "IN2");
-    EXPECT_EQ(G_OML_O33_OBSERVATION_PRIOR().Name(), "G_OML_O33_OBSERVATION_PRIOR");
-}
-
 }  // namespace

@@ -72,14 +72,6 @@ TEST(Pieces, AreCutAtEverySeparator) {
     }
 }
 
-TEST(Decode, PrimitiveTakesTheWholeText) {
-    ST text;
-    EXPECT_EQ(Decode(text, "a^b|c\rd"), (Outcome{1, "", ""}));
-    EXPECT_EQ(text.GetValue(), "a^b|c\rd");
-    EXPECT_EQ(Decode(text, ""), (Outcome{1, "", ""}));
-    EXPECT_EQ(text.GetValue(), "");
-}
-
 TEST(Decode, CompositeKeepsComponentsBeyondThePieces) {
     CX id;
     id.Component<3>().SetValue("kept");
@@ -110,15 +102,6 @@ TEST(Decode, SegmentTakesOneLineThatBeginsWithItsName) {
     // Fields beyond the supplied ones keep their values, also the one behind a last separator.
     EXPECT_EQ(Decode(note, "NTE||P|\r\r"), (Outcome{1, "\r", ""}));
     EXPECT_EQ(note.Encode(), "NTE||P|text|c^d\r");
-}
-
-TEST(Decode, HeaderFieldsAreCountedFromTheSeparator) {
-    MSH header;
-    EXPECT_EQ(Decode(header, "MSH|^~\\&|app||||||OUL^R22\r"), (Outcome{1, "", ""}));
-    EXPECT_EQ(header.Field<1>().GetValue(), "|");
-    EXPECT_EQ(header.Field<2>().GetValue(), "^~\\&");
-    EXPECT_EQ(header.Field<3>().Component<1>().GetValue(), "app");
-    EXPECT_EQ(header.Field<9>().Component<2>().GetValue(), "R22");
 }
 
 TEST(Decode, MalformedFieldIsNamedByItsPosition) {

@@ -14,18 +14,6 @@ class TCPSendTest : public SessionTest {};
 
 }  // namespace
 
-// Faults: tag and sub-tag exchanged, a code in the wrong byte order, a wait for an acknowledgement that nobody sends, a
-// stale one left for the next result.
-TEST_F(TCPSendTest, SendsErrorNotices) {
-    TCPPair pair;
-    CTCPSession session(std::move(pair.device), kTCP, CConnectionMonitor::GetInstance());
-    CResultMarker::Create();
-    EXPECT_EQ(session.SendErrorMessage(0x41, 0x07, 0x000E), 0);
-    EXPECT_EQ(Receive(pair.pc, 9), Hex("0AFF 07 41 01 0012 000E"));
-    EXPECT_FALSE(std::filesystem::exists(kMarker));
-    EXPECT_EQ(Logged("INFO 0A FF 07 41  01 00 12 00  0E "), 1);
-}
-
 // Faults: a result told as sent without the PC's acknowledgement, with a neighbour's or with that of an earlier one, a
 // wait given up early, an acknowledgement that is lost because another PC is answered meanwhile.
 TEST_F(TCPSendTest, AResultWaitsForItsAcknowledgement) {
@@ -96,22 +84,6 @@ TEST_F(TCPSendTest, APartlySentPacketGoesOutAgainFromItsStart) {
         ++at;
     }
     EXPECT_GT(starts, 1);
-}
-
-// Fault: a sender that waits for ever for a PC that has gone.
-TEST_F(TCPSendTest, ASenderDoesNotOutliveTheSession) {
-    TCPPair pair(true);
-    const auto session = Serve(std::move(pair.device));
-    int sent = 0;
-    std::thread sender([&] { sent = session->SendMessage(Buffer(CPCMsg::kMaxPacketSize, 0x0A)); });
-    pollfd arrived{pair.pc.Get(), POLLIN, 0};
-    EXPECT_EQ(poll(&arrived, 1, 10000), 1);
-    shutdown(pair.pc.Get(), SHUT_WR);
-    sender.join();
-    EXPECT_EQ(sent, -1);
-    EXPECT_THAT(
-        LogLines(),
-        testing::Contains(testing::StartsWith("ERROR [CTCPSession::SendMessage] Send error: Bad file descriptor (")));
 }
 
 // Faults: a sender that waits for ever for a PC that does not read, one that leaves a piece of a packet before the

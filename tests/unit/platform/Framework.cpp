@@ -96,43 +96,6 @@ public:
 
 }  // namespace Config
 
-namespace Log {
-
-class FileLog {
-public:
-    Large large;
-    virtual void WriteError(const char* format, ...) {
-        va_list arguments;
-        va_start(arguments, format);
-        Note("WriteError %s", Text(format, arguments).c_str());
-        va_end(arguments);
-    }
-    virtual void WriteInfo(const char* format, ...) {
-        va_list arguments;
-        va_start(arguments, format);
-        Note("WriteInfo %s", Text(format, arguments).c_str());
-        va_end(arguments);
-    }
-    virtual ~FileLog() = default;
-};
-
-class Logger {
-public:
-    [[gnu::used]] static Logger* getLogger() {
-        static Logger logger;
-        return &logger;
-    }
-    [[gnu::used]] static void DestroyLogger() { Note("DestroyLogger"); }
-    virtual ~Logger() = default;
-    virtual FileLog* getLog(const char* name) {
-        Note("getLog %s", name);
-        return &log;
-    }
-    FileLog log;
-};
-
-}  // namespace Log
-
 namespace Service {
 
 class WorkException : public Exception {
@@ -220,51 +183,7 @@ public:
 
 Version::Version(const char* given) : text(given) {}
 
-namespace Convertor::CRC16 {
-
-[[gnu::used]] std::uint16_t crc16(const std::uint8_t* data, unsigned length);
-std::uint16_t crc16(const std::uint8_t* data, unsigned length) {
-    return static_cast<std::uint16_t>(data[0] * 0x100 + length);
-}
-
-}  // namespace Convertor::CRC16
-
 namespace Xml {
-
-class Attribute {
-public:
-    virtual ~Attribute() = default;
-    virtual const char* getValue() const { return name; }
-    const char* name = "";
-};
-
-class NodeList;
-
-class Node {
-public:
-    virtual ~Node() = default;
-    virtual const Attribute* getAttributeByName(const char* name) const {
-        attribute.name = name;
-        return &attribute;
-    }
-    virtual const NodeList* getNodeListByName(const char* name) const {
-        Note("Node::getNodeListByName %s", name);
-        return list;
-    }
-    const NodeList* list = nullptr;
-    mutable Attribute attribute;
-};
-
-class NodeList {
-public:
-    virtual const Node* getNode(int index) const {
-        Note("getNode %d", index);
-        return &node;
-    }
-    virtual int getNodeCount() const { return 5; }
-    virtual ~NodeList() = default;
-    Node node;
-};
 
 class XmlDocument {
 public:
@@ -274,17 +193,10 @@ public:
         Note("LoadXML %s", text);
         return true;
     }
-    virtual const NodeList* getNodeListByName(const char* name) const {
-        Note("XmlDocument::getNodeListByName %s", name);
-        return &list;
-    }
     Large large;
-    NodeList list;
 };
 
-XmlDocument::XmlDocument() {
-    list.node.list = &list;
-}
+XmlDocument::XmlDocument() = default;
 
 }  // namespace Xml
 
@@ -292,17 +204,9 @@ XmlDocument::XmlDocument() {
 
 namespace Data::Collection {
 
-class Row {
-public:
-    virtual bool exists(const char* column) const { return *column == 'c'; }
-    virtual double getDouble(const char* column) const { return *column; }
-    virtual const char* getString(const char* column) const { return column; }
-    virtual ~Row() = default;
-};
-
 class Table {
 public:
-    virtual const Row* getCurrent() const { return &row; }
+    virtual void First() {}
     virtual bool MoveNext() {
         Note("MoveNext");
         return true;
@@ -310,7 +214,6 @@ public:
     virtual ~Table() { Note("~Table"); }
     virtual void Reset() { Note("Reset"); }
     Large large;
-    Row row;
 };
 
 }  // namespace Data::Collection

@@ -5,16 +5,13 @@
 #include <string>
 
 #include "platform/Config.h"
-#include "platform/Crc16.h"
 #include "platform/Database.h"
-#include "platform/Log.h"
 #include "platform/Service.h"
 #include "platform/Text.h"
 #include "platform/Xml.h"
 #include "platform/upgrade.h"
 
 extern "C" const char* TakeFrameworkCalls();
-extern "C" const char* UpgradeCalls();
 
 namespace {
 
@@ -82,35 +79,26 @@ TEST(PlatformTest, Threads) {
     EXPECT_STREQ(TakeFrameworkCalls(), "Run 42\n~WorkException\n~Thread\nRun 42\n~Thread\n");
 }
 
-TEST(PlatformTest, LogAndDatabase) {
+// Faults: an object too small for what the framework keeps in it; one that is deleted as if its size were known; a copy
+// that shares what it was made from.
+TEST(PlatformTest, Objects) {
     using namespace QENFx::DB;
-    using QENFx::Log::Logger;
+    using QENFx::Common::Version;
     {
-        QENFx::Log::FileLog* log = Logger::getLogger()->getLog("[RMUP]");
-        log->WriteInfo("%s port %d", "[main]", 9034);
         const auto database = std::make_unique<Sqlite>();
-        database->Open("/a.db", kOpenReadWrite);
         QENFx::Common::String statement;
         statement.Format("UPDATE %s", "a");
+        database->Open("/a.db", kOpenReadWrite);
         database->Execute(statement, 200000);
         const std::unique_ptr<QENFx::Data::Collection::Table> table(database->getTable("SELECT", 1));
-        table->Reset();
         EXPECT_TRUE(table->MoveNext());
-        const QENFx::Data::Collection::Row* row = table->getCurrent();
-        EXPECT_STREQ(row->getString("text"), "text");
-        EXPECT_EQ(row->getDouble("A"), 65);
-        EXPECT_TRUE(row->exists("c"));
         EXPECT_EQ(MessageOf<DBException>([&] { database->Close(); }), "locked");
-        log->WriteError("%.1f", 0.5);
-        Logger::DestroyLogger();
+        const auto document = std::make_unique<QENFx::Common::Xml::XmlDocument>();
+        EXPECT_TRUE(document->LoadXML("<a/>"));
     }
     EXPECT_STREQ(TakeFrameworkCalls(),
-                 "getLog [RMUP]\nWriteInfo [main] port 9034\nSqlite::Open /a.db 1b5a\nExecute UPDATE a 200000\n"
-                 "getTable SELECT 1\nReset\nMoveNext\n~DBException\nWriteError 0.5\nDestroyLogger\n~Table\n~Sqlite\n");
-}
-
-TEST(PlatformTest, VersionCrcAndXml) {
-    using QENFx::Common::Version;
+                 "Sqlite::Open /a.db 1b5a\nExecute UPDATE a 200000\ngetTable SELECT 1\nMoveNext\n~DBException\n"
+                 "LoadXML <a/>\n~XmlDocument\n~Table\n~Sqlite\n");
     const Version one("1");
     Version two = one;
     EXPECT_TRUE(two <= one && !(two < one) && two == one);
@@ -118,39 +106,6 @@ TEST(PlatformTest, VersionCrcAndXml) {
     EXPECT_TRUE(one < two && one != two && !(two <= one));
     two = one;
     EXPECT_STREQ(two.getVersion(), "1");
-    EXPECT_STREQ(Version().getVersion(), "0.00.00.0000");
-
-    const std::uint8_t byte = 0x12;
-    EXPECT_EQ(QENFx::Common::Convertor::CRC16::crc16(&byte, 0x34), 0x1234);
-
-    {
-        QENFx::Common::Xml::XmlDocument document;
-        EXPECT_TRUE(document.LoadXML("<a/>"));
-        const auto* list = document.getNodeListByName("b");
-        EXPECT_EQ(list->getNodeCount(), 5);
-        const auto* node = list->getNode(3);
-        EXPECT_EQ(node->getNodeListByName("c"), list);
-        EXPECT_STREQ(node->getAttributeByName("d")->getValue(), "d");
-    }
-    EXPECT_STREQ(TakeFrameworkCalls(),
-                 "LoadXML <a/>\nXmlDocument::getNodeListByName b\ngetNode 3\nNode::getNodeListByName c\n"
-                 "~XmlDocument\n");
-}
-
-TEST(PlatformTest, Upgrade) {
-    char versions[8 * 16];
-    nv_get_img_version_all(versions);
-    EXPECT_EQ(std::string(versions, sizeof(versions)), std::string(sizeof(versions), '7'));
-    checkUsbConnect();
-    usbMount(1, "/mnt/usb/");
-    upImgWrite(3, "A", 131072, 1);
-    getActiveIndex();
-    changeUpActiveIndex();
-    EXPECT_STREQ(nv_get_value("sn"), "sn");
-    nv_set_img_version(7, "1.00.00.00000000", 0);
-    EXPECT_STREQ(UpgradeCalls(),
-                 "checkUsbConnect\nusbMount 1 /mnt/usb/\nupImgWrite 3 65 131072 1\ngetActiveIndex\n"
-                 "changeUpActiveIndex\nnv_get_value sn\nnv_set_img_version 7 1.00.00.00000000 0\n");
 }
 
 }  // namespace

@@ -3,13 +3,11 @@
 #include <fcntl.h>
 #include <linux/sockios.h>
 #include <sys/ioctl.h>
-#include <sys/un.h>
 
 #include <span>
 
 #include "common/CDescriptor.h"
 #include "net/CNetUtils.h"
-#include "net/CUDSServer.h"
 #include "net/SocketSetup.h"
 #include "unit/support/ServiceTest.h"
 
@@ -50,30 +48,6 @@ inline CDescriptor UDPSocket(std::uint16_t port) {
     const sockaddr_in address = CNetUtils::SocketAddress("127.0.0.1", port);
     EXPECT_EQ(bind(made.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
     return made;
-}
-
-/// Opens the local server, which waits for its client, and gives the client's end.
-inline CDescriptor ConnectZELApp(RMUP::Net::CUDSServer& server, const std::string& path = RMUP::Net::kUDSPath) {
-    CDescriptor client = MakeSocket(AF_UNIX, SOCK_STREAM);
-    if (std::filesystem::is_socket(path)) {
-        std::filesystem::remove(path);  // the server's last one, which still takes connections
-    }
-    std::thread zelApp([&] {
-        sockaddr_un address{AF_UNIX, {}};
-        path.copy(address.sun_path, sizeof(address.sun_path));
-        const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path.size());
-        EXPECT_TRUE(
-            WaitUntil([&] { return connect(client.Get(), reinterpret_cast<const sockaddr*>(&address), length) == 0; }));
-    });
-    EXPECT_EQ(server.ServerOpen(path.c_str()), 0);
-    zelApp.join();
-    return client;
-}
-
-inline Buffer LocalMessage(std::uint16_t id, const Buffer& payload) {
-    CUDSMsg message;
-    const auto packet = message.GetSendPacket(id, payload);
-    return {packet.begin(), packet.end()};
 }
 
 inline void Send(const CDescriptor& to, std::span<const std::uint8_t> bytes) {

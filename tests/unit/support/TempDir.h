@@ -1,9 +1,7 @@
 #pragma once
 
 #include <stdlib.h>
-#include <sys/resource.h>
 
-#include <csignal>
 #include <filesystem>
 #include <system_error>
 
@@ -32,26 +30,6 @@ public:
 
 private:
     std::filesystem::path path_;
-};
-
-/// A disk that is full for whoever writes a file beyond `bytes`; also root is held by it.
-class FullDisk {
-public:
-    explicit FullDisk(rlim_t bytes) : signalBefore_(std::signal(SIGXFSZ, SIG_IGN)) {
-        ::getrlimit(RLIMIT_FSIZE, &before_);
-        const rlimit limit{bytes, before_.rlim_max};
-        EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
-    }
-    FullDisk(const FullDisk&) = delete;
-    FullDisk& operator=(const FullDisk&) = delete;
-    ~FullDisk() {
-        ::setrlimit(RLIMIT_FSIZE, &before_);
-        std::signal(SIGXFSZ, signalBefore_);
-    }
-
-private:
-    rlimit before_{};
-    void (*signalBefore_)(int);
 };
 
 }  // namespace UnitTest
