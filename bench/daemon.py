@@ -112,7 +112,7 @@ class Daemon:
             except FileNotFoundError:
                 continue  # renamed meanwhile, by the rotation
 
-    def wait_for_log(self, text: str, timeout: float = 5, count: int = 1) -> None:
+    def wait_for_log(self, text: str, timeout: float = 20, count: int = 1) -> None:
         wait_until(lambda: self.log().count(text) >= count, timeout, f"log line \"{text}\"")
 
     def memory(self) -> int:

@@ -101,7 +101,7 @@ class Pc:
     def send_datagram(self, data: bytes) -> None:
         self.udp.sendto(data, (self.analyzer, self._analyzer_ports[1]))
 
-    def receive_datagram(self, command: int, timeout: float = 5) -> Packet:
+    def receive_datagram(self, command: int, timeout: float = 20) -> Packet:
         """The next datagram, which must carry this command."""
         try:
             packet = self.datagrams.get(timeout=timeout)
@@ -158,7 +158,7 @@ class Pc:
     def send(self, command: int, payload: bytes = b"", tag: int = 1, flag: bool = False) -> None:
         self.send_raw(Packet(command, tag, ord(self.peer_id), payload, flag).encode())
 
-    def receive(self, timeout: float = 5) -> Packet:
+    def receive(self, timeout: float = 20) -> Packet:
         """The next packet of the session."""
         assert self.tcp, "not connected"
         deadline = time.monotonic() + timeout
@@ -176,7 +176,7 @@ class Pc:
             data += piece
         return data
 
-    def expect(self, command: int, timeout: float = 5) -> Packet:
+    def expect(self, command: int, timeout: float = 20) -> Packet:
         """The next packet, which must carry this command; an error notice raises `Refused`."""
         try:
             packet = self.receive(timeout)
@@ -205,7 +205,7 @@ class Pc:
         self.send(Command.GET_INFO, struct.pack(">H", sum(items)), tag)
         return decode_info(self.expect(Command.INFO).payload)
 
-    def receive_result(self, timeout: float = 10, acknowledge: bool = True) -> str:
+    def receive_result(self, timeout: float = 20, acknowledge: bool = True) -> str:
         """The HL7 text of the next result. The analyzer waits about 2 s for the acknowledgement."""
         packet = self.expect(Command.RESULT, timeout)
         if acknowledge:

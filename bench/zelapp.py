@@ -156,7 +156,7 @@ class ZelApp:
         self.socket: socket.socket | None = None
         self.history: list[Message] = []
 
-    def connect(self, timeout: float = 10) -> None:
+    def connect(self, timeout: float = 20) -> None:
         """Connects as soon as the daemon listens."""
         deadline = time.monotonic() + timeout
         while True:
@@ -187,7 +187,7 @@ class ZelApp:
         assert self.socket
         return int.from_bytes(fcntl.ioctl(self.socket, termios.TIOCOUTQ, bytes(4)), sys.byteorder)
 
-    def receive(self, timeout: float = 5) -> Message:
+    def receive(self, timeout: float = 20) -> Message:
         """The next message, whatever it is. Its frame and CRC are checked."""
         deadline = time.monotonic() + timeout
         head = self._read(6, deadline)
@@ -212,7 +212,7 @@ class ZelApp:
             self._received += data
         return self._received[:count]
 
-    def expect(self, kind: type[M], timeout: float = 5) -> M:
+    def expect(self, kind: type[M], timeout: float = 20) -> M:
         """The next message of a class; others on the way only go into the history."""
         deadline = time.monotonic() + timeout
         passed = []

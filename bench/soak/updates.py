@@ -9,21 +9,17 @@ import time
 from bench import pc as bits
 from bench.analyzer import PASSWORD
 from bench.daemon import wait_until
-from bench.image import (APP, BOOT, DSP, HEADER_SIZE, KERNEL, QTE, ROOTFS, SYS, XML, archive, make_release,
-                         parse, pattern)
+from bench.image import APP, BOOT, DSP, HEADER_SIZE, KERNEL, QTE, ROOTFS, SYS, XML, archive, make_release, parse, pattern
 from bench.pc import IMAGE_PIECE, Refused
 from bench.pcpacket import Command, Info
 from bench.soak.disturbances import leave
 from bench.soak.records import Wrong, check
 from bench.soak.world import PATIENCE, World
+from bench.updates import BY_PC, FROM_PC, KEYS, OFFERS, PC_ERROR, contents, header_with, written
 from bench.zelapp import (Message, NothingToUpdate, PcConnection, UpdateComplete, UpdateFailed, UpdateProgress,
                           UpdateRequested, UpdateStarts)
 
-BY_PC, FROM_PC = 2, 4  # methods
-PC_ERROR = (0x00204013, 0x0C)
 UPDATING, IMPOSSIBLE = 0x000E, 0x0017
-OFFERS = {SYS: bits.SYS, APP: bits.APP, XML: bits.XML, DSP: bits.DSP}
-KEYS = ("BOOT", "KERNEL", "ROOTFS", "APP", "QTE", "DSP", "XML", "SYS")
 SIZES = {BOOT: 1000, KERNEL: 131072, ROOTFS: 300_000, APP: 262_000, QTE: 4000, DSP: 5000}
 
 Files = dict[int, bytes]
@@ -142,12 +138,10 @@ def fail(world: World, lost: bool = False) -> None:
 
 def check_written(world: World, files: Files, method: str) -> None:
     """What the device library was given, what the device records, and the history."""
-    sections = {section.image: section.data for section in parse(files[SYS]).sections()}
-    expected = sections | {APP: parse(files[APP]).data}
-    device = world.analyzer.device
-    written = {int(path.stem): path.read_bytes() for path in (device / "images").glob("*.img")}
-    check(written == expected, f"images {[image for image in expected if written.get(image) != expected[image]]} were "
-                               f"not written as they were sent; there are {sorted(written)}")
+    expected = {image: data for image, data in contents(files).items() if image not in (DSP, XML)}
+    found, device = written(world.analyzer), world.analyzer.device
+    check(found == expected, f"images {[image for image in expected if found.get(image) != expected[image]]} were "
+                             f"not written as they were sent; there are {sorted(found)}")
     version = version_of(files)
     recorded = world.analyzer.read_device("versions.cfg")
     images = sorted(expected.keys() | files.keys())
@@ -234,8 +228,8 @@ def broken_push(world: World) -> None:
     begin_push(world, files)
     cases: list[list[bytes]] = [
         [b""], [app[:HEADER_SIZE - 1], app[HEADER_SIZE - 1:20000], b"more"],
-        [app[:4] + struct.pack("<i", -1) + app[8:20000], app[:20000]],
-        [app[:4] + struct.pack("<i", 1000) + app[8:1041]],
+        [header_with(app, -1)[:20000], app[:20000]],
+        [header_with(app, 1000)[:1041]],
         [app[:20000], *[app[:30000]] * 10], [app[:20000], app[20000:20010]],
     ]
     for pieces in world.chance.sample(cases, 3):

@@ -44,11 +44,6 @@ def test_another_pc_is_told_who_is_registered(connected_pc: Pc, other_pc: Pc) ->
     assert other_pc.expect(Command.INFO).sub_tag == ord("1")
 
 
-def test_without_a_registered_pc(analyzer: Analyzer, pc: Pc) -> None:
-    pc.connect()
-    assert pc.get_info(Info.PEER_ID, Info.REGISTRATION) == {Info.PEER_ID: b"\0", Info.REGISTRATION: bytes(15)}
-
-
 def test_versions_are_read_afresh(versions: None, analyzer: Analyzer, pc: Pc) -> None:
     pc.connect()
     assert pc.get_info(Info.XML_VERSION_AGAIN) == {Info.XML_VERSION_AGAIN: padded("4.00.00.0004")}

@@ -3,14 +3,13 @@
 from __future__ import annotations
 
 import signal
-import struct
 import time
 
 from bench.analyzer import PATIENT_ID, Analyzer
 from bench.daemon import wait_until
 from bench.pc import Pc
 from bench.pcpacket import Command
-from bench.zelapp import PATIENT, ResultSent, crc16_arc, frame
+from bench.zelapp import PATIENT, ResultSent, frame
 
 SEND_RESULT = frame(0x0510, b"\0\1")
 
@@ -32,7 +31,7 @@ def test_a_message_may_arrive_in_pieces(analyzer: Analyzer, connected_pc: Pc) ->
 
 def test_a_daemon_that_is_stopped_within_a_message_goes_on(analyzer: Analyzer, connected_pc: Pc) -> None:
     analyzer.zelapp.send_raw(SEND_RESULT[:6])
-    wait_until(lambda: analyzer.zelapp.unread() == 0, 5, "the header is read")
+    wait_until(lambda: analyzer.zelapp.unread() == 0, 20, "the header is read")
     analyzer.daemon.signal(signal.SIGSTOP)
     analyzer.daemon.signal(signal.SIGCONT)
     send_result_and_see(analyzer, connected_pc, SEND_RESULT[6:])
@@ -44,41 +43,21 @@ def test_a_wrong_crc_drops_the_message_only(analyzer: Analyzer, connected_pc: Pc
         data = bytearray(SEND_RESULT)
         data[position] ^= 0x40
         analyzer.zelapp.send_raw(bytes(data))
-    analyzer.daemon.wait_for_log("[CUDSServer::ReceiveMessage] CRC checksum error", 10, count=4)
+    analyzer.daemon.wait_for_log("[CUDSServer::ReceiveMessage] CRC checksum error", 20, count=4)
     send_result_and_see(analyzer, connected_pc, SEND_RESULT)
     assert sum(isinstance(message, ResultSent) for message in analyzer.zelapp.history) == 1
 
 
-def test_framing_bytes_and_unknown_ids_do_not_matter(analyzer: Analyzer, connected_pc: Pc) -> None:
-    data = bytearray(SEND_RESULT)
-    data[0], data[-1] = 0x55, 0xAA
-    covered = bytes([0x11]) + data[2:8]
-    data[1:8] = covered
-    data[8:10] = struct.pack("<H", crc16_arc(covered))
-    for unknown in (0x0000, 0x0511, 0x0530, 0xFFFF):
-        analyzer.zelapp.send(unknown, b"anything")
-    send_result_and_see(analyzer, connected_pc, bytes(data))
-    assert {message.id for message in analyzer.zelapp.history} == {0x0500, 0x0513, 0x0530}
-
-
-def test_messages_sent_back_to_back_are_all_served(analyzer: Analyzer, connected_pc: Pc) -> None:
-    analyzer.zelapp.write_request(f"{PATIENT},ResultID = {PATIENT_ID}".encode())
-    analyzer.zelapp.send_raw(SEND_RESULT * 3 + frame(0x0999, bytes(3000)) + SEND_RESULT)
-    for _ in range(4):
-        connected_pc.receive_result()
-        analyzer.zelapp.expect(ResultSent)
-
-
 def test_a_message_that_announces_too_much_is_given_up(analyzer: Analyzer, connected_pc: Pc) -> None:
     analyzer.zelapp.send_raw(b"\x02\xb2\x10\x05\xff\xff" + bytes(50))
-    analyzer.daemon.wait_for_log("[CUDSServer::ReceiveMessage] Receive failed: 50/65535 bytes", 10)
+    analyzer.daemon.wait_for_log("[CUDSServer::ReceiveMessage] Receive failed: 50/65535 bytes", 20)
     send_result_and_see(analyzer, connected_pc, SEND_RESULT)
 
 
 def test_pcs_are_served_without_zelapp(analyzer: Analyzer, pc: Pc) -> None:
     analyzer.zelapp.close()
     pc.connect()
-    analyzer.daemon.wait_for_log("[CUDSServer::ReceiveMessage] Receive failed: 0/6 bytes", 5, count=2)
+    analyzer.daemon.wait_for_log("[CUDSServer::ReceiveMessage] Receive failed: 0/6 bytes", 20, count=2)
     assert pc.scan().serial == "N62A0001234"
     pc.send(Command.GET_INFO, b"\x00\x01")
     pc.expect(Command.INFO)
@@ -91,4 +70,4 @@ def test_a_finished_transfer_status_falls_back_when_the_link_is_idle(analyzer: A
     analyzer.zelapp.expect(ResultSent)
     registered = 'Status changed to "Registered"'
     before = analyzer.daemon.log().count(registered)
-    analyzer.daemon.wait_for_log(registered, 8, count=before + 1)
+    analyzer.daemon.wait_for_log(registered, 20, count=before + 1)

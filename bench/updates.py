@@ -1,4 +1,4 @@
-"""What the tests of the software update share: releases, sticks, following an update, and what it left behind."""
+"""Releases, sticks, following an update, and what it left behind: what the tests and the soak share."""
 
 from __future__ import annotations
 
@@ -83,7 +83,7 @@ def start(analyzer: Analyzer, method: int, mode: int = 0) -> None:
     """Starts an update, which the end of the one before must not prevent once ZELApp has heard of it."""
     started = analyzer.daemon.log().count("[CUpdate::Run] Update Start")
     analyzer.zelapp.start_update(method, mode)
-    analyzer.daemon.wait_for_log("[CUpdate::Run] Update Start", 10, started + 1)
+    analyzer.daemon.wait_for_log("[CUpdate::Run] Update Start", 20, started + 1)
 
 
 def begin_push(analyzer: Analyzer, pc: Pc, images: tuple[int, ...] = (SYS, APP, XML)) -> None:
@@ -138,7 +138,7 @@ def statuses(analyzer: Analyzer) -> list[str]:
 
 
 def wait_idle(analyzer: Analyzer, status: str = "Disconnect") -> None:
-    wait_until(lambda: statuses(analyzer)[-1] == status, 5, f'the status is back to "{status}"')
+    wait_until(lambda: statuses(analyzer)[-1] == status, 20, f'the status is back to "{status}"')
 
 
 def history(analyzer: Analyzer) -> list[Any]:
@@ -190,4 +190,4 @@ def check_nothing_open(analyzer: Analyzer) -> None:
         with analyzer.sandbox.open(f"/proc/{analyzer.daemon.process.pid}/mounts", "r") as file:
             return "/mnt/usb" in file.read() or any(re.match(r"/tmp/zel_|/data/zel_|/mnt|/data/device", name)
                                                     for name in open_files(analyzer))
-    wait_until(lambda: not busy(), 5, "update files are closed and the stick is unmounted")
+    wait_until(lambda: not busy(), 20, "update files are closed and the stick is unmounted")
