@@ -7,6 +7,7 @@ import signal
 import socket
 import threading
 import time
+import timeit
 from collections import Counter
 from collections.abc import Callable, Iterator
 from contextlib import contextmanager, suppress
@@ -26,6 +27,7 @@ CAUGHT = [signal.SIGHUP, signal.SIGQUIT, signal.SIGABRT, signal.SIGPIPE, signal.
 SANITIZED = preset() not in ("release", "debug")
 EXIT_TIME = 15 if SANITIZED else 1  # seconds
 ENDS = 3 if SANITIZED else 25
+PIECES = int(0.005 / min(timeit.repeat(lambda: sum(range(10_000)), number=1, repeat=200)))
 INFO_REQUEST = Packet(Command.GET_INFO, 1, ord("1"), b"\x1f\xff").encode()
 
 
@@ -33,15 +35,6 @@ def work() -> None:
     """What takes 5 ms where nobody else wants the processor, and longer where the daemon has to wait for it as well."""
     for _ in range(PIECES):
         sum(range(10_000))
-
-
-def seconds_of_a_piece() -> float:
-    begin = time.perf_counter()
-    sum(range(10_000))
-    return time.perf_counter() - begin
-
-
-PIECES = int(0.005 / min(seconds_of_a_piece() for _ in range(200)))
 
 
 def end(analyzer: Analyzer, number: int, status: int = 1) -> None:

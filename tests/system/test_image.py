@@ -88,7 +88,6 @@ def run(*arguments: str) -> int:
 WRONG = {("zel_app", 0, b"ABCD"): "zel_app.n62v.bin: unknown magic \"ABCD\"",
          ("zel_dsp", 4, b"\xff\xff\xff\xff"): "the header of the dsp image says -1 bytes",
          ("zel_dsp", 8, b"newest\0"): '"newest" is not a version',
-         ("zel_dsp", 0, b"ZN6D"): "the analyzer looks for zel_dsp.n62.bin",
          ("zel_sys", 40, b"ZV6K"): "holds kernel, kernel, rootfs, qte",
          ("zel_sys", 44, b"\xff\xff\xff\x7f"): "the header of the boot image says 2147483647 bytes",
          ("zel_xml", 8, b"1.02.03.0005"): "zel_app.n62v.bin: belongs with APP, SYS, XML",

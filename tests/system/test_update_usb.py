@@ -181,7 +181,6 @@ def test_bad_sticks(analyzer: Analyzer) -> None:
         ("half a package block", good | {APP: good[APP][:-60]}, USB_ERROR, "read xml version from file error"),
         ("an APP too small for its block", good | {APP: make(APP, "human", NEW, b"tiny")}, USB_ERROR, together),
         ("SYS in SYS", package(boot, kernel, make(SYS, "human", NEW, b""), qte), USB_ERROR, "Not correct file"),
-        ("APP in SYS", package(boot, kernel, rootfs, good[APP]), USB_ERROR, "Not correct file"),
         ("a fifth section", package(boot, kernel, rootfs, qte, kernel), WRITE_ERROR, "Write image error"),
         ("an empty section", package(boot, kernel, rootfs, make(QTE, "human", NEW, b"")), WRITE_ERROR, "Write image"),
         ("a section of negative size", package(boot, header_with(kernel, -5), rootfs, qte), USB_ERROR, "Copy update"),
