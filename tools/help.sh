@@ -36,17 +36,18 @@ from a USB stick, by the PC and from an update server. Ends by itself, with
 status 1 when a step did not happen.
 TEXT
     test) cat <<'TEXT' ;;
-usage: ./zel test [release|debug|asan|tsan|arm]
+usage: ./zel test [release|pc|debug|asan|tsan|arm]
 
 Builds everything and runs every test: unit tests, the service on a simulated
-analyzer, and other HL7 parsers against it. asan and tsan do it under the
-sanitizers, arm in an emulator. What cannot run on this machine is named and
+analyzer, and other HL7 parsers against it. pc does it with zelpc, asan and
+tsan under the sanitizers, arm in an emulator. What cannot run on this machine is named and
 counted as skipped. The last line is "N passed, N failed, N skipped".
 TEXT
     build) cat <<'TEXT' ;;
-usage: ./zel build [release|debug|asan|tsan|fuzz|arm]
+usage: ./zel build [release|pc|debug|asan|tsan|fuzz|arm]
 
 Builds everything into build/PRESET; the service is build/PRESET/bin/ZELRmUp.
+pc adds zelpc, the PC's side, which needs more packages.
 TEXT
     format) cat <<'TEXT' ;;
 usage: ./zel format
