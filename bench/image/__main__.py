@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import argparse
 import json
+import os
 import re
 import signal
 import sys
@@ -275,11 +276,15 @@ def main(arguments: list[str] | None = None) -> int:
         status = NOT_GOOD if isinstance(error, UpdateFileError) else NOT_DONE
         outcome = Outcome([text], {"error": text}, status)
     if options.json and outcome.data:
-        print(json.dumps(outcome.data, indent=2))
-    elif outcome.lines:
+        lines, show = [json.dumps(outcome.data, indent=2)], sys.stdout
+    else:
+        lines = ["\n".join([line] if len(line) <= WIDTH else wrapped(line, WIDTH, "", "    ")) for line in outcome.lines]
         show = sys.stdout if outcome.status == DONE or options.run in (command_inspect, command_diff) else sys.stderr
-        for line in outcome.lines:
-            print("\n".join([line] if len(line) <= WIDTH else wrapped(line, WIDTH, "", "    ")), file=show)
+    try:
+        for line in lines:
+            print(line, file=show, flush=True)
+    except BrokenPipeError:  # nobody reads any more; keep the interpreter from trying once again
+        os.dup2(os.open(os.devnull, os.O_WRONLY), show.fileno())
     return outcome.status
 
 
