@@ -20,6 +20,7 @@ SANITIZER_REPORT = re.compile(r"(ERROR: (Address|Leak)Sanitizer|WARNING: ThreadS
 # emulator, and the libraries that they were built against.
 RUNNERS = {
     "tsan": ["setarch", "-R"],
+    "pc-tsan": ["setarch", "-R"],
     "arm": ["qemu-arm-static", "-L", str(PROJECT / "build/arm-sysroot")],
 }
 

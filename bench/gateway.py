@@ -11,7 +11,7 @@ from http.client import HTTPConnection, HTTPResponse
 from pathlib import Path
 from typing import Any
 
-from bench.daemon import wait_until
+from bench.daemon import RUNNERS, wait_until
 from bench.machine import Process, build_folder, preset
 from bench.sandbox import PC_ADDRESS, Sandbox
 
@@ -86,9 +86,7 @@ class Gateway:
         self._process: Process | None = None
 
     def start(self) -> None:
-        command = [ZELPC, "gateway", "--config", str(self.config)]
-        if preset() == "tsan":
-            command = ["setarch", "-R", *command]
+        command = [*RUNNERS.get(preset(), []), ZELPC, "gateway", "--config", str(self.config)]
         with open(self.state / "log", "ab") as log:
             self._process = self.sandbox.pc.spawn(command, log, log)
 
@@ -137,6 +135,13 @@ class Gateway:
         text = response.read().decode()
         connection.close()
         return response, text
+
+    def open_page(self, path: str) -> socket.socket:
+        """A connection on which this page was asked for, and nothing was read yet."""
+        connection = self.sandbox.socket(socket.SOCK_STREAM)
+        connection.connect(("127.0.0.1", WEB_PORT))
+        connection.sendall(f"GET {path} HTTP/1.1\r\nHost: localhost\r\n\r\n".encode())
+        return connection
 
     def get(self, path: str, **query: Any) -> Any:
         """What the API answers."""

@@ -43,7 +43,7 @@ class Receiver:
             pass
 
     async def serve(self, port: int) -> None:
-        async with await start_hl7_server(self.talk, "127.0.0.1", port, encoding="utf-8"):
+        async with await start_hl7_server(self.talk, "0.0.0.0", port, encoding="utf-8"):
             print("ready", flush=True)
             while line := await asyncio.to_thread(sys.stdin.readline):
                 self.taken, self.wanted = 0, int(line.split()[1])

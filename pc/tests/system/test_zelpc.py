@@ -5,8 +5,10 @@ from __future__ import annotations
 import os
 import pty
 import shutil
+import signal
 import subprocess
 import sys
+import time
 from collections.abc import Callable
 from pathlib import Path
 
@@ -185,6 +187,18 @@ def put_release(analyzer: Analyzer, files: dict[int, bytes], model: str = "human
     return str(folder)
 
 
+def take_slowly(analyzer: Analyzer, condition: Callable[[], object]) -> None:
+    """Lets the analyzer work a little at a time until then, and leaves it stopped: however quick the machine is, what
+    has begun is not over."""
+    def step() -> object:
+        analyzer.daemon.signal(signal.SIGCONT)
+        time.sleep(0.01)
+        analyzer.daemon.signal(signal.SIGSTOP)
+        return condition()
+
+    wait_until(step, 30, "the analyzer has taken some of it")
+
+
 def test_pushing(analyzer: Analyzer) -> None:
     """Catches images that are sent wrongly, an end that is told before it is there or other than it was, and a cancel
     that does not reach the analyzer."""
@@ -227,8 +241,10 @@ def test_pushing(analyzer: Analyzer) -> None:
     assert offered(possible=False).wait() == 1
     put_release(analyzer, release(sizes={APP: 80_000_000}))
     tool = offered()
-    wait_until(lambda: tool.events("push")[-1]["images"].get("APP", {}).get("sent"), 20, "APP is on its way")
-    assert tool.interrupt() == 6 and tool.events("push", step="cancelled")
+    take_slowly(analyzer, lambda: tool.events("push")[-1]["images"].get("APP", {}).get("sent"))
+    tool.process.signal(signal.SIGINT)
+    analyzer.daemon.signal(signal.SIGCONT)
+    assert tool.wait() == 6 and tool.events("push", step="cancelled")
     zelapp.expect(UpdateFailed, 20)
     analyzer.set_faults(**{"upImgWrite.3": "fail@0"})
     put_release(analyzer, release())
