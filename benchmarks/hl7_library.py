@@ -2,21 +2,41 @@
 
 from __future__ import annotations
 
+import contextlib
 import json
+import statistics
 import tempfile
+from collections.abc import Callable, Iterator
+from dataclasses import dataclass
 from pathlib import Path
 
 import hl7
 
-from benchmarks.measure import BIN, Row, best, google_benchmark, nanoseconds, run
+from benchmarks.measure import BIN, MissingPeer, google_benchmark, run, seconds
+from benchmarks.model import BYTES, SECONDS, Curve, Goal, Group, Row, Sweep, at_most, faster
 from benchmarks.npm_packages import NoPackages, run_node
 
-GOAL = 10
-HEAP_LIMIT = 200_000
-ROUNDS = 100
-MEASURES = {"encode": "Encode", "fill": "FillAndEncode", "decode": "Decode"}
+PEERS = Path(__file__).parent / "hl7_peers.cjs"
+PROGRAM = BIN / "zelrm_hl7_benchmark"
+ANALYTES = (1, 10, 30, 100, 300, 1000, 2000)
 
-Times = dict[str, dict[str, float]]
+
+@dataclass
+class Message:
+    """The filled message, which every peer builds and reads as well."""
+    path: Path
+    heap: dict[str, int]
+
+    @property
+    def text(self) -> str:
+        return self.path.read_bytes().decode()
+
+
+@contextlib.contextmanager
+def open_message(_quick: bool) -> Iterator[Message]:
+    with tempfile.TemporaryDirectory() as directory:
+        path = Path(directory) / "message.hl7"
+        yield Message(path, json.loads(run(BIN / "zelrm_hl7_heap", path)))
 
 
 def build(values: list[list[str]]) -> hl7.Message:
@@ -31,54 +51,51 @@ def build(values: list[list[str]]) -> hl7.Message:
     return message
 
 
-def python_times(text: str) -> dict[str, float]:
-    values = [line.split("|") for line in text.split("\r") if line]
-    built = build(values)
-    if str(built).rstrip("\r") != text.rstrip("\r"):
-        raise RuntimeError(f"python-hl7 builds another message: {built}")
-    return {"encode": best(lambda: str(built), ROUNDS), "fill": best(lambda: str(build(values)), ROUNDS),
-            "decode": best(lambda: hl7.parse(text), ROUNDS)}
+def python_hl7(measure: str) -> Callable[[Message], float]:
+    def timed(message: Message) -> float:
+        text = message.text
+        values = [line.split("|") for line in text.split("\r") if line]
+        built = build(values)
+        if str(built).rstrip("\r") != text.rstrip("\r"):
+            raise RuntimeError(f"python-hl7 builds another message: {built}")
+        work: dict[str, Callable[[], object]] = {"encode": lambda: str(built), "fill": lambda: str(build(values)),
+                                                 "decode": lambda: hl7.parse(text)}
+        return seconds(work[measure])
+    return timed
 
 
-def merge(into: Times, new: Times) -> None:
-    for name, times in new.items():
-        known = into.setdefault(name, times)
-        into[name] = {measure: min(value, known[measure]) for measure, value in times.items()}
+def npm(package: str, measure: str) -> Callable[[Message], float]:
+    def timed(message: Message) -> float:
+        try:
+            return float(run_node(PEERS, str(message.path), package, measure)) * 1e-9
+        except NoPackages as error:
+            raise MissingPeer(str(error)) from None
+    return timed
 
 
-def node_times(message: Path) -> Times:
-    try:
-        return json.loads(run_node(Path(__file__).parent / "hl7_peers.cjs", str(message), str(ROUNDS)))
-    except NoPackages as error:
-        print(f"   going on without the npm packages: {error}")
-        return {}
+def library(name: str) -> Callable[[Message], float]:
+    return lambda _message: statistics.median(google_benchmark([PROGRAM], name))
 
 
-def measure() -> list[Row]:
-    ours: dict[str, float] = {}
-    peers: Times = {}
-    with tempfile.TemporaryDirectory() as directory:
-        path = Path(directory) / "message.hl7"
-        heap = json.loads(run(BIN / "zelrm_hl7_heap", path))
-        text = path.read_bytes().decode()
-        # In turns, so that a busy moment of the machine meets everybody.
-        for _ in range(3):
-            for name, value in google_benchmark(BIN / "zelrm_hl7_benchmark", repetitions=ROUNDS).items():
-                ours[name] = min(value, ours.get(name, value))
-            merge(peers, node_times(path))
-            merge(peers, {"python-hl7": python_times(text)})
-    rows = [row(what, ours[MEASURES[measure]], {name: times[measure] for name, times in peers.items()}, goal)
-            for what, measure, goal in (("HL7: encode a filled result of 30 analytes", "encode", GOAL),
-                                        ("HL7: fill and encode it", "fill", None),
-                                        ("HL7: decode it into the typed tree", "decode", GOAL))]
-    return rows + [Row("HL7: heap of the filled message", f"{heap['filled'] / 1000:.1f} kB", "", "", "< 200 kB",
-                       heap["filled"] < HEAP_LIMIT),
-                   Row("HL7: heap of an empty message", f"{heap['empty']} bytes")]
+def row(measure: str, benchmark: str, what: str, goal: Goal) -> Row:
+    peers = {package: npm(package, measure) for package in ("simple-hl7", "@medplum/core")}
+    return Row(measure, what, SECONDS, library(f"{benchmark}/30"), peers | {"python-hl7": python_hl7(measure)}, goal,
+               turns=5)
 
 
-def row(what: str, ours: float, peers: dict[str, float], goal: int | None) -> Row:
-    fastest = min(peers, key=lambda name: peers[name])
-    ratio = peers[fastest] / ours
-    others = ", ".join(f"{name} {nanoseconds(peers[name])}" for name in sorted(peers, key=lambda name: peers[name]))
-    return Row(what, nanoseconds(ours), others, f"{ratio:.1f} x", f">= {goal} x" if goal else "",
-               ratio >= goal if goal else None)
+def by_analytes(_message: Message, count: int) -> dict[str, list[float]]:
+    return {key: google_benchmark([PROGRAM], f"{name}/{count}", 5)
+            for key, name in (("encode-analytes", "Encode"), ("decode-analytes", "Decode"))}
+
+
+GROUP = Group(
+    "hl7", open_message,
+    [row("encode", "Encode", "HL7: encode a filled result of 30 analytes", faster(10)),
+     row("decode", "Decode", "HL7: decode it into the typed tree", faster(10)),
+     row("fill", "FillAndEncode", "HL7: fill it from plain values and encode it", faster(6)),
+     Row("heap", "HL7: heap of the filled message", BYTES, lambda message: message.heap["filled"],
+         goal=at_most(200_000), turns=1),
+     Row("heap-empty", "HL7: heap of an empty message", BYTES, lambda message: message.heap["empty"], turns=1)],
+    [Sweep([Curve("encode-analytes", "HL7: encode a result", SECONDS, "analytes"),
+            Curve("decode-analytes", "HL7: decode a result", SECONDS, "analytes")], ANALYTES, by_analytes)],
+    needs=("service", "node"))

@@ -1,40 +1,23 @@
-"""What the benchmarks have in common: one row of the closing table, and how programs are run and timed."""
+"""How programs are run and timed."""
 
 from __future__ import annotations
 
 import json
+import statistics
 import subprocess
 import time
-from collections.abc import Callable
-from dataclasses import dataclass
+from collections.abc import Callable, Sequence
 from pathlib import Path
 from typing import Any
 
 from bench.sandbox import PROJECT
 
 BIN = PROJECT / "build/release/bin"
+SCALE = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1}
 
 
-@dataclass(frozen=True)
-class Row:
-    """One measure. `met` is None where there is no goal."""
-    what: str
-    ours: str
-    peer: str = ""
-    ratio: str = ""
-    goal: str = ""
-    met: bool | None = None
-
-
-def nanoseconds(value: float) -> str:
-    for unit, size in (("ms", 1e6), ("µs", 1e3)):
-        if value >= size:
-            return f"{value / size:.3g} {unit}"
-    return f"{value:.3g} ns"
-
-
-def megabytes(count: float) -> str:
-    return f"{count / (1 << 20):.1f} MiB"
+class MissingPeer(RuntimeError):
+    """A peer is not there and cannot be had; its row goes on without it."""
 
 
 def run(*command: str | Path, timeout: float = 300) -> str:
@@ -45,29 +28,27 @@ def run(*command: str | Path, timeout: float = 300) -> str:
     return result.stdout
 
 
-def google_benchmark(*command: str | Path, repetitions: int) -> dict[str, float]:
-    """The least nanoseconds of each benchmark of a program over its repetitions."""
-    output = run(*command, "--benchmark_filter=(/30|^[^/]*)$", "--benchmark_format=json", f"--benchmark_repetitions={repetitions}",
-                 "--benchmark_min_time=0.002")
-    least: dict[str, float] = {}
-    scale = {"ns": 1, "us": 1e3, "ms": 1e6}
+def google_benchmark(command: Sequence[str | Path], name: str, repetitions: int = 9) -> list[float]:
+    """The seconds of one benchmark of a program, a value for each repetition."""
+    output = run(*command, f"--benchmark_filter=^{name}$", "--benchmark_format=json", "--benchmark_min_time=0.02",
+                 f"--benchmark_repetitions={repetitions}")
     runs: list[dict[str, Any]] = json.loads(output)["benchmarks"]
+    found = []
     for measured in runs:
         if measured.get("error_occurred"):
             raise RuntimeError(f"{measured['name']}: {measured['error_message']}")
         if measured["run_type"] == "iteration":
-            value = measured["real_time"] * scale[measured["time_unit"]]
-            name = measured["run_name"].removesuffix("/30")
-            least[name] = min(value, least.get(name, value))
-    return least
+            found.append(measured["real_time"] * SCALE[measured["time_unit"]])
+    if not found:
+        raise RuntimeError(f"{command[-1]} has no benchmark {name}")
+    return found
 
 
-def best(work: Callable[[], Any], rounds: int, count: int = 5) -> float:
-    """The least nanoseconds of one call over many rounds."""
-    least = float("inf")
-    for _ in range(rounds):
-        start = time.perf_counter_ns()
-        for _ in range(count):
-            work()
-        least = min(least, (time.perf_counter_ns() - start) / count)
-    return least
+def seconds(work: Callable[[], Any], least: float = 0.1) -> float:
+    """The median time of one call, over as many calls as take `least` seconds."""
+    times: list[float] = []
+    while sum(times) < least or len(times) < 3:
+        start = time.perf_counter()
+        work()
+        times.append(time.perf_counter() - start)
+    return statistics.median(times)

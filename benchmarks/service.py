@@ -1,114 +1,187 @@
-"""The running daemon: how soon it answers, and what it takes while it idles."""
+"""The running daemon: how soon it answers a scan, how long a result takes, how soon it is up."""
 
 from __future__ import annotations
 
+import contextlib
 import socket
 import statistics
 import struct
 import tempfile
 import threading
 import time
-from collections.abc import Callable
+from collections.abc import Callable, Iterator, Sequence
+from typing import Any
 
-from bench.analyzer import PASSWORD, PATIENT_ID, Analyzer
+from bench.analyzer import PASSWORD, PATIENT, Analyzer, insert
+from bench.daemon import wait_until
+from bench.machine import preset
 from bench.pc import ANALYZER_UDP_PORT, Pc
 from bench.pcpacket import Command, Packet
 from bench.sandbox import ANALYZER_ADDRESS, PC_ADDRESS, PROJECT
-from bench.zelapp import PATIENT, PcConnection, ResultSent
-from benchmarks.measure import BIN, Row, google_benchmark, megabytes, nanoseconds
+from bench.zelapp import PATIENT as PATIENT_KIND
+from bench.zelapp import PcConnection, ResultSent
+from benchmarks.measure import BIN
+from benchmarks.model import SECONDS, Curve, Group, Row, Sweep, at_most, more, within
+from benchmarks.stats import percentile
 
 SCAN_PORT, ECHO_PORT = 9041, 9042
-SCANS, TURNS = 400, 5
-RESULTS = 20
-IDLE_SECONDS = 6
-# Its loop runs 10 times a second; the other threads wait in calls of seconds.
-WAKEUPS_LIMIT = 15
+SCANS, TRANSFERS = 400, 3
+USUAL, MANY = 30, 200  # analytes
+ANALYTES = (1, 10, 30, 60, 100, 150, 200)  # more than some 220 do not fit into a packet
+RESULTS = 1000  # ResultID of a result of n analytes is this and n
+
+SCAN = Packet(Command.SCAN, 1, 0, struct.pack(">H4s4x", SCAN_PORT, socket.inet_aton(PC_ADDRESS))).encode()
 
 
-def measure() -> list[Row]:
-    with Analyzer() as analyzer:
-        analyzer.start()
-        idle = measure_idle(analyzer)
-        scan = measure_scan(analyzer)
-        sent = measure_results(analyzer)
-        analyzer.daemon.stop()
-    return [measure_encoding(), scan, sent, *idle]
+class Service:
+    """An analyzer with results of all sizes, its registered PC, and an echo on the analyzer's machine."""
 
-
-def measure_encoding() -> Row:
-    program = PROJECT / "tests/private-paths"
-    times = google_benchmark(program, BIN.parent, BIN / "zelrm_result_benchmark", repetitions=100)
-    ours, peer = times["LoadFillAndEncode"], times["SelectAndJoin"]
-    return Row("Result: 30 analytes loaded, filled, encoded", nanoseconds(ours),
-               f"SQLite alone, same rows: {nanoseconds(peer)}", f"{ours / peer:.1f} x the time", "< 1 ms", ours < 1e6)
-
-
-def measure_scan(analyzer: Analyzer) -> Row:
-    """Half the round trips must be below the limit. The peer gives back the same datagram in the same network."""
-    ours: list[int] = []
-    echoed: list[int] = []
-    request = Packet(Command.SCAN, 1, 0, struct.pack(">H4s4x", SCAN_PORT, socket.inet_aton(PC_ADDRESS))).encode()
-    sandbox = analyzer.sandbox
-    with tempfile.TemporaryFile() as output, sandbox.socket(socket.SOCK_DGRAM, (PC_ADDRESS, SCAN_PORT)) as client:
-        echo = sandbox.spawn([str(BIN / "zelrm_udp_echo"), ANALYZER_ADDRESS, str(ECHO_PORT)], output, output)
+    def __init__(self, analyzer: Analyzer, pc: Pc, client: socket.socket, scans: int):
+        self.analyzer, self.pc, self.client, self.scans = analyzer, pc, client, scans
         client.settimeout(5)
-        time.sleep(0.5)
-        for _ in range(TURNS):
-            ours += round_trips(client, request, ANALYZER_UDP_PORT)
-            echoed += round_trips(client, request, ECHO_PORT)
-        echo.signal(9)
-        echo.wait(5)
-    median, peer = statistics.median(ours), statistics.median(echoed)
-    return Row("Service: scan answered, median", nanoseconds(median), f"bare UDP echo {nanoseconds(peer)}",
-               f"{median / peer:.1f} x the time", "< 1 ms", median < 1e6)
+
+    def round_trips(self, port: int) -> list[float]:
+        times = []
+        for _ in range(self.scans):
+            start = time.perf_counter()
+            self.client.sendto(SCAN, (ANALYZER_ADDRESS, port))
+            self.client.recv(2048)
+            times.append(time.perf_counter() - start)
+        return times
+
+    def transfer(self, result: int) -> tuple[float, float]:
+        """From ZELApp's request to the PC's having the result, and to the report of it; the PC acknowledges at once."""
+        arrived: list[float] = []
+
+        def receive() -> None:
+            self.pc.receive_result(30)
+            arrived.append(time.perf_counter())
+
+        thread = threading.Thread(target=receive)
+        thread.start()
+        start = time.perf_counter()
+        self.analyzer.zelapp.send_result(PATIENT_KIND, f"ResultID = {result}")
+        self.analyzer.zelapp.expect(ResultSent, 30)
+        reported = time.perf_counter()
+        thread.join()
+        return arrived[0] - start, reported - start
 
 
-def round_trips(client: socket.socket, request: bytes, port: int) -> list[int]:
-    times = []
-    for _ in range(SCANS):
-        start = time.perf_counter_ns()
-        client.sendto(request, (ANALYZER_ADDRESS, port))
-        client.recv(2048)
-        times.append(time.perf_counter_ns() - start)
-    return times
+def add_result(analyzer: Analyzer, result: int, analytes: int) -> None:
+    data: dict[str, Any] = dict(Result=12.25, Unit="mg/dL", RefRange_Min=5.5, RefRange_Max=40.5, QCFlag="0",
+                                Dynamic_Min=2.5, Dynamic_Max=900.5)
+    with contextlib.closing(analyzer.database()) as database, database:
+        insert(database, "Tb_Result_Summary", PATIENT | {"ResultID": result})
+        for index in range(analytes):
+            insert(database, "Tb_Result_Data", {"ResultID": result, "AnalyteID": f"AN{index}"} | data)
 
 
-def measure_results(analyzer: Analyzer) -> Row:
-    """From ZELApp's request to the report that the PC has the result, the PC acknowledging at once."""
-    times = []
-    with Pc(analyzer.sandbox.socket) as pc:
-        pc.register(PASSWORD)
-        pc.start_heartbeat()
-        assert analyzer.zelapp.expect(PcConnection, 10).connected
-        for _ in range(RESULTS):
-            thread = threading.Thread(target=pc.receive_result)
-            thread.start()
-            start = time.perf_counter_ns()
-            analyzer.zelapp.send_result(PATIENT, f"ResultID = {PATIENT_ID}")
-            analyzer.zelapp.expect(ResultSent)
-            times.append(time.perf_counter_ns() - start)
-            thread.join()
-    median = statistics.median(times)
-    return Row("Service: 0x0510 to 0x0513, median", nanoseconds(median), f"slowest of {RESULTS}: "
-               f"{nanoseconds(max(times))}", "", "< 120 ms", median < 120e6)
+def register(analyzer: Analyzer, pc: Pc) -> None:
+    pc.register(PASSWORD)
+    pc.start_heartbeat()
+    if not analyzer.zelapp.expect(PcConnection, 20).connected:
+        raise RuntimeError("the PC does not count as connected")
 
 
-def measure_idle(analyzer: Analyzer) -> list[Row]:
-    time.sleep(2)  # start-up is over
-    wakeups = change_per_second(lambda: voluntary_switches(analyzer))
-    resident = analyzer.daemon.memory()
-    return [Row("Service: resident memory, idle", megabytes(resident), "", "", "< 8 MB", resident < 8_000_000),
-            Row("Service: wake-ups a second, idle", f"{wakeups:.1f}", "", "", f"<= {WAKEUPS_LIMIT}",
-                wakeups <= WAKEUPS_LIMIT)]
+@contextlib.contextmanager
+def echo(analyzer: Analyzer) -> Iterator[None]:
+    """A bare echo of datagrams on the analyzer's machine, built for the machine that the daemon is built for."""
+    program = str(BIN.parent.parent / preset() / "bin/zelrm_udp_echo")
+    runner = ["qemu-arm-static", "-L", str(PROJECT / "build/arm-sysroot")] if preset() == "arm" else []
+    with tempfile.TemporaryFile("w+") as output:
+        process = analyzer.sandbox.spawn([*runner, program, ANALYZER_ADDRESS, str(ECHO_PORT)], output, output)
+
+        def ready() -> bool:
+            output.seek(0)
+            return "ready" in output.read()
+
+        wait_until(ready, 10, "the echo serves")
+        yield
+        process.signal(9)
+        process.wait(5)
 
 
-def change_per_second(value: Callable[[], int]) -> float:
-    start, before = time.monotonic(), value()
-    time.sleep(IDLE_SECONDS)
-    return (value() - before) / (time.monotonic() - start)
+@contextlib.contextmanager
+def open_service(quick: bool, analytes: Sequence[int] = ANALYTES) -> Iterator[Service]:
+    with Analyzer() as analyzer, Pc(analyzer.sandbox.socket) as pc:
+        for count in analytes:
+            add_result(analyzer, RESULTS + count, count)
+        analyzer.start()
+        register(analyzer, pc)
+        with echo(analyzer), analyzer.sandbox.socket(socket.SOCK_DGRAM, (PC_ADDRESS, SCAN_PORT)) as client:
+            yield Service(analyzer, pc, client, SCANS // 4 if quick else SCANS)
+        analyzer.daemon.stop()
 
 
-def voluntary_switches(analyzer: Analyzer) -> int:
-    """Of all threads of the daemon so far."""
-    text = analyzer.sandbox.run("sh", "-c", f"cat /proc/{analyzer.daemon.process.pid}/task/*/status")
-    return sum(int(line.split()[1]) for line in text.splitlines() if line.startswith("voluntary_ctxt_switches"))
+def p50(port: int) -> Callable[[Service], float]:
+    return lambda service: statistics.median(service.round_trips(port))
+
+
+def p99(port: int) -> Callable[[Service], float]:
+    return lambda service: percentile(service.round_trips(port), 99)
+
+
+def transfers(analytes: int) -> Callable[[Service], float]:
+    return lambda service: statistics.median(service.transfer(RESULTS + analytes)[1] for _ in range(TRANSFERS))
+
+
+def by_analytes(service: Service, count: int) -> dict[str, list[float]]:
+    return {"transfer-analytes": [service.transfer(RESULTS + count)[1] for _ in range(5)]}
+
+
+# Start
+
+@contextlib.contextmanager
+def open_start(_quick: bool) -> Iterator[Analyzer]:
+    with Analyzer() as analyzer:
+        yield analyzer
+
+
+def first_answer(analyzer: Analyzer) -> float:
+    """From the start of the program to the first answer to a scan; ZELApp connects as soon as it can."""
+    with analyzer.sandbox.socket(socket.SOCK_DGRAM, (PC_ADDRESS, SCAN_PORT)) as client:
+        client.settimeout(0.0005)
+        start = time.perf_counter()
+        analyzer.daemon.start()
+        while not analyzer.zelapp.socket:
+            with contextlib.suppress(FileNotFoundError, ConnectionRefusedError):
+                analyzer.zelapp.socket = analyzer.sandbox.connect_unix("/tmp/.rm_proc")
+        while True:
+            client.sendto(SCAN, (ANALYZER_ADDRESS, ANALYZER_UDP_PORT))
+            with contextlib.suppress(TimeoutError):
+                client.recv(2048)
+                break
+        taken = time.perf_counter() - start
+    analyzer.zelapp.close()
+    analyzer.daemon.stop()
+    return taken
+
+
+def bare_start(analyzer: Analyzer) -> float:
+    """What it takes to start a program there that does nothing."""
+    with tempfile.TemporaryFile() as output:
+        start = time.perf_counter()
+        process = analyzer.sandbox.spawn(["/usr/bin/true"], output, output)
+        process.wait(5)
+        return time.perf_counter() - start
+
+
+STEP = "After sending, the service looks for the PC's acknowledgement every 80 ms, first one step after sending."
+
+GROUP = Group(
+    "service", open_service,
+    [Row("scan-p50", "Scan answered, half of them", SECONDS, p50(ANALYZER_UDP_PORT),
+         {"bare echo in C": p50(ECHO_PORT)}, within(5), floor="Each answer is written to the log, line by line, "
+         "before it goes out, and the address that it tells is looked up for each."),
+     Row("scan-p99", "Scan answered, 99 of 100", SECONDS, p99(ANALYZER_UDP_PORT), {"bare echo in C": p99(ECHO_PORT)},
+         within(8)),
+     Row("transfer", "A result of 30 analytes from ZELApp's request to the report that the PC has it", SECONDS,
+         transfers(USUAL), goal=at_most(0.085), floor=STEP),
+     Row("transfer-200", "The same with 200 analytes", SECONDS, transfers(MANY), {"30 analytes": transfers(USUAL)},
+         more(0.005), floor=STEP)],
+    [Sweep([Curve("transfer-analytes", "A result from ZELApp's request to the report that the PC has it", SECONDS,
+                  "analytes", floor=STEP)], ANALYTES, by_analytes)])
+
+START = Group("start", open_start, [
+    Row("start", "From the start of the program to the first scan answered, ZELApp connecting at once", SECONDS,
+        first_answer, goal=at_most(0.020), parts={"starting a program that does nothing": bare_start})])

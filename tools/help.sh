@@ -11,7 +11,8 @@ usage: ./zel COMMAND [--help]
                    asan, tsan, fuzz, arm)
   format           whether the sources are formatted
   lint             formatter and linter, as warnings that are errors
-  bench [name...]  the benchmarks: ratios to peers measured in the same run
+  bench [name...]  the benchmarks: ratios to peers measured in the same run,
+                   and how costs grow; compares runs
   fuzz [seconds]   every decoder under libFuzzer, each for so long
   soak [minutes]   a PC and ZELApp without pause; leaks and drifts fail
   image COMMAND    update files: make, inspect, verify, extract, diff, publish,
@@ -26,6 +27,7 @@ explain() {
     case $1 in
     run) python -m bench.run --help ;;
     soak) python -m bench.soak --help ;;
+    bench) python -m benchmarks.options ;;
     demo) cat <<'TEXT' ;;
 usage: ./zel demo
 
@@ -58,12 +60,6 @@ TEXT
 usage: ./zel lint
 
 Checks the format and runs clang-tidy over src/ and host/.
-TEXT
-    bench) cat <<'TEXT' ;;
-usage: ./zel bench [hl7_library] [service] [update]
-
-Measures the service and the HL7 library beside peers in the same run and
-prints the ratios; status 1 when a goal is missed. Without names: all.
 TEXT
     fuzz) cat <<'TEXT' ;;
 usage: ./zel fuzz [SECONDS]
