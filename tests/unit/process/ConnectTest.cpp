@@ -1,11 +1,14 @@
 #include "process/CConnect.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
+#include <atomic>
 #include <csignal>
 #include <map>
+#include <random>
 
 #include "config/CConfigMgr.h"
 #include "config/CDeviceInfo.h"
@@ -26,6 +29,9 @@ void Step() {
         kill(getpid(), SIGKILL);
     }
 }
+
+/// Who leaves a lock dawdles, each time in another way, so that what is no single step falls apart.
+std::atomic<bool> dawdling{false};
 
 constexpr char kSettings[] =
     "PCIPAddress=127.0.0.1;\nPCTCPPort=1;\nPCUDPPort=40036;\nPCSWName=OldPC;\nPCPeerID=7;\nIPChanged=1;\n";
@@ -58,6 +64,20 @@ CPCMsg Registration(const std::string& password, char peerID = 'K', const std::s
 extern "C" int fsync(int descriptor) {
     Step();
     return static_cast<int>(syscall(SYS_fsync, descriptor));
+}
+
+extern "C" unsigned sleep(unsigned) {
+    return 0;
+}
+
+extern "C" int pthread_mutex_unlock(pthread_mutex_t* mutex) {
+    static const auto unlock = reinterpret_cast<int (*)(pthread_mutex_t*)>(dlsym(RTLD_NEXT, "pthread_mutex_unlock"));
+    const int result = unlock(mutex);
+    if (dawdling) {
+        thread_local std::minstd_rand chance(static_cast<unsigned>(gettid()));
+        usleep(static_cast<useconds_t>(chance() % 3000));
+    }
+    return result;
 }
 
 extern "C" int rename(const char* from, const char* to) {
@@ -108,22 +128,26 @@ TEST_F(ConnectTest, RefusesRegistrations) {
 
 // Fault: PCs that register in the same moment are stored by halves, or one is stored and another is current.
 TEST_F(ConnectTest, RegistersOnePCAtATime) {
-    std::map<char, std::shared_ptr<ScriptedSession>> sessions;
-    std::vector<std::thread> threads;
-    for (char peerID = '1'; peerID <= '8'; ++peerID) {
-        const auto session = sessions[peerID] = std::make_shared<ScriptedSession>();
-        session->address += peerID;
-        threads.emplace_back([=] {
-            CPCMsg request = Registration("pass", peerID, std::string("PC-") + peerID);
-            EXPECT_EQ(CConnect(Service()).ProcessRegisterDevice(request, session), 0);
-        });
+    for (int round = 0; round < 5; ++round) {
+        std::map<char, std::shared_ptr<ScriptedSession>> sessions;
+        std::vector<std::thread> threads;
+        dawdling = true;
+        for (char peerID = '1'; peerID <= '8'; ++peerID) {
+            const auto session = sessions[peerID] = std::make_shared<ScriptedSession>();
+            session->address += peerID;
+            threads.emplace_back([=] {
+                CPCMsg request = Registration("pass", peerID, std::string("PC-") + peerID);
+                EXPECT_EQ(CConnect(Service()).ProcessRegisterDevice(request, session), 0);
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        dawdling = false;
+        const RegisteredPC pc = CConfigMgr::GetInstance()->GetRegisteredPC();
+        EXPECT_EQ(pc.address + pc.name, std::string("127.0.0.1") + pc.peerID + "PC-" + pc.peerID);
+        EXPECT_EQ(CDeviceInfo::GetInstance()->GetSession(), sessions[pc.peerID]);
     }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    const RegisteredPC pc = CConfigMgr::GetInstance()->GetRegisteredPC();
-    EXPECT_EQ(pc.address + pc.name, std::string("127.0.0.1") + pc.peerID + "PC-" + pc.peerID);
-    EXPECT_EQ(CDeviceInfo::GetInstance()->GetSession(), sessions[pc.peerID]);
 }
 
 // Fault: a daemon that ends while it stores a registration leaves a part of the new PC beside a part of the old one.
