@@ -48,12 +48,6 @@ def test_a_wrong_crc_drops_the_message_only(analyzer: Analyzer, connected_pc: Pc
     assert sum(isinstance(message, ResultSent) for message in analyzer.zelapp.history) == 1
 
 
-def test_a_message_that_announces_too_much_is_given_up(analyzer: Analyzer, connected_pc: Pc) -> None:
-    analyzer.zelapp.send_raw(b"\x02\xb2\x10\x05\xff\xff" + bytes(50))
-    analyzer.daemon.wait_for_log("[CUDSServer::ReceiveMessage] Receive failed: 50/65535 bytes", 20)
-    send_result_and_see(analyzer, connected_pc, SEND_RESULT)
-
-
 def test_pcs_are_served_without_zelapp(analyzer: Analyzer, pc: Pc) -> None:
     analyzer.zelapp.close()
     pc.connect()

@@ -68,14 +68,6 @@ def test_a_missing_settings_file_is_made_with_defaults(analyzer: Analyzer) -> No
     assert lines[1:] == [f"{key}={value};" for key, value in DEFAULTS.items()]
 
 
-def test_settings_survive_a_restart_but_the_update_server_is_reset(new_analyzer: Analyzer) -> None:
-    kept = ["Comment=ZELRmUp Configuration File;", "# a note of the service engineer", "PCSWName=LabLink;",
-            "UpdateURL=elsewhere.example;", "Unknown=7;"]
-    new_analyzer.sandbox.path(OWN_FILE).write_text("\n".join(kept) + "\n")
-    new_analyzer.start()
-    assert own_file(new_analyzer) == [line.replace("elsewhere", "update.zel") for line in kept]
-
-
 @pytest.mark.arm
 def test_files_dated_after_2038_are_read(new_analyzer: Analyzer, pc: Pc) -> None:
     """Catches times of 32 bits, with which the settings could not be opened and the registered PC would be lost."""

@@ -25,12 +25,9 @@ END = b"the conversation is over"
 # Sender, message (a local one by its id), and some of its fields.
 SHOWN = """PC | Scan | tag=1 udp_port=9036 pc_address=192.168.40.20 unused=
 analyzer | Scan answer | serial=N62A0001234 busy=0 tcp_port=9034 address=192.168.40.10 model=N62 sub_tag=0xff
-analyzer | Error notice | code=0x0007 code_text=the administrator's password is wrong note.error=
-PC | Device information request | mask=0x1fff mask.serial=1 mask.registration=1
 analyzer | Device information | activity=4 peer_number=1 tcp_port=9034 address=192.168.40.10 dsp_version= registered=1
 analyzer | Result | command=0x7b01 hl7.segment=SAC hl7.msh.9=OUL^R22^OUL_R22 hl7.component=R22 hl7.obx.5=52.25
 PC | Image data | image_magic=ZN6S image_version=1.01.00.0002 more=1 image_received=31960
-service | 0x0562 | status=3 count=3 image=6 text_length=16 image_version=1.01.00.0010
 PC | Error notice | code=0x0013 code_text=the PC cancels the update note.error=
 service | 0x0562 | status=2 error=0x00204013 group=0x0c note.failed=
 analyzer | Result | hl7.pid.35=CANINE^CANINE^ORVELA^^Dog note.no_acknowledgement=

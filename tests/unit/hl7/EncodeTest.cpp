@@ -30,13 +30,6 @@ TEST(Encode, CompositeInsideCompositeUsesSubcomponentSeparator) {
     person.Component<17>().Component<2>().Component<1>().SetValue("from");
     person.Component<17>().Component<2>().Component<2>().SetValue("day");
     EXPECT_EQ(person.Encode(), "^family&&own^^^^^^^^^^^^^^^&from&day");
-
-    PID patient;
-    patient.Field<5>().Component<1>().Component<1>().SetValue("family");
-    patient.Field<5>().Component<1>().Component<2>().SetValue("prefix");
-    patient.Field<5>().Component<2>().SetValue("given");
-    patient.Field<7>().Component<1>().SetValue("20010203");
-    EXPECT_EQ(patient.Encode(), "PID|||||family&prefix^given||20010203\r");
 }
 
 TEST(Encode, SegmentNeverShrinksBelowItsNameAndOneSeparator) {
