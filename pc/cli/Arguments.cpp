@@ -41,7 +41,8 @@ With it each is a file on disk before it is acknowledged. Ctrl-C ends the watch;
 
 Examples:
   zelpc watch 192.168.40.10
-  zelpc watch 192.168.40.10 192.168.40.11 --save results --password-file password)";
+  zelpc watch 192.168.40.10 192.168.40.11 --save results --password-file password
+  zelpc watch --gateway 127.0.0.1:9080          what a gateway's analyzers send; it is the one that acknowledges)";
 
 constexpr char kPushEnd[] =
     R"(The folder holds the update files by their names, for example zel_sys.n62.bin. SYS, APP and XML go together. Ctrl-C
@@ -49,7 +50,8 @@ calls the update off as long as the analyzer has not got everything.
 
 Examples:
   zelpc push 192.168.40.10 release-2.1
-  zelpc push 192.168.40.10 release-2.1 --when-asked    the analyzer's operator begins it)";
+  zelpc push 192.168.40.10 release-2.1 --when-asked    the analyzer's operator begins it
+  zelpc push N62A0001234 release-2.1 --gateway 127.0.0.1:9080    a release in the gateway's push directory)";
 
 constexpr char kDecodeEnd[] =
     R"(The file is an HL7 message; a capture of network traffic (pcap, pcapng); bytes of packets; or their hexadecimal digits,
@@ -78,6 +80,15 @@ void AddNetwork(CLI::App* command, NetworkOptions& options, std::uint16_t port) 
 
 void AddPassword(CLI::App* command, PasswordOptions& options) {
     command->add_option("--password-file", options.file, "File whose first line is the administrator password")
+        ->type_name("FILE");
+}
+
+void AddGateway(CLI::App* command, ThroughGateway& options) {
+    command
+        ->add_option("--gateway", options.at,
+                     "Ask the gateway that holds the analyzer instead; HOST is then a serial number or an address")
+        ->type_name("HOST:PORT");
+    command->add_option("--token-file", options.tokenFile, "File with its token; else ZELPC_TOKEN, else its own")
         ->type_name("FILE");
 }
 
@@ -141,28 +152,42 @@ void AddUnregister(CLI::App& app, UnregisterOptions& options, int& status) {
 
 void AddWatch(CLI::App& app, WatchOptions& options, int& status) {
     CLI::App* command = Add(app, "watch", "Stay registered and show results as they come", kWatchEnd);
-    command->add_option("host", options.hosts, "Addresses or names of analyzers")->required()->type_name("HOST");
-    command->add_option("--save", options.save, "Folder in which each result becomes a file")->type_name("DIR");
+    command->add_option("host", options.hosts, "Addresses or names of analyzers")->type_name("HOST");
+    CLI::Option* const save =
+        command->add_option("--save", options.save, "Folder in which each result becomes a file")->type_name("DIR");
     command->add_flag("--take-over", options.takeOver, "Replace another PC that is registered");
     AddPassword(command, options.password);
+    AddGateway(command, options.gateway);
+    command->get_option("--gateway")->excludes(save);
     AddNetwork(command, options.network, HubSettings().udpPort);
     AddJson(command, options.json);
-    command->callback([&] { status = RunWatch(options); });
+    command->callback([&] {
+        if (options.hosts.empty() && options.gateway.at.empty()) {
+            throw CLI::RequiredError("host");
+        }
+        status = RunWatch(options);
+    });
 }
 
 void AddPush(CLI::App& app, PushOptions& options, int& status) {
     CLI::App* command = Add(app, "push", "Send a software update to an analyzer", kPushEnd);
     AddHost(command, options.host);
-    command->add_option("folder", options.folder, "Folder with the update files")
+    command->add_option("folder", options.folder, "Folder with the update files; of a gateway, its name there")
         ->required()
-        ->check(CLI::ExistingDirectory)
         ->type_name("DIR");
     command->add_flag("--when-asked", options.whenAsked, "Wait until the analyzer's operator asks for it");
     command->add_flag("--take-over", options.takeOver, "Replace another PC that is registered");
     AddPassword(command, options.password);
+    AddGateway(command, options.gateway);
     AddNetwork(command, options.network, HubSettings().udpPort);
     AddJson(command, options.json);
-    command->callback([&] { status = RunPush(options); });
+    command->callback([&] {
+        const std::string missing = CLI::ExistingDirectory(options.folder);
+        if (options.gateway.at.empty() && !missing.empty()) {
+            throw CLI::ValidationError("folder", missing);
+        }
+        status = RunPush(options);
+    });
 }
 
 void AddDecode(CLI::App& app, DecodeOptions& options, int& status) {

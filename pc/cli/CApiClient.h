@@ -1,8 +1,11 @@
 #pragma once
 
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
+
+#include "cli/Options.h"
 
 namespace ZELPC {
 
@@ -19,8 +22,8 @@ private:
 /// Asks a gateway through its API (docs/gateway.md).
 class CApiClient {
 public:
-    /// `gateway` is "host:port", or a host alone.
-    CApiClient(const std::string& gateway, std::string token);
+    /// Throws CApiError when the token's file cannot be read.
+    explicit CApiClient(const ThroughGateway& gateway);
 
     /// What the gateway answers. Throws CApiError.
     nlohmann::json Get(const std::string& path) const { return Ask("GET", path, {}); }
@@ -33,5 +36,8 @@ private:
     std::string port_;
     const std::string token_;
 };
+
+/// Does work with a gateway and returns its ExitStatus; what fails is said on standard error and becomes one.
+[[nodiscard]] int AskGateway(const ThroughGateway& gateway, const std::function<int(const CApiClient&)>& work);
 
 }  // namespace ZELPC

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "cli/ExitStatus.h"
 #include "cli/Output.h"
 #include "link/CRelease.h"
 
@@ -95,6 +96,21 @@ void CPushView::ShowJson(const PushProgress& progress) const {
         object["reason"] = progress.reason;
     }
     PrintJson(object);
+}
+
+int StatusOf(const PushProgress& progress) {
+    if (progress.step == PushStep::kInstalled) {
+        return kDone;
+    }
+    PrintProblem(progress.reason);
+    switch (progress.step) {
+        case PushStep::kNotNeeded:
+            return kDone;
+        case PushStep::kCancelled:
+            return kInterrupted;
+        default:
+            return kFailed;
+    }
 }
 
 }  // namespace ZELPC

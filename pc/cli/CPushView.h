@@ -28,4 +28,7 @@ private:
     std::map<ImageId, bool> stored_;
 };
 
+/// The ExitStatus of an update that is over, after saying on standard error what went wrong.
+[[nodiscard]] int StatusOf(const PushProgress& progress);
+
 }  // namespace ZELPC

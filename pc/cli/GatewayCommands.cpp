@@ -72,10 +72,11 @@ using QueueRun = int (*)(const QueueOptions&);
 CLI::App* AddQueueVerb(CLI::App& queue, const std::shared_ptr<QueueOptions>& options, Runs& run, const char* name,
                        const char* what, QueueRun verb) {
     CLI::App* const command = queue.add_subcommand(name, what);
-    command->add_option("--gateway", options->gateway, "The gateway's page")
+    command->add_option("--gateway", options->gateway.at, "The gateway's page")
         ->type_name("HOST:PORT")
         ->capture_default_str();
-    command->add_option("--token-file", options->tokenFile, "File with its token; else ZELPC_TOKEN, else its own")
+    command
+        ->add_option("--token-file", options->gateway.tokenFile, "File with its token; else ZELPC_TOKEN, else its own")
         ->type_name("FILE");
     command->add_flag("--json", options->json, "Write a JSON object a line");
     command->callback([options, &run, verb] { run = [options, verb] { return verb(*options); }; });

@@ -19,6 +19,12 @@ struct PasswordOptions {
     std::string file;
 };
 
+/// The gateway that is asked instead of the analyzer, and what it lets in with.
+struct ThroughGateway {
+    std::string at;         ///< "host:port" of its page; empty: the analyzer is asked
+    std::string tokenFile;  ///< empty: the environment's ZELPC_TOKEN, or this user's gateway's own
+};
+
 struct ScanOptions {
     NetworkOptions network;
     std::vector<std::string> to;  ///< empty: every interface's network
@@ -50,18 +56,20 @@ struct UnregisterOptions {
 
 struct WatchOptions {
     NetworkOptions network;
+    ThroughGateway gateway;
     PasswordOptions password;
-    std::vector<std::string> hosts;
-    std::string save;  ///< folder; empty: results are shown and not acknowledged
+    std::vector<std::string> hosts;  ///< of a gateway's analyzers the serial numbers, too; none: all of them
+    std::string save;                ///< folder; empty: results are shown and not acknowledged
     bool takeOver = false;
     bool json = false;
 };
 
 struct PushOptions {
     NetworkOptions network;
+    ThroughGateway gateway;
     PasswordOptions password;
     std::string host;
-    std::string folder;
+    std::string folder;  ///< for a gateway: the name of one in its push directory
     bool whenAsked = false;
     bool takeOver = false;
     bool json = false;

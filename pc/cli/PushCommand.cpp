@@ -4,6 +4,7 @@
 #include "cli/CRunner.h"
 #include "cli/Commands.h"
 #include "cli/ExitStatus.h"
+#include "cli/GatewayWork.h"
 #include "cli/InfoText.h"
 #include "cli/Output.h"
 #include "cli/Password.h"
@@ -62,30 +63,6 @@ int Hindered(const LinkStatus& status) {
     return status.state == LinkState::kWaiting ? kUnreachable : kRefused;
 }
 
-int StatusOf(const PushProgress& progress) {
-    if (progress.step == PushStep::kInstalled) {
-        return kDone;
-    }
-    PrintProblem(progress.reason);
-    switch (progress.step) {
-        case PushStep::kNotNeeded:
-            return kDone;
-        case PushStep::kCancelled:
-            return kInterrupted;
-        default:
-            return kFailed;
-    }
-}
-
-void CheckModel(const CRelease& release, const std::string& model) {
-    const bool veterinary = model.starts_with("N62V");
-    if (!model.empty() && veterinary != release.IsVeterinary()) {
-        throw ReleaseError(std::string("the release is for ") + (release.IsVeterinary() ? "Veterinary" : "Human") +
-                           " analyzers, but this one is a " + (veterinary ? "Veterinary" : "Human") + " (" + model +
-                           ")");
-    }
-}
-
 asio::awaitable<int> PushOver(CRunner& runner, std::shared_ptr<IAnalyzerLink> link, CPushEvents& events,
                               std::shared_ptr<const CRelease> release, PushMethod method) {
     const LinkStatus status = co_await events.Settled();
@@ -95,7 +72,7 @@ asio::awaitable<int> PushOver(CRunner& runner, std::shared_ptr<IAnalyzerLink> li
     if (status.state != LinkState::kRegistered) {
         co_return Hindered(status);
     }
-    CheckModel(*release, status.model);
+    release->RequireFor(status.model);
     runner.OnInterrupt([link] { link->CancelPush(); });
     const PushProgress progress = co_await link->Push(release, method);
     co_return StatusOf(progress);
@@ -104,6 +81,9 @@ asio::awaitable<int> PushOver(CRunner& runner, std::shared_ptr<IAnalyzerLink> li
 }  // namespace
 
 int RunPush(const PushOptions& options) {
+    if (!options.gateway.at.empty()) {
+        return PushThroughGateway(options);
+    }
     CRunner runner;
     return runner.Run(options.network, [&](CLinkHub& hub) -> asio::awaitable<int> {
         const auto release = std::make_shared<const CRelease>(CRelease::Read(options.folder));

@@ -1,13 +1,10 @@
 #include "cli/QueueCommand.h"
 
-#include <cstdlib>
-#include <fstream>
 #include <functional>
 
 #include "cli/CApiClient.h"
 #include "cli/ExitStatus.h"
 #include "cli/Output.h"
-#include "gateway/ReadGatewayConfig.h"
 
 namespace ZELPC {
 
@@ -15,31 +12,12 @@ using nlohmann::json;
 
 namespace {
 
-std::string ReadToken(const QueueOptions& options) {
-    const char* const variable = std::getenv("ZELPC_TOKEN");
-    if (options.tokenFile.empty() && variable != nullptr) {
-        return variable;
-    }
-    std::string token;
-    std::ifstream file(options.tokenFile.empty() ? UserStateDirectory() + "/token" : options.tokenFile);
-    if (!(file >> token) && !options.tokenFile.empty()) {
-        throw CApiError(kUsage, options.tokenFile + " cannot be read");
-    }
-    return token;
-}
-
 /// Asks the gateway and shows its answer.
 int Ask(const QueueOptions& options, const std::function<void(const CApiClient&)>& work) {
-    try {
-        work(CApiClient(options.gateway, ReadToken(options)));
-        return kDone;
-    } catch (const CApiError& error) {
-        PrintProblem(Printable(error.what()));
-        return error.Status();
-    } catch (const json::exception& error) {
-        PrintProblem("this is no gateway of this version");
-        return kUnfit;
-    }
+    return AskGateway(options.gateway, [&work](const CApiClient& client) {
+        work(client);
+        return static_cast<int>(kDone);
+    });
 }
 
 std::string Plain(const json& value) {

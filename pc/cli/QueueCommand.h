@@ -3,12 +3,13 @@
 #include <cstdint>
 #include <string>
 
+#include "cli/Options.h"
+
 namespace ZELPC {
 
 /// What "queue" is told to do.
 struct QueueOptions {
-    std::string gateway = "127.0.0.1:9080";
-    std::string tokenFile;  ///< empty: the environment's ZELPC_TOKEN, or this user's gateway's own
+    ThroughGateway gateway{.at = "127.0.0.1:9080", .tokenFile = {}};
     bool json = false;
     std::string name;  ///< of the destination
     bool waiting = false;

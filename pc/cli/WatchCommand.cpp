@@ -5,6 +5,7 @@
 #include "cli/CWatch.h"
 #include "cli/Commands.h"
 #include "cli/ExitStatus.h"
+#include "cli/GatewayWork.h"
 #include "cli/Output.h"
 #include "cli/Password.h"
 #include "link/NoThrow.h"
@@ -14,6 +15,9 @@ namespace ZELPC {
 namespace asio = boost::asio;
 
 int RunWatch(const WatchOptions& options) {
+    if (!options.gateway.at.empty()) {
+        return WatchThroughGateway(options);
+    }
     CRunner runner;
     // The last to go are results that the disk still works on; they speak to the runner's loop.
     asio::thread_pool disk(1);

@@ -8,6 +8,7 @@
 #include <boost/asio/dispatch.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/use_awaitable.hpp>
+#include <utility>
 
 #include "deliver/Acknowledgement.h"
 #include "deliver/Standard.h"
@@ -16,8 +17,8 @@ namespace ZELPC {
 
 namespace {
 
-constexpr int kBatch = 16;                  // messages of one analyzer before the next one's turn
-constexpr std::size_t kMostUnmarked = 512;  // accepted messages that the store does not know of yet
+constexpr int kBatch = 32;                   // messages of one analyzer before the next one's turn
+constexpr std::size_t kMostUnmarked = 4096;  // accepted messages that the store does not know of yet
 constexpr auto kGrace = std::chrono::seconds(5);
 
 }  // namespace
@@ -54,6 +55,7 @@ void CDeliveryQueue::WakeAll() {
         try {
             for (const std::string& serial : self->reader_.WaitingSerials(self->options_.name)) {
                 self->Ready(serial);
+                self->lanes_.at(serial).rewind = true;
             }
         } catch (const std::exception& error) {
             self->NoteProblem(fmt::format("the store cannot be read: {}", error.what()));
@@ -96,6 +98,8 @@ asio::awaitable<void> CDeliveryQueue::Work(CDestination& destination) {
             const std::string serial = std::move(ready_.front());
             ready_.pop_front();
             co_await ServeLane(destination, serial);
+            // A destination that answers at once leaves nobody else a turn.
+            co_await asio::post(strand_, asio::use_awaitable);
         }
     }
     --working_;
@@ -144,12 +148,24 @@ asio::awaitable<CDeliveryQueue::Next> CDeliveryQueue::ServeBatch(CDestination& d
     co_return Next::kLater;
 }
 
-std::vector<Delivery> CDeliveryQueue::Read(const std::string& serial, const Lane& lane) {
+std::vector<Delivery> CDeliveryQueue::Read(const std::string& serial, Lane& lane) {
     if (options_.stopOnReject && reader_.IsHeld(options_.name, serial)) {
         return {};
     }
-    std::vector<Delivery> batch = reader_.Waiting(options_.name, serial, kBatch + static_cast<int>(lane.marked.size()));
-    std::erase_if(batch, [&lane](const Delivery& delivery) { return lane.marked.contains(delivery.id); });
+    if (std::exchange(lane.rewind, false)) {
+        lane.sent = 0;
+    }
+    std::vector<Delivery> batch;
+    bool more = true;
+    while (batch.empty() && more) {
+        batch = reader_.Waiting(options_.name, serial, kBatch, lane.sent);
+        more = batch.size() == kBatch;
+        const std::int64_t last = batch.empty() ? 0 : batch.back().id;
+        std::erase_if(batch, [&lane](const Delivery& delivery) { return lane.marked.contains(delivery.id); });
+        if (batch.empty()) {
+            lane.sent = std::max(lane.sent, last);
+        }
+    }
     return batch;
 }
 
@@ -166,13 +182,12 @@ asio::awaitable<CDeliveryQueue::Next> CDeliveryQueue::ServeOne(CDestination& des
     }
     NoteSuccess();
     lane.pause.Reset();
-    lane.marked.insert(delivery.id);
-    ++unmarked_;
-    MarkDelivered(serial, delivery.id);
+    lane.sent = delivery.id;
+    NoteAccepted(serial, delivery.id);
     co_return Next::kGoOn;
 }
 
-OutgoingMessage CDeliveryQueue::Build(const Delivery& delivery, std::string& error) const {
+OutgoingMessage CDeliveryQueue::Build(Delivery& delivery, std::string& error) const {
     OutgoingMessage message;
     message.serial = delivery.serial;
     message.result = delivery.result;
@@ -184,7 +199,7 @@ OutgoingMessage CDeliveryQueue::Build(const Delivery& delivery, std::string& err
         message.text = std::move(standard.text);
         error = std::move(standard.error);
     } else {
-        message.text = delivery.text;
+        message.text = std::move(delivery.text);
         message.controlId = ControlIdOf(message.text);
     }
     return message;

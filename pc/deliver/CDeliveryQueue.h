@@ -64,8 +64,16 @@ private:
 
         bool queued = false;            ///< in ready_, with a worker, or waiting for its pause to end
         bool again = false;             ///< woken meanwhile
+        bool rewind = false;            ///< something before `sent` may wait again
+        std::int64_t sent = 0;          ///< what was accepted last; what comes next stands behind it
         std::set<std::int64_t> marked;  ///< accepted, and the store has yet to say that it knows
         CPause pause;
+    };
+    using Lanes = std::map<std::string, Lane>;
+    /// A delivery that was accepted, and its lane, which stays at least until the store knows.
+    struct Accepted {
+        Lanes::iterator lane;
+        std::int64_t delivery;
     };
     /// What a worker does after a message: takes the analyzer's next one, lets other analyzers have their turn, leaves
     /// this one until it is woken, or for a pause.
@@ -78,14 +86,17 @@ private:
                                    Delivery& delivery);
     asio::awaitable<Next> NotAccepted(const std::string& serial, Delivery& delivery, const DeliveryOutcome& outcome);
     asio::awaitable<Next> Hold(Delivery& delivery, const std::string& reason);
-    std::vector<Delivery> Read(const std::string& serial, const Lane& lane);
-    OutgoingMessage Build(const Delivery& delivery, std::string& error) const;
+    std::vector<Delivery> Read(const std::string& serial, Lane& lane);
+    OutgoingMessage Build(Delivery& delivery, std::string& error) const;
 
     void Ready(const std::string& serial);
     void ReadyAfterPause(const std::string& serial, Lane& lane);
     void Leave(const std::string& serial, Lane& lane);
-    void MarkDelivered(const std::string& serial, std::int64_t delivery);
-    void Marked(const std::string& serial, std::int64_t delivery, bool done);
+    void NoteAccepted(const std::string& serial, std::int64_t delivery);
+    asio::awaitable<void> MarkSoon();
+    void Mark(std::vector<Accepted> accepted);
+    void Marked(const std::vector<Accepted>& accepted);
+    asio::awaitable<void> MarkAgain(std::vector<Accepted> accepted);
     asio::awaitable<void> MarkSurely(const DeliveryMark& mark);
     asio::awaitable<void> Sleep(std::chrono::milliseconds duration);
     asio::awaitable<void> WaitForSignal();
@@ -98,7 +109,9 @@ private:
     CStoreReader reader_;
     const DestinationOptions options_;
     std::vector<std::unique_ptr<CDestination>> destinations_;
-    std::map<std::string, Lane> lanes_;
+    Lanes lanes_;
+    std::vector<Accepted> accepted_;  // the store is told of them together
+    bool markingSoon_ = false;
     std::deque<std::string> ready_;
     asio::steady_timer signal_;
     CPause pause_;  ///< of the whole destination

@@ -16,6 +16,8 @@ namespace {
 
 constexpr auto kAsTuple = asio::as_tuple(asio::use_awaitable);
 constexpr auto kMarkAgain = std::chrono::seconds(1);
+constexpr auto kMarkPause = std::chrono::milliseconds(20);
+constexpr std::size_t kMarkedTogether = 512;
 
 }  // namespace
 
@@ -50,37 +52,62 @@ void CDeliveryQueue::Leave(const std::string& serial, Lane& lane) {
     }
 }
 
-void CDeliveryQueue::MarkDelivered(const std::string& serial, std::int64_t delivery) {
-    store_.Mark({delivery, DeliveryState::kDelivered, 0, {}},
-                [self = shared_from_this(), serial, delivery](const std::string* error) {
-                    asio::post(self->strand_, [self, serial, delivery, done = error == nullptr] {
-                        self->Marked(serial, delivery, done);
-                    });
-                });
+void CDeliveryQueue::NoteAccepted(const std::string& serial, std::int64_t delivery) {
+    const Lanes::iterator lane = lanes_.find(serial);
+    lane->second.marked.insert(delivery);
+    accepted_.push_back({lane, delivery});
+    ++unmarked_;
+    if (accepted_.size() >= kMarkedTogether) {
+        Mark(std::exchange(accepted_, {}));
+    } else if (!std::exchange(markingSoon_, true)) {
+        asio::co_spawn(
+            strand_, [self = shared_from_this()] { return self->MarkSoon(); }, asio::detached);
+    }
 }
 
-void CDeliveryQueue::Marked(const std::string& serial, std::int64_t delivery, bool done) {
-    if (done) {
-        Lane& lane = lanes_.at(serial);
-        lane.marked.erase(delivery);
-        if (!lane.queued && lane.marked.empty()) {
-            lanes_.erase(serial);
-        }
-        --unmarked_;
-        Signal();
-        return;
+/// New results, which analyzers wait for, need the disk as well: so marks come to it seldom, and many at once.
+asio::awaitable<void> CDeliveryQueue::MarkSoon() {
+    co_await Sleep(kMarkPause);
+    markingSoon_ = false;
+    if (!accepted_.empty()) {
+        Mark(std::exchange(accepted_, {}));
     }
-    asio::co_spawn(
-        strand_,
-        [self = shared_from_this(), serial, delivery]() -> asio::awaitable<void> {
-            co_await self->Sleep(kMarkAgain);
-            if (self->stopping_) {
-                --self->unmarked_;  // it will be delivered twice
+}
+
+void CDeliveryQueue::Mark(std::vector<Accepted> accepted) {
+    std::vector<std::int64_t> deliveries;
+    for (const Accepted& one : accepted) {
+        deliveries.push_back(one.delivery);
+    }
+    store_.MarkDelivered(
+        std::move(deliveries), [self = shared_from_this(), accepted = std::move(accepted)](const std::string* error) {
+            if (error == nullptr) {
+                asio::post(self->strand_, [self, accepted] { self->Marked(accepted); });
             } else {
-                self->MarkDelivered(serial, delivery);
+                asio::co_spawn(
+                    self->strand_, [self, accepted] { return self->MarkAgain(accepted); }, asio::detached);
             }
-        },
-        asio::detached);
+        });
+}
+
+void CDeliveryQueue::Marked(const std::vector<Accepted>& accepted) {
+    for (const auto& [lane, delivery] : accepted) {
+        lane->second.marked.erase(delivery);
+        if (!lane->second.queued && lane->second.marked.empty()) {
+            lanes_.erase(lane);
+        }
+    }
+    unmarked_ -= accepted.size();
+    Signal();
+}
+
+asio::awaitable<void> CDeliveryQueue::MarkAgain(std::vector<Accepted> accepted) {
+    co_await Sleep(kMarkAgain);
+    if (stopping_) {
+        unmarked_ -= accepted.size();  // they will be delivered twice
+    } else {
+        Mark(std::move(accepted));
+    }
 }
 
 /// Returns when the mark is on the disk, or the queue ends.

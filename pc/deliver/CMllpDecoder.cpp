@@ -34,13 +34,10 @@ void CMllpDecoder::SkipNoise() {
     buffer_.erase(0, begin);
 }
 
-std::string CMllpDecoder::Frame(std::string_view message) {
-    std::string frame;
-    frame.reserve(message.size() + 1 + kEnd.size());
-    frame += kBegin;
+void CMllpDecoder::Frame(std::string_view message, std::string& frame) {
+    frame = kBegin;
     frame += message;
     frame += kEnd;
-    return frame;
 }
 
 }  // namespace ZELPC

@@ -21,7 +21,8 @@ public:
     bool Empty() const { return buffer_.empty(); }
     void Clear() { buffer_.clear(); }
 
-    static std::string Frame(std::string_view message);
+    /// Makes `frame` the frame of a message; its memory is used again.
+    static void Frame(std::string_view message, std::string& frame);
 
 private:
     void SkipNoise();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <boost/asio/any_io_executor.hpp>
 #include <memory>
 #include <optional>
@@ -28,7 +29,9 @@ private:
 
     asio::awaitable<std::string> Connect();
     asio::awaitable<Answer> Exchange(const OutgoingMessage& message);
+    std::optional<Answer> ExchangeAtOnce(const OutgoingMessage& message, std::size_t& sent);
     asio::awaitable<Answer> ReadAnswer(const OutgoingMessage& message);
+    std::optional<Answer> TakeBytes(const OutgoingMessage& message, std::string_view bytes);
     std::optional<DeliveryOutcome> FindAnswer(const OutgoingMessage& message);
     void Disconnect();
 
@@ -36,6 +39,10 @@ private:
     const DestinationOptions options_;
     std::unique_ptr<CStream> stream_;
     CMllpDecoder decoder_;
+    std::string frame_;
+    std::array<char, 4096> bytes_;
+    std::size_t received_ = 0;  ///< bytes since the message was sent
+    bool answersAtOnce_ = false;
     std::string strangers_;  ///< what the last answer to another message named
 };
 

@@ -3,6 +3,7 @@
 #include <amqp_ssl_socket.h>
 #include <amqp_tcp_socket.h>
 #include <fmt/format.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <array>
@@ -83,6 +84,25 @@ std::string CRabbitConnection::Open() {
     if (const std::string error = OpenSocket(); !error.empty()) {
         return error;
     }
+    return NoteSocket(amqp_get_sockfd(connection_)) ? LogIn() : "broken off";
+}
+
+/// False when the connection is not wanted any more.
+bool CRabbitConnection::NoteSocket(int socket) {
+    const std::lock_guard lock(mutex_);
+    socket_ = socket;
+    return !brokenOff_;
+}
+
+void CRabbitConnection::BreakOff() {
+    const std::lock_guard lock(mutex_);
+    brokenOff_ = true;
+    if (socket_ >= 0) {
+        ::shutdown(socket_, SHUT_RDWR);
+    }
+}
+
+std::string CRabbitConnection::LogIn() {
     constexpr int kFrame = 131072;
     constexpr int kHeartbeat = 0;  // nobody would send it between messages; a broken connection shows at the next one
     const amqp_rpc_reply_t login = amqp_login(connection_, options_.virtualHost.c_str(), 0, kFrame, kHeartbeat,
@@ -177,6 +197,7 @@ DeliveryOutcome CRabbitConnection::AwaitConfirmation() {
 
 void CRabbitConnection::Close() {
     if (connection_ != nullptr) {
+        NoteSocket(-1);
         amqp_destroy_connection(connection_);
         connection_ = nullptr;
     }

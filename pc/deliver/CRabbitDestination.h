@@ -16,11 +16,10 @@ public:
     explicit CRabbitDestination(const DestinationOptions& options) : connection_(options) {}
 
     asio::awaitable<DeliveryOutcome> Deliver(const OutgoingMessage& message) override;
-    /// What is under way ends by its own time limits.
-    void Cancel() override {}
+    void Cancel() override { connection_.BreakOff(); }
 
 private:
-    CRabbitConnection connection_;  // of the thread below
+    CRabbitConnection connection_;  // of the thread below, but for BreakOff
     // The client library waits in its calls.
     asio::thread_pool thread_{1};
 };

@@ -1,5 +1,7 @@
 #include "deliver/CStream.h"
 
+#include <poll.h>
+
 #include <boost/asio/as_tuple.hpp>
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/ssl/host_name_verification.hpp>
@@ -46,6 +48,7 @@ asio::awaitable<std::string> CStream::Connect(const DestinationOptions& options)
     }
     Error ignored;
     plain_.socket().set_option(asio::ip::tcp::no_delay(true), ignored);
+    plain_.socket().non_blocking(true, ignored);
     plain_.socket().set_option(asio::socket_base::keep_alive(true), ignored);
     if (!options.tls) {
         co_return std::string();
@@ -86,11 +89,29 @@ asio::awaitable<std::pair<CStream::Error, std::size_t>> CStream::ReadSome(std::s
     co_return std::pair(error, size);
 }
 
+std::size_t CStream::WriteAtOnce(std::string_view bytes) {
+    Error error;
+    return tls_ ? 0 : plain_.socket().send(asio::buffer(bytes.data(), bytes.size()), 0, error);
+}
+
+std::size_t CStream::ReadAtOnce(std::span<char> bytes, std::chrono::microseconds patience) {
+    if (tls_) {
+        return 0;
+    }
+    auto& socket = plain_.socket();
+    pollfd one{socket.native_handle(), POLLIN, 0};
+    const timespec limit{0, std::chrono::nanoseconds(patience).count()};
+    if (::ppoll(&one, 1, &limit, nullptr) != 1) {
+        return 0;
+    }
+    Error error;
+    return socket.receive(asio::buffer(bytes.data(), bytes.size()), 0, error);
+}
+
 bool CStream::HasInput() {
     char byte = 0;
     Error error;
     auto& socket = Lowest().socket();
-    socket.non_blocking(true, error);
     const std::size_t size = socket.receive(asio::buffer(&byte, 1), asio::socket_base::message_peek, error);
     // TLS sends records of its own; only an end says something there.
     return size > 0 ? !tls_ : error != asio::error::would_block;

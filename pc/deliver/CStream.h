@@ -35,6 +35,10 @@ public:
     void ExpiresAfter(std::chrono::milliseconds limit) { Lowest().expires_after(limit); }
     asio::awaitable<Error> Write(std::string_view bytes);
     asio::awaitable<std::pair<Error, std::size_t>> ReadSome(std::span<char> bytes);
+    /// How much of it the system takes without waiting; of TLS nothing. An error shows at the next Write or ReadSome.
+    std::size_t WriteAtOnce(std::string_view bytes);
+    /// Reads what comes within `patience`, on this thread; 0: nothing came, or it is for ReadSome to say. Not for TLS.
+    std::size_t ReadAtOnce(std::span<char> bytes, std::chrono::microseconds patience);
     /// Whether something can be read, or the peer has closed.
     bool HasInput();
     /// Makes what is under way fail.

@@ -16,14 +16,24 @@ namespace ZELPC {
 
 namespace {
 
-asio::awaitable<void> PushRelease(std::shared_ptr<IAnalyzerLink> link, std::shared_ptr<const CRelease> release,
-                                  PushMethod method, std::string serial) {
+asio::awaitable<void> PushRelease(CGateway::Held to, std::shared_ptr<const CRelease> release, PushMethod method,
+                                  std::string serial) {
+    std::string failure;
     try {
-        const PushProgress end = co_await link->Push(release, method);
+        const PushProgress end = co_await to.link->Push(release, method);
         spdlog::info("{}: update {}{}{}", serial, TextOf(end.step), end.reason.empty() ? "" : ": ", end.reason);
+        co_return;
     } catch (const std::exception& error) {
-        spdlog::error("{}: no update: {}", serial, error.what());
+        failure = error.what();
     }
+    spdlog::error("{}: no update: {}", serial, failure);
+    to.analyzer->OnPush({.step = PushStep::kFailed, .images = {}, .reason = failure});
+}
+
+std::shared_ptr<const CRelease> ReadFor(const std::filesystem::path& folder, const LinkStatus& analyzer) {
+    auto release = std::make_shared<const CRelease>(CRelease::Read(folder));
+    release->RequireFor(analyzer.model);
+    return release;
 }
 
 }  // namespace
@@ -72,9 +82,13 @@ asio::awaitable<ActResult> CActs::Drop(std::int64_t delivery) const {
 }
 
 ActResult CActs::Push(const std::string& serial, const std::string& release, bool whenAsked) const {
-    const auto link = gateway_.FindLink(serial);
-    if (link == nullptr) {
+    const auto held = gateway_.Find(serial);
+    if (!held.has_value()) {
         return {404, 0, "there is no analyzer " + serial};
+    }
+    const LinkStatus status = held->link->Status();
+    if (status.state != LinkState::kRegistered) {
+        return {409, 0, "this gateway is not registered with " + serial};
     }
     const std::vector<std::string> releases = Releases();
     if (std::ranges::find(releases, release) == releases.end()) {
@@ -82,22 +96,25 @@ ActResult CActs::Push(const std::string& serial, const std::string& release, boo
     }
     try {
         const std::filesystem::path folder = std::filesystem::path(gateway_.Config().pushDirectory) / release;
-        const auto read = std::make_shared<const CRelease>(CRelease::Read(folder));
+        const auto read = ReadFor(folder, status);
+        if (!held->analyzer->BeginPush()) {
+            return {409, 0, "another update of " + serial + " is under way"};
+        }
         asio::co_spawn(gateway_.Context(),
-                       PushRelease(link, read, whenAsked ? PushMethod::kWhenAsked : PushMethod::kOffer, serial),
+                       PushRelease(*held, read, whenAsked ? PushMethod::kWhenAsked : PushMethod::kOffer, serial),
                        asio::detached);
-    } catch (const std::exception& error) {
-        return {409, 0, error.what()};
+    } catch (const ReleaseError& error) {
+        return {422, 0, error.what()};
     }
     return {200, 1, "the update of " + serial + " begins"};
 }
 
 ActResult CActs::CancelPush(const std::string& serial) const {
-    const auto link = gateway_.FindLink(serial);
-    if (link == nullptr) {
+    const auto held = gateway_.Find(serial);
+    if (!held.has_value()) {
         return {404, 0, "there is no analyzer " + serial};
     }
-    link->CancelPush();
+    held->link->CancelPush();
     return {200, 1, "the update of " + serial + " is called off"};
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <boost/asio/thread_pool.hpp>
 #include <cstdint>
 #include <mutex>
@@ -20,10 +21,15 @@ struct Alarm {
 class CAlarms {
 public:
     explicit CAlarms(std::string command) : command_(std::move(command)) {}
+    ~CAlarms();
+    CAlarms(const CAlarms&) = delete;
+    CAlarms& operator=(const CAlarms&) = delete;
 
     /// What is wrong now, by kind and name.
     void Update(std::vector<Alarm> now);
     std::vector<Alarm> Current() const;
+    /// Ends the program if it runs, and runs it no more.
+    void Stop();
 
 private:
     void Tell(const Alarm& alarm, bool begins);
@@ -31,6 +37,8 @@ private:
     const std::string command_;
     mutable std::mutex mutex_;
     std::vector<Alarm> current_;
+    std::atomic<bool> ending_ = false;
+    std::atomic<int> untold_ = 0;
     // One program at a time, and nobody waits for it.
     boost::asio::thread_pool runner_{1};
 };

@@ -23,7 +23,7 @@ void CAnalyzer::OnStatus(const LinkStatus& status) {
     }
     spdlog::info("{} at {}: {}{}{}", Name(), status.address.to_string(), TextOf(status.state),
                  status.reason.empty() ? "" : ": ", status.reason);
-    changed_(View());
+    changed_(*this);
 }
 
 void CAnalyzer::OnResult(std::shared_ptr<CReceivedResult> result) {
@@ -53,7 +53,7 @@ void CAnalyzer::Kept(CReceivedResult& result, const AppendOutcome& outcome) {
             spdlog::error("{}: a result is not stored and not acknowledged: {}", result.Serial(), outcome.reason);
             break;
     }
-    changed_(View());
+    changed_(*this);
 }
 
 void CAnalyzer::OnInfo(const DeviceInfo& info) {
@@ -61,11 +61,20 @@ void CAnalyzer::OnInfo(const DeviceInfo& info) {
         const std::lock_guard lock(mutex_);
         view_.info = info;
     }
-    changed_(View());
+    changed_(*this);
 }
 
 void CAnalyzer::OnTakenOver(const OtherPC& other) {
     spdlog::warn("{}: taken over by the PC {}", Name(), other.name);
+}
+
+bool CAnalyzer::BeginPush() {
+    const std::lock_guard lock(mutex_);
+    if (view_.push.has_value() && !view_.push->IsOver()) {
+        return false;
+    }
+    view_.push.emplace();
+    return true;
 }
 
 void CAnalyzer::OnPush(const PushProgress& progress) {
@@ -73,7 +82,7 @@ void CAnalyzer::OnPush(const PushProgress& progress) {
         const std::lock_guard lock(mutex_);
         view_.push = progress;
     }
-    changed_(View());
+    changed_(*this);
 }
 
 }  // namespace ZELPC

@@ -25,7 +25,7 @@ struct AnalyzerView {
 class CAnalyzer : public ILinkEvents, public std::enable_shared_from_this<CAnalyzer> {
 public:
     /// `changed` is told after every change, on any thread; it must not wait.
-    CAnalyzer(CStore& store, LinkSettings settings, std::function<void(const AnalyzerView&)> changed)
+    CAnalyzer(CStore& store, LinkSettings settings, std::function<void(const CAnalyzer&)> changed)
         : store_(store), changed_(std::move(changed)) {
         view_.settings = std::move(settings);
         view_.status.address = view_.settings.address;
@@ -40,12 +40,15 @@ public:
 
     AnalyzerView View() const;
 
+    /// An update is about to be sent: its state is a new one from now on. False while another one is under way.
+    [[nodiscard]] bool BeginPush();
+
 private:
     std::string Name() const;
     void Kept(CReceivedResult& result, const AppendOutcome& outcome);
 
     CStore& store_;
-    const std::function<void(const AnalyzerView&)> changed_;
+    const std::function<void(const CAnalyzer&)> changed_;
     mutable std::mutex mutex_;
     AnalyzerView view_;
 };

@@ -98,6 +98,7 @@ ResultFilter CApi::FilterOf(const WebRequest& request) {
     filter.since = TimeOf(request, "since");
     filter.until = TimeOf(request, "until");
     filter.before = NumberOf(request.Get("before"), 0);
+    filter.after = NumberOf(request.Get("after"), 0);
     filter.limit = static_cast<int>(std::min<std::int64_t>(NumberOf(request.Get("limit"), 50), kMostAnswered));
     return filter;
 }
@@ -113,6 +114,7 @@ void CApi::AddReading(CRoutes& routes) const {
     };
     add("/api/status", [this](const WebRequest&) { return Status(); });
     add("/api/analyzers", [this](const WebRequest&) { return Analyzers(); });
+    add("/api/analyzers/*", [this](const WebRequest& request) { return Analyzer(request); });
     add("/api/results", [this](const WebRequest& request) { return Results(request); });
     add("/api/results/*", [this](const WebRequest& request) { return Result(request); });
     add("/api/queues", [this](const WebRequest&) { return Queues(); });
@@ -166,7 +168,9 @@ WebResponse CApi::Status() const {
                          {"stored", health.stored},
                          {"repeated", health.repeated},
                          {"aside", health.aside},
-                         {"failed", health.failed}}},
+                         {"failed", health.failed},
+                         {"removed", health.removed},
+                         {"keep_days", gateway_.Store().KeepDays()}}},
                        {"alarms", ListJson(gateway_.Alarms().Current())}});
 }
 
@@ -176,6 +180,12 @@ WebResponse CApi::Analyzers() const {
         out.push_back(ToJson(held.analyzer->View()));
     }
     return Answer(out);
+}
+
+WebResponse CApi::Analyzer(const WebRequest& request) const {
+    const auto held = gateway_.Find(request.parts[0]);
+    return held.has_value() ? Answer(ToJson(held->analyzer->View()))
+                            : Problem(404, "there is no analyzer " + request.parts[0]);
 }
 
 WebResponse CApi::Results(const WebRequest& request) const {

@@ -22,6 +22,7 @@ private:
     void AddActs(CRoutes& routes) const;
     WebResponse Status() const;
     WebResponse Analyzers() const;
+    WebResponse Analyzer(const WebRequest& request) const;
     WebResponse Results(const WebRequest& request) const;
     WebResponse Result(const WebRequest& request) const;
     WebResponse Queues() const;

@@ -19,6 +19,8 @@ namespace {
 
 constexpr auto kScanTime = std::chrono::seconds(3);
 constexpr auto kLookEvery = std::chrono::seconds(2);
+constexpr auto kRestBetweenRounds = std::chrono::hours(1);
+constexpr auto kLookAtEnd = std::chrono::milliseconds(10);
 constexpr std::size_t kMostAnalyzers = 4096;  // a network that invents analyzers must not fill the memory
 
 std::vector<StoreDestination> StoreDestinations(const GatewayConfig& config) {
@@ -47,7 +49,9 @@ CGateway::CGateway(asio::io_context& context, const GatewayConfig& config)
             [destination](const asio::any_io_executor& executor) { return MakeDestination(executor, destination); }));
     }
     store_.OnStored([this](std::int64_t result, const std::string& serial) {
-        events_.Publish("result", Dump({{"id", result}, {"serial", serial}}));
+        if (events_.HasListeners()) {
+            events_.Publish("result", Dump({{"id", result}, {"serial", serial}}));
+        }
         for (const auto& queue : queues_) {
             queue->Wake(serial);
         }
@@ -63,7 +67,7 @@ void CGateway::Start() {
     }
     asio::co_spawn(context_, Monitor(), asio::detached);
     if (config_.scan.enabled) {
-        asio::co_spawn(context_, Find(), asio::detached);
+        asio::co_spawn(context_, Seek(), asio::detached);
     }
 }
 
@@ -74,9 +78,16 @@ asio::awaitable<void> CGateway::Stop() {
         findAgain_.cancel();
         lookAgain_.cancel();
     }
+    alarms_.Stop();
     hub_.Stop();
+    const auto left = std::make_shared<std::atomic<std::size_t>>(queues_.size());
     for (const auto& queue : queues_) {
-        co_await queue->Stop();
+        asio::co_spawn(context_, queue->Stop(), [left](const std::exception_ptr&) { --*left; });
+    }
+    asio::steady_timer look(context_);
+    while (*left > 0) {
+        look.expires_after(kLookAtEnd);
+        co_await look.async_wait(asio::as_tuple(asio::use_awaitable));
     }
 }
 
@@ -90,7 +101,7 @@ std::vector<CGateway::Held> CGateway::Analyzers() const {
     return held_;
 }
 
-asio::awaitable<void> CGateway::Find() {
+asio::awaitable<void> CGateway::Seek() {
     const std::function<void(const ScanAnswer&)> found = [this](const ScanAnswer& answer) { Found(answer); };
     for (;;) {
         try {
@@ -135,8 +146,11 @@ bool CGateway::IsHeld(const ScanAnswer& answer) const {
 }
 
 void CGateway::Hold(LinkSettings settings) {
-    auto analyzer = std::make_shared<CAnalyzer>(
-        store_, settings, [this](const AnalyzerView& view) { events_.Publish("analyzer", Dump(ToJson(view))); });
+    auto analyzer = std::make_shared<CAnalyzer>(store_, settings, [this](const CAnalyzer& changed) {
+        if (events_.HasListeners()) {
+            events_.Publish("analyzer", Dump(ToJson(changed.View())));
+        }
+    });
     auto link = hub_.Hold(std::move(settings), analyzer);
     const std::lock_guard lock(mutex_);
     held_.push_back({std::move(analyzer), std::move(link)});
@@ -151,13 +165,13 @@ std::optional<DeliveryStatus> CGateway::QueueStatus(const std::string& destinati
     return std::nullopt;
 }
 
-std::shared_ptr<IAnalyzerLink> CGateway::FindLink(const std::string& serial) const {
+std::optional<CGateway::Held> CGateway::Find(const std::string& serial) const {
     for (const Held& held : Analyzers()) {
         if (held.analyzer->View().status.serial == serial) {
-            return held.link;
+            return held;
         }
     }
-    return nullptr;
+    return std::nullopt;
 }
 
 /// Looks every few seconds how everything is.
@@ -167,6 +181,7 @@ asio::awaitable<void> CGateway::Monitor() {
             if (!store_.Health().problem.empty()) {
                 store_.Probe();
             }
+            RemoveOldResults();
             alarms_.Update(FindAlarms());
             events_.Publish("queue", "{}");
         } catch (const std::exception& error) {
@@ -181,6 +196,19 @@ asio::awaitable<void> CGateway::Monitor() {
         }
         co_await lookAgain_.async_wait(asio::as_tuple(asio::use_awaitable));
     }
+}
+
+/// One step; the next one comes with the next look, and the next round an hour after the last one.
+void CGateway::RemoveOldResults() {
+    using Clock = std::chrono::steady_clock;
+    if (config_.store.keepDays == 0 || Clock::now() < removeAgain_.load()) {
+        return;
+    }
+    removeAgain_ = Clock::time_point::max();
+    constexpr std::int64_t kMillisecondsADay = 86'400'000;
+    store_.RemoveOld(NowMilliseconds() - config_.store.keepDays * kMillisecondsADay, [this](bool more) {
+        removeAgain_ = more ? Clock::time_point::min() : Clock::now() + kRestBetweenRounds;
+    });
 }
 
 std::vector<Alarm> CGateway::FindAlarms() {

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <atomic>
 #include <boost/asio/awaitable.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/steady_timer.hpp>
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -25,6 +27,10 @@ public:
     /// Opens store, destinations and the UDP port; throws std::exception with the reason when one cannot be had.
     CGateway(asio::io_context& context, const GatewayConfig& config);
 
+    ~CGateway() { store_.Close(); }  // what it still writes tells the rest, which must be there
+    CGateway(const CGateway&) = delete;
+    CGateway& operator=(const CGateway&) = delete;
+
     /// Begins everything.
     void Start();
     /// Ends everything in order: no new results, then no new deliveries; returns when all is at rest.
@@ -45,13 +51,14 @@ public:
 
     /// How the way to a destination is; nothing when it is not configured any more.
     std::optional<DeliveryStatus> QueueStatus(const std::string& destination) const;
-    /// The link of an analyzer; null when there is none.
-    std::shared_ptr<IAnalyzerLink> FindLink(const std::string& serial) const;
+    /// The analyzer with this serial number.
+    std::optional<Held> Find(const std::string& serial) const;
 
 private:
     asio::awaitable<void> Monitor();
+    void RemoveOldResults();
     std::vector<Alarm> FindAlarms();
-    asio::awaitable<void> Find();
+    asio::awaitable<void> Seek();
     void Found(const ScanAnswer& answer);
     void Hold(LinkSettings settings);
     bool IsHeld(const ScanAnswer& answer) const;
@@ -68,6 +75,8 @@ private:
     asio::steady_timer findAgain_;
     asio::steady_timer lookAgain_;
     bool stopping_ = false;  // under mutex_
+    // When results that were kept long enough are looked for again; no time while that is under way.
+    std::atomic<std::chrono::steady_clock::time_point> removeAgain_{};
     CEventHub events_;
     CAlarms alarms_;
 };

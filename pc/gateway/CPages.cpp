@@ -35,6 +35,15 @@ std::string AlarmBox(CGateway& gateway) {
                                items + "</ul></div>";
 }
 
+std::string Kept(const CStore& store) {
+    return store.KeepDays() == 0
+               ? std::string("<p class=\"quiet\">Results are kept for ever.</p>\n")
+               : fmt::format(
+                     "<p class=\"quiet\">A result is kept for {} days after its last delivery, and as long as it "
+                     "waits or is held.</p>\n",
+                     store.KeepDays());
+}
+
 std::string SearchField(const char* label, const char* name, const char* type, const WebRequest& request) {
     return fmt::format("<label>{} <input type=\"{}\" name=\"{}\" value=\"{}\"></label>", label, type, name,
                        Escape(request.Get(name)));
@@ -128,9 +137,9 @@ WebResponse CPages::Results(const WebRequest& request) const {
         return response;
     }
     const auto results = gateway_.Reader().Results(filter);
-    return Page(
-        request, "Results",
-        SearchForm(request) + ResultRows(results, "Nothing was found.") + NextPage(request, results, filter.limit));
+    return Page(request, "Results",
+                SearchForm(request) + ResultRows(results, "Nothing was found.") +
+                    NextPage(request, results, filter.limit) + Kept(gateway_.Store()));
 }
 
 WebResponse CPages::Result(const WebRequest& request) const {

@@ -39,6 +39,8 @@ void PutStore(std::string& out, const StoreHealth& health) {
                        health.stored, health.repeated);
     out += fmt::format("zelpc_results_total{{outcome=\"aside\"}} {}\nzelpc_results_total{{outcome=\"failed\"}} {}\n",
                        health.aside, health.failed);
+    Head(out, "zelpc_results_removed_total", "counter", "Results that had been kept long enough and are gone");
+    out += fmt::format("zelpc_results_removed_total {}\n", health.removed);
 }
 
 void PutQueues(std::string& out, CGateway& gateway) {

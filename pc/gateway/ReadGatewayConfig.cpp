@@ -109,6 +109,7 @@ StoreOptions ReadStore(CConfigTable table) {
     StoreOptions store;
     store.path = table.Text("path", UserStateDirectory() + "/store.db");
     store.minFreeBytes = table.Number("min_free_mb", 0, 1 << 20, 64) << 20;
+    store.keepDays = static_cast<int>(table.Number("keep_days", 0, 36'500, 0));
     table.Finish();
     return store;
 }

@@ -17,6 +17,7 @@
 
 #include "gateway/CApi.h"
 #include "gateway/CGateway.h"
+#include "gateway/CLastResort.h"
 #include "gateway/CPages.h"
 #include "gateway/Token.h"
 #include "web/CHttpServer.h"
@@ -77,7 +78,7 @@ private:
     std::shared_ptr<CHttpServer> server_;
 };
 
-asio::awaitable<void> Serve(CGateway& gateway, CWeb* web) {
+asio::awaitable<void> Serve(CGateway& gateway, CWeb* web, CLastResort& lastResort) {
     asio::signal_set signals(co_await asio::this_coro::executor, SIGTERM, SIGINT);
     gateway.Start();
     if (web != nullptr) {
@@ -86,6 +87,7 @@ asio::awaitable<void> Serve(CGateway& gateway, CWeb* web) {
     spdlog::info("the gateway runs");
     const int number = co_await signals.async_wait(asio::use_awaitable);
     spdlog::info("signal {}: ending", number);
+    lastResort.Begin();
     if (web != nullptr) {
         web->Stop();
     }
@@ -98,10 +100,11 @@ int RunGateway(const GatewayConfig& config) {
     std::signal(SIGPIPE, SIG_IGN);
     SetUpLog(config.logLevel);
     MakeFolders(config);
+    CLastResort lastResort;  // outlives everything that may hang
     asio::io_context context(config.threads);
     CGateway gateway(context, config);
     const std::unique_ptr<CWeb> web = config.web.enabled ? std::make_unique<CWeb>(gateway) : nullptr;
-    asio::co_spawn(context, Serve(gateway, web.get()), asio::detached);
+    asio::co_spawn(context, Serve(gateway, web.get(), lastResort), asio::detached);
     std::vector<std::thread> pool;
     for (int count = 1; count < config.threads; ++count) {
         pool.emplace_back([&context] { context.run(); });

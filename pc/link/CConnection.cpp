@@ -47,6 +47,7 @@ asio::awaitable<void> CConnection::Open(asio::ip::address_v4 local, asio::ip::ad
     }
     if (!failed && open_) {
         socket_.set_option(tcp::no_delay(true), failed);
+        socket_.non_blocking(true, failed);
         local_ = socket_.local_endpoint(failed).address().to_v4();
     }
     if (failed || !open_) {
@@ -92,12 +93,26 @@ void CConnection::Send(Buffer packet) {
         Close("the analyzer takes nothing any more");
         return;
     }
+    if (!writing_ && SentAtOnce(packet)) {
+        return;
+    }
     queue_.push_back(std::move(packet));
     if (!writing_) {
         writing_ = true;
         asio::co_spawn(
             socket_.get_executor(), [self = shared_from_this()] { return self->Write(); }, asio::detached);
     }
+}
+
+/// What the system takes whole goes without waiting for a turn. Of what it takes in part, the rest is left in `packet`.
+bool CConnection::SentAtOnce(Buffer& packet) {
+    error_code error;
+    const std::size_t sent = socket_.send(asio::buffer(packet), 0, error);
+    packet.erase(packet.begin(), packet.begin() + static_cast<std::ptrdiff_t>(sent));
+    if (error && error != asio::error::would_block) {
+        Close(error.message());
+    }
+    return error ? !open_ : packet.empty();
 }
 
 asio::awaitable<void> CConnection::SendPaced(Buffer packet) {

@@ -56,6 +56,7 @@ public:
 
 private:
     boost::asio::awaitable<void> Write();
+    bool SentAtOnce(Buffer& packet);
     void CloseAfter(std::chrono::milliseconds time, const char* reason);
 
     boost::asio::ip::tcp::socket socket_;

@@ -2,6 +2,7 @@
 
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
+#include <boost/asio/dispatch.hpp>
 #include <boost/asio/post.hpp>
 
 #include <utility>
@@ -255,7 +256,7 @@ void CLinkSession::TakeResult(Packet packet) {
         });
     };
     auto send = [weak = weak_from_this(), strand = strand_, number, tag = packet.header.tag] {
-        asio::post(strand, [weak, number, tag] {
+        asio::dispatch(strand, [weak, number, tag] {
             if (const auto self = weak.lock()) {
                 self->SendAcknowledgement(number, tag);
             }

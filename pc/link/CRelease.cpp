@@ -185,6 +185,15 @@ CRelease CRelease::Read(const fs::path& folder) {
     return release;
 }
 
+void CRelease::RequireFor(const std::string& model) const {
+    const bool veterinary = model.starts_with("N62V");
+    if (!model.empty() && veterinary != veterinary_) {
+        throw ReleaseError(std::string("the release is for ") + (veterinary_ ? "Veterinary" : "Human") +
+                           " analyzers, but this one is a " + (veterinary ? "Veterinary" : "Human") + " (" + model +
+                           ")");
+    }
+}
+
 bool SameVersion(const std::string& left, const std::string& right) {
     const auto version = ParseVersion(left);
     return version && version == ParseVersion(right);

@@ -39,6 +39,9 @@ public:
 
     bool IsVeterinary() const { return veterinary_; }
 
+    /// Throws ReleaseError when an analyzer of this model cannot use the release. Of an empty text nothing is known.
+    void RequireFor(const std::string& model) const;
+
 private:
     std::map<ImageId, ReleaseFile> files_;
     bool veterinary_ = false;

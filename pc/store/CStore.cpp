@@ -57,17 +57,17 @@ void CStore::SetDestinations(const std::vector<StoreDestination>& destinations) 
 void CStore::Append(NewResult result, AppendDone done) {
     const auto outcome = std::make_shared<AppendOutcome>();
     const auto content = std::make_shared<const NewResult>(std::move(result));
-    writer_->Submit([this, content, outcome](CDatabase& database) { *outcome = AppendNow(database, *content); },
-                    [this, content, outcome, done = std::move(done)](const std::string* error) {
-                        if (error != nullptr) {
-                            *outcome = {AppendStatus::kFailed, 0, *error};
-                        }
-                        Count(*outcome);
-                        if (outcome->status == AppendStatus::kStored && stored_) {
-                            stored_(outcome->id, content->serial);
-                        }
-                        done(*outcome);
-                    });
+    writer_->SubmitUrgent([this, content, outcome](CDatabase& database) { *outcome = AppendNow(database, *content); },
+                          [this, content, outcome, done = std::move(done)](const std::string* error) {
+                              if (error != nullptr) {
+                                  *outcome = {AppendStatus::kFailed, 0, *error};
+                              }
+                              Count(*outcome);
+                              done(*outcome);
+                              if (outcome->status == AppendStatus::kStored && stored_) {
+                                  stored_(outcome->id, content->serial);
+                              }
+                          });
 }
 
 AppendOutcome CStore::AppendNow(CDatabase& database, const NewResult& result) {
@@ -138,16 +138,26 @@ void CStore::RequireRoom() const {
     }
 }
 
+void CStore::MarkDelivered(std::vector<std::int64_t> deliveries, Done done) {
+    writer_->Submit(
+        [deliveries = std::move(deliveries)](CDatabase& database) {
+            CStatement& mark =
+                database.Prepared("UPDATE delivery SET state = 2, attempts = 0, reason = '', changed = ? WHERE id = ?");
+            for (const std::int64_t delivery : deliveries) {
+                mark.Bind(NowMilliseconds(), delivery).Run();
+            }
+        },
+        std::move(done));
+}
+
 void CStore::Mark(DeliveryMark mark, Done done) {
     writer_->Submit(
         [mark = std::move(mark)](CDatabase& database) {
-            // Somebody may have dropped it meanwhile; a delivery that was made counts all the same.
+            // Somebody may have dropped it meanwhile.
             database
                 .Prepared(
-                    "UPDATE delivery SET state = ?, attempts = ?, reason = ?, changed = ? "
-                    "WHERE id = ? AND (state = 0 OR ? = 2)")
-                .Bind(static_cast<int>(mark.state), mark.attempts, mark.reason, NowMilliseconds(), mark.id,
-                      static_cast<int>(mark.state))
+                    "UPDATE delivery SET state = ?, attempts = ?, reason = ?, changed = ? WHERE id = ? AND state = 0")
+                .Bind(static_cast<int>(mark.state), mark.attempts, mark.reason, NowMilliseconds(), mark.id)
                 .Run();
         },
         std::move(done));

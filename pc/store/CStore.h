@@ -19,6 +19,8 @@ struct StoreOptions {
     /// Results are refused when the disk has less room than this, so that what is already there can still be delivered
     /// and marked.
     std::int64_t minFreeBytes = 64 << 20;
+    /// Days that a result is kept after its last delivery; 0: for ever.
+    int keepDays = 0;
 };
 
 /// A destination that results are queued for.
@@ -34,6 +36,7 @@ struct StoreHealth {
     std::int64_t repeated = 0;
     std::int64_t aside = 0;
     std::int64_t failed = 0;
+    std::int64_t removed = 0;  ///< because they had been kept long enough
 };
 
 /// Everything that a gateway must not lose: the results as they came, and the queues of the destinations. All changes
@@ -43,7 +46,7 @@ public:
     using AppendDone = std::function<void(const AppendOutcome&)>;
     using Done = std::function<void(const std::string* error)>;
     using CountDone = std::function<void(std::int64_t count, const std::string* error)>;
-    /// Called on the writer's thread when a new result is on the disk.
+    /// Called when a new result is on the disk and who brought it has been told, on the thread that wrote it.
     using Stored = std::function<void(std::int64_t result, const std::string& serial)>;
 
     /// Opens the store, or makes it. Throws std::runtime_error with the reason when it is in use, cannot be written to,
@@ -54,10 +57,15 @@ public:
     void SetDestinations(const std::vector<StoreDestination>& destinations);
     void OnStored(Stored stored) { stored_ = std::move(stored); }
 
+    /// Ends after all that was handed over; nothing can be handed over any more.
+    void Close() { writer_.reset(); }
+
     /// Keeps a result and queues it for every destination, or finds that it is there already.
     void Append(NewResult result, AppendDone done);
 
-    /// Records what came of an attempt to deliver.
+    /// Records that these were delivered, whatever else was decided about them meanwhile.
+    void MarkDelivered(std::vector<std::int64_t> deliveries, Done done);
+    /// Records what came of an attempt to deliver that was not accepted.
     void Mark(DeliveryMark mark, Done done);
 
     /// Queues the results that the filter finds for `destination` again; held ones go on where they stood. `done` gets
@@ -68,12 +76,18 @@ public:
     /// Gives up a delivery that waits or is held. The result itself stays.
     void Drop(std::int64_t delivery, CountDone done);
 
+    /// Removes results that were delivered, and whose last delivery changed before `before`. What waits or is held for
+    /// any destination, and what was delivered nowhere, stays. Looks at a few hundred results a call and goes on with
+    /// the next ones at the next call; `done` gets false when the last one was looked at.
+    void RemoveOld(std::int64_t before, std::function<void(bool more)> done);
+
     StoreHealth Health() const;
     /// Writes something, so that Health tells whether a problem has gone.
     void Probe();
     /// Tells this store from every other; part of what makes message numbers unique.
     const std::string& Id() const { return id_; }
     const std::string& Path() const { return options_.path; }
+    int KeepDays() const { return options_.keepDays; }
 
 private:
     struct Target {
@@ -84,6 +98,7 @@ private:
     AppendOutcome AppendNow(CDatabase& database, const NewResult& result);
     AppendOutcome KeepAside(CDatabase& database, const NewResult& result, const std::string& reason);
     void Queue(CDatabase& database, std::int64_t result, const NewResult& content, const std::string& kind);
+    bool RemoveSome(CDatabase& database, std::int64_t before, std::int64_t& removed);
     std::string WhyNoRoom() const;
     void RequireRoom() const;
     void Count(const AppendOutcome& outcome);
@@ -94,6 +109,7 @@ private:
     std::unique_ptr<CDatabase> database_;
     std::string id_;
     std::vector<Target> targets_;
+    std::int64_t lookedAt_ = 0;  // the last result that RemoveOld has seen; of the writer's thread
     Stored stored_;
     mutable std::mutex mutex_;
     StoreHealth health_;

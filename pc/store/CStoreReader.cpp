@@ -121,16 +121,17 @@ bool CStoreReader::IsHeld(const std::string& destination, const std::string& ser
     return held;
 }
 
-std::vector<Delivery> CStoreReader::Waiting(const std::string& destination, const std::string& serial, int limit) {
+std::vector<Delivery> CStoreReader::Waiting(const std::string& destination, const std::string& serial, int limit,
+                                            std::int64_t after) {
     const std::lock_guard lock(mutex_);
     database_.LimitTime(kLongestQuery);
     CStatement& rows = database_
                            .Prepared(
                                "SELECT d.id, d.result, d.attempts, r.text, r.received, r.patient FROM delivery d "
                                "JOIN result r ON r.id = d.result WHERE d.state = 0 AND d.serial = ?2 AND "
-                               "d.destination = (SELECT id FROM destination WHERE name = ?1) "
-                               "ORDER BY d.id LIMIT ?3")
-                           .Bind(destination, serial, limit);
+                               "d.destination = (SELECT id FROM destination WHERE name = ?1) AND d.id > ?3 "
+                               "ORDER BY d.id LIMIT ?4")
+                           .Bind(destination, serial, after, limit);
     std::vector<Delivery> deliveries;
     while (rows.Step()) {
         Delivery delivery;

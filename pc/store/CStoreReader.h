@@ -27,7 +27,8 @@ public:
     /// Whether something of this analyzer is held.
     bool IsHeld(const std::string& destination, const std::string& serial);
     /// What waits for one destination from one analyzer, the oldest first, with texts.
-    std::vector<Delivery> Waiting(const std::string& destination, const std::string& serial, int limit);
+    std::vector<Delivery> Waiting(const std::string& destination, const std::string& serial, int limit,
+                                  std::int64_t after = 0);
 
     std::vector<QueueCount> Queues();
     /// Deliveries in one state, the oldest first, without texts.

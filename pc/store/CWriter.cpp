@@ -2,10 +2,20 @@
 
 #include <pthread.h>
 
+#include <chrono>
+#include <utility>
+
 #include "store/CDatabase.h"
 #include "store/CDatabaseError.h"
 
 namespace ZELPC {
+
+namespace {
+
+/// A commit that takes longer is no work for a thread that serves others, too.
+constexpr auto kQuick = std::chrono::milliseconds(2);
+
+}  // namespace
 
 CWriter::CWriter(CDatabase& database, Health health)
     : database_(database), health_(std::move(health)), thread_([this] { Loop(); }) {}
@@ -19,46 +29,73 @@ CWriter::~CWriter() {
     thread_.join();
 }
 
-void CWriter::Submit(Work work, Done done) {
+void CWriter::Submit(Job job, bool urgent) {
     {
         const std::lock_guard lock(mutex_);
-        if (waiting_.size() < kMaxWaiting) {
-            waiting_.push_back({std::move(work), std::move(done), {}});
-            wake_.notify_one();
+        urgent = urgent && quick_ && !writing_ && waiting_.empty();
+        if (urgent) {
+            writing_ = true;
+        } else if (waiting_.size() < kMaxWaiting) {
+            waiting_.push_back(std::move(job));
+            if (!writing_) {
+                wake_.notify_one();
+            }
             return;
         }
     }
-    const std::string error = "too much waits to be written";
-    done(&error);
+    if (!urgent) {
+        const std::string error = "too much waits to be written";
+        job.done(&error);
+        return;
+    }
+    Jobs jobs;
+    jobs.push_back(std::move(job));
+    Write(jobs);
+    const std::lock_guard lock(mutex_);
+    writing_ = false;
+    if (ending_ || !waiting_.empty()) {
+        wake_.notify_one();
+    }
 }
 
 void CWriter::Loop() {
     pthread_setname_np(pthread_self(), "store");
+    std::unique_lock lock(mutex_);
     for (;;) {
-        Jobs jobs;
-        {
-            std::unique_lock lock(mutex_);
-            wake_.wait(lock, [this] { return ending_ || !waiting_.empty(); });
-            if (waiting_.empty()) {
-                return;
-            }
-            jobs.swap(waiting_);
+        wake_.wait(lock, [this] { return !writing_ && (ending_ || !waiting_.empty()); });
+        if (waiting_.empty()) {
+            return;
         }
-        Commit(jobs);
-        for (Job& job : jobs) {
-            job.done(job.error.empty() ? nullptr : &job.error);
-        }
+        Jobs jobs = std::exchange(waiting_, {});
+        writing_ = true;
+        lock.unlock();
+        Write(jobs);
+        lock.lock();
+        writing_ = false;
     }
+}
+
+void CWriter::Write(Jobs& jobs) {
+    const auto begin = std::chrono::steady_clock::now();
+    Commit(jobs);
+    const bool quick = std::chrono::steady_clock::now() - begin < kQuick;
+    for (Job& job : jobs) {
+        job.done(job.error.empty() ? nullptr : &job.error);
+    }
+    const std::lock_guard lock(mutex_);
+    quick_ = quick;
 }
 
 void CWriter::Commit(Jobs& jobs) {
     std::string error;
     try {
-        database_.Execute("BEGIN IMMEDIATE");
+        database_.Prepared("BEGIN IMMEDIATE").Bind().Run();
         for (Job& job : jobs) {
-            RunOne(job);
+            RunOne(job, jobs.size() == 1);
         }
-        database_.Execute("COMMIT");
+        if (database_.InTransaction()) {
+            database_.Prepared("COMMIT").Bind().Run();
+        }
     } catch (const std::exception& failure) {
         error = failure.what();
         RollBack();
@@ -69,24 +106,31 @@ void CWriter::Commit(Jobs& jobs) {
     health_(error);
 }
 
-/// Work that fails by itself is undone by itself; one that takes the transaction along fails everything.
-void CWriter::RunOne(Job& job) {
-    database_.Prepared("SAVEPOINT job").Bind().Run();
+/// Work that fails by itself is undone by itself; one that takes the transaction along fails everything. What is alone
+/// in its transaction needs no mark in it to go back to.
+void CWriter::RunOne(Job& job, bool alone) {
+    if (!alone) {
+        database_.Prepared("SAVEPOINT job").Bind().Run();
+    }
     try {
         job.work(database_);
-    } catch (const CDatabaseError& failure) {
-        const int kind = failure.Code() & 0xFF;
-        if (!database_.InTransaction() || kind == SQLITE_FULL || kind == SQLITE_IOERR || kind == SQLITE_CORRUPT ||
-            kind == SQLITE_READONLY) {
+    } catch (const std::exception& failure) {
+        if (TakesTransaction(failure)) {
             throw;
         }
         job.error = failure.what();
-        database_.Prepared("ROLLBACK TO job").Bind().Run();
-    } catch (const std::exception& failure) {
-        job.error = failure.what();
-        database_.Prepared("ROLLBACK TO job").Bind().Run();
+        database_.Prepared(alone ? "ROLLBACK" : "ROLLBACK TO job").Bind().Run();
     }
-    database_.Prepared("RELEASE job").Bind().Run();
+    if (!alone) {
+        database_.Prepared("RELEASE job").Bind().Run();
+    }
+}
+
+bool CWriter::TakesTransaction(const std::exception& failure) const {
+    const auto* const error = dynamic_cast<const CDatabaseError*>(&failure);
+    const int kind = error == nullptr ? SQLITE_OK : error->Code() & 0xFF;
+    return !database_.InTransaction() || kind == SQLITE_FULL || kind == SQLITE_IOERR || kind == SQLITE_CORRUPT ||
+           kind == SQLITE_READONLY;
 }
 
 void CWriter::RollBack() {

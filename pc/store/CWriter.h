@@ -12,12 +12,14 @@ namespace ZELPC {
 
 class CDatabase;
 
-/// The one thread that writes to the store. It takes everything that waits into one transaction, so that many analyzers
-/// share one sync of the disk, and reports each piece of work after the commit.
+/// All writing to the store, one transaction after the other. A thread of its own takes everything that waits into one
+/// transaction, so that many analyzers share one sync of the disk, and reports each piece of work after the commit.
+/// Urgent work that comes while nothing is written, to a disk that is quick, is done by the thread that brings it:
+/// waking another one takes about as long as the commit.
 class CWriter {
 public:
     using Work = std::function<void(CDatabase&)>;
-    /// Called on the writer's thread once the work is committed (null), or is not done and never will be (why).
+    /// Called on the thread that wrote, once the work is committed (null), or is not done and never will be (why).
     /// It must not wait for the writer.
     using Done = std::function<void(const std::string* error)>;
     /// Told after each transaction whether it failed, and why; the empty text: it did not.
@@ -28,7 +30,9 @@ public:
     ~CWriter();
 
     /// Hands work over; it is done in this order. Refused at once, on the caller's thread, when too much waits.
-    void Submit(Work work, Done done);
+    void Submit(Work work, Done done) { Submit({std::move(work), std::move(done), {}}, false); }
+    /// The same for work that somebody waits for: it may be done, and reported, before this returns.
+    void SubmitUrgent(Work work, Done done) { Submit({std::move(work), std::move(done), {}}, true); }
 
 private:
     struct Job {
@@ -40,9 +44,12 @@ private:
 
     static constexpr std::size_t kMaxWaiting = 20000;
 
+    void Submit(Job job, bool urgent);
     void Loop();
+    void Write(Jobs& jobs);
     void Commit(Jobs& jobs);
-    void RunOne(Job& job);
+    void RunOne(Job& job, bool alone);
+    bool TakesTransaction(const std::exception& failure) const;
     void RollBack();
 
     CDatabase& database_;
@@ -50,6 +57,8 @@ private:
     std::mutex mutex_;
     std::condition_variable wake_;
     Jobs waiting_;
+    bool writing_ = false;  // somebody does, and has the database for itself
+    bool quick_ = false;    // the last commit was
     bool ending_ = false;
     std::thread thread_;
 };

@@ -85,6 +85,7 @@ struct ResultFilter {
     std::int64_t since = 0;
     std::int64_t until = 0;
     std::int64_t before = 0;  ///< results with a smaller id, for the next page
+    std::int64_t after = 0;   ///< results with a greater id: what is new since
     int limit = 50;
 };
 

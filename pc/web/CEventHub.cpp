@@ -51,12 +51,15 @@ std::shared_ptr<CEventHub::CListener> CEventHub::Listen(const asio::any_io_execu
     }
     auto listener = std::make_shared<CListener>(executor);
     listeners_.insert(listener);
+    listening_ = listeners_.size();
     return listener;
 }
 
 void CEventHub::Publish(const std::string& type, const std::string& data) {
     const std::string event = "event: " + type + "\ndata: " + data + "\n\n";
     const std::lock_guard lock(mutex_);
+    std::erase_if(listeners_, [](const auto& listener) { return listener.expired(); });
+    listening_ = listeners_.size();
     for (const auto& weak : listeners_) {
         if (const auto listener = weak.lock()) {
             listener->Put(event);

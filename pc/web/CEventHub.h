@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <boost/asio/any_io_executor.hpp>
 #include <boost/asio/awaitable.hpp>
 #include <boost/asio/steady_timer.hpp>
@@ -39,6 +40,8 @@ public:
 
     /// A listener from now on, for as long as somebody holds it; null when there are too many.
     std::shared_ptr<CListener> Listen(const asio::any_io_executor& executor);
+    /// Whether anybody listens, so that nothing is made for nobody.
+    bool HasListeners() const { return listening_ > 0; }
     /// Any thread may call. `data` is one line.
     void Publish(const std::string& type, const std::string& data);
     /// Ends every stream.
@@ -48,6 +51,7 @@ private:
     static constexpr std::size_t kMostListeners = 64;
 
     std::mutex mutex_;
+    std::atomic<std::size_t> listening_ = 0;  // some may have gone since
     std::set<std::weak_ptr<CListener>, std::owner_less<>> listeners_;
 };
 

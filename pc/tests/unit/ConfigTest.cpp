@@ -77,7 +77,7 @@ TEST(ConfigTest, WhatIsWrongIsToldWithItsLine) {
 
 TEST(ConfigTest, TheExampleHoldsAndSaysWhatHoldsWithoutIt) {
     // Also with every line that is commented out.
-    std::string example = ReadFile(ZELPC_SOURCE "/packaging/gateway.toml");
+    std::string example = ReadFile(ZELPC_SOURCE "/packaging/zelpc/gateway.toml");
     const GatewayConfig config = ReadGatewayConfig(example, "gateway.toml");
     EXPECT_EQ(config.destinations.at(0).name, "lis");
     const TempDir folder;

@@ -164,7 +164,7 @@ TEST_F(DeliverTest, ARejectedMessageIsHeldAndTheNextGoesOn) {
     EXPECT_EQ(held.result, bad);
     EXPECT_EQ(held.reason, "scripted");
     EXPECT_EQ(CountOf([&](auto done) { store_.AgainOne(held.id, done); }), 1);
-    queue_->Wake("A1");
+    queue_->WakeAll();
     ASSERT_TRUE(WaitAccepted(2));
     EXPECT_EQ(script_.accepted.back(), bad);
 }
