@@ -17,7 +17,7 @@ usage: ./zel COMMAND [--help]
   soak [minutes]   a PC and ZELApp without pause; leaks and drifts fail
   image COMMAND    update files: make, inspect, verify, extract, diff, publish,
                    serve, stick
-  package          the Debian packages, and whether they are sound
+  package [pc]     the Debian packages, and whether they are sound
   help             this table
 TEXT
 }
@@ -29,13 +29,14 @@ explain() {
     soak) python -m bench.soak --help ;;
     bench) python -m benchmarks.options ;;
     demo) cat <<'TEXT' ;;
-usage: ./zel demo
+usage: ./zel demo [gateway]
 
 Builds the service and shows its main job on a simulated analyzer, step by
 step: a PC finds the analyzer and registers, a patient result and a control
 result arrive there as HL7 and are marked as sent, and the software is updated
-from a USB stick, by the PC and from an update server. Ends by itself, with
-status 1 when a step did not happen.
+from a USB stick, by the PC and from an update server. Then the PC's side is
+built, and its gateway brings a result to a laboratory's system; with gateway
+only that is shown. Ends by itself, with status 1 when a step did not happen.
 TEXT
     test) cat <<'TEXT' ;;
 usage: ./zel test [release|pc|debug|asan|tsan|arm]
@@ -68,9 +69,10 @@ Gives every decoder of what comes from outside to libFuzzer, each for SECONDS
 (60 unless given). What it finds is put below build/fuzz/found.
 TEXT
     package) cat <<'TEXT' ;;
-usage: ./zel package
+usage: ./zel package [pc]
 
-Makes the Debian packages in build/package and checks them.
+Makes the Debian packages in build/package and checks them; with pc that of
+zelpc, the PC's side, in build/package-pc.
 TEXT
     *) refuse "there is no command '$1'; ./zel help lists them" ;;
     esac
