@@ -26,7 +26,7 @@ from bench.analyzer import CONTROL_ID, OLD_VERSION, PASSWORD, PATIENT_ID, Analyz
 from bench.image import APP, DSP, IMAGES, SYS, XML, file_name, make_release, sample_payloads
 from bench.pc import Pc
 from bench.pcpacket import Command
-from bench.sandbox import ENGINE, SandboxError
+from bench.sandbox import ENGINE, PROJECT, SandboxError
 from bench.updateserver import UpdateServer
 from bench.zelapp import (CONTROL, PATIENT, PcConnection, ResultSent, UpdateComplete, UpdateFailed, UpdateProgress,
                           UpdateRequested, UpdateStarts)
@@ -45,6 +45,12 @@ class Demo:
         self.zelapp = analyzer.zelapp
         self.pc = Pc(analyzer.sandbox.socket)
         self.version = OLD_VERSION
+
+    def close(self) -> None:
+        self.pc.close()
+
+    def log(self) -> str:
+        return self.analyzer.daemon.log()
 
     def say(self, text: str) -> None:
         for line in textwrap.wrap(text, self.console.width - 1, initial_indent=" " * 3, subsequent_indent=" " * 5):
@@ -224,38 +230,47 @@ UPDATE_STEPS: list[Step] = [
 STEPS = RESULT_STEPS + UPDATE_STEPS
 
 
-def run(steps: list[Step], console: Console) -> int:
-    if ENGINE.NOTICE:
+def run(steps: list[Step], console: Console, kind: type[Demo] = Demo, first: int = 1) -> int:
+    if ENGINE.NOTICE and first == 1:
         console.print(ENGINE.NOTICE, highlight=False)
     with Analyzer() as analyzer:
-        demo = Demo(analyzer, console)
-        for number, (title, step) in enumerate(steps, 1):
+        demo = kind(analyzer, console)
+        for number, (title, step) in enumerate(steps, first):
             console.print(f"[bold]{number:2} {title}")
             try:
                 step(demo)
             except Exception as error:  # whatever it is: the demo ends here and says what it was
-                return report_failure(analyzer, console, title, error)
-        demo.pc.close()
+                return report_failure(demo, title, error)
+        demo.close()
         status = analyzer.daemon.stop()
         if status != 1 or analyzer.daemon.sanitizer_report():
-            return report_failure(analyzer, console, "The service ends on SIGTERM", Failed(f"its status is {status}"))
+            return report_failure(demo, "The service ends on SIGTERM", Failed(f"its status is {status}"))
     console.print("[bold green]All of it happened.")
     return 0
 
 
-def report_failure(analyzer: Analyzer, console: Console, title: str, error: Exception) -> int:
+def report_failure(demo: Demo, title: str, error: Exception) -> int:
+    console = demo.console
     console.print(f"[bold red]Failed: {title}[/]: {escape(f'{type(error).__name__}: {error}')}")
     console.print("[bold]The end of the service's log:")
-    for line in analyzer.daemon.log().splitlines()[-20:]:
+    for line in demo.log().splitlines()[-20:]:
         console.print(f"   {escape(line)}", highlight=False, soft_wrap=True)
-    console.print(escape(analyzer.daemon.stderr()[-4000:]), highlight=False)
+    console.print(escape(demo.analyzer.daemon.stderr()[-4000:]), highlight=False)
     return 1
 
 
 def main() -> int:
     console = Console(width=None if sys.stdout.isatty() else 80)
     try:
-        return run(STEPS, console)
+        if sys.argv[1:] == ["gateway"]:
+            from bench.demo_gateway import show  # it builds on this module
+            return show(console)
+        status = run(STEPS, console)
+        if status == 0:
+            # zelpc takes minutes to build, so everything else has been shown before.
+            sys.stdout.flush()
+            os.execv(PROJECT / "zel", ["zel", "demo", "gateway"])
+        return status
     except SandboxError as error:
         console.print(f"zel: {error}", highlight=False, markup=False)
         return 1

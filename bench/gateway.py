@@ -73,8 +73,8 @@ class SandboxHttp(HTTPConnection):
 
 class Gateway:
     def __init__(self, sandbox: Sandbox, password: str, destinations: str = MLLP + FILES, more: str = "",
-                 scan: bool = True, name: str = "gateway", store: str | None = None):
-        self.sandbox = sandbox
+                 scan: bool = True, name: str = "gateway", store: str | None = None, program: str = ZELPC):
+        self.sandbox, self.program = sandbox, program
         self.state = sandbox.root / name
         self.state.mkdir()
         self.config = self.state / "gateway.toml"
@@ -86,7 +86,7 @@ class Gateway:
         self._process: Process | None = None
 
     def start(self) -> None:
-        command = [*RUNNERS.get(preset(), []), ZELPC, "gateway", "--config", str(self.config)]
+        command = [*RUNNERS.get(preset(), []), self.program, "gateway", "--config", str(self.config)]
         with open(self.state / "log", "ab") as log:
             self._process = self.sandbox.pc.spawn(command, log, log)
 
