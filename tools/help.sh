@@ -43,8 +43,9 @@ usage: ./zel test [release|pc|debug|asan|tsan|arm]
 
 Builds everything and runs every test: unit tests, the service on a simulated
 analyzer, and other HL7 parsers against it. pc does it with zelpc, asan and
-tsan under the sanitizers, arm in an emulator. What cannot run on this machine is named and
-counted as skipped. The last line is "N passed, N failed, N skipped".
+tsan under the sanitizers, arm in an emulator. What cannot run on this machine
+is named and counted as skipped. The last line is "N passed, N failed, N
+skipped".
 TEXT
     build) cat <<'TEXT' ;;
 usage: ./zel build [release|pc|debug|asan|tsan|fuzz|arm]
