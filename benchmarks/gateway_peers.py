@@ -24,8 +24,10 @@ def tell(seconds: float) -> None:
 
 
 class Receiver:
+    """Counts from its start on: messages may come before it is told how many are wanted."""
+
     def __init__(self) -> None:
-        self.start, self.taken, self.wanted = 0.0, 0, 0
+        self.start, self.last, self.taken, self.wanted = 0.0, 0.0, 0, 0
         self.done = asyncio.Event()
 
     async def talk(self, reader: hl7.mllp.HL7StreamReader, writer: hl7.mllp.HL7StreamWriter) -> None:
@@ -37,19 +39,25 @@ class Receiver:
                 writer.writemessage(message.create_ack())
                 await writer.drain()
                 self.taken += 1
-                if self.taken == self.wanted:
-                    self.done.set()
+                self.last = time.perf_counter()
+                self.settle()
         except (asyncio.IncompleteReadError, ConnectionError):
             pass
+
+    def settle(self) -> None:
+        if 0 < self.wanted <= self.taken:
+            self.done.set()
 
     async def serve(self, port: int) -> None:
         async with await start_hl7_server(self.talk, "0.0.0.0", port, encoding="utf-8"):
             print("ready", flush=True)
             while line := await asyncio.to_thread(sys.stdin.readline):
-                self.taken, self.wanted = 0, int(line.split()[1])
-                self.done.clear()
+                self.wanted = int(line.split()[1])
+                self.settle()
                 await self.done.wait()
-                tell(time.perf_counter() - self.start)
+                tell(self.last - self.start)
+                self.taken = self.wanted = 0
+                self.done.clear()
 
 
 def send(port: int, text: bytes) -> None:

@@ -123,10 +123,10 @@ class Measured:
 
     def reached(self) -> bool | None:
         """None without a goal."""
-        if self.goal is None:
-            return None
         if self.failed:
             return False
+        if self.goal is None:
+            return None
         median, peer, ratio = self.spread().median, self.peer(), self.ratio()
         if self.goal.kind == "at most":
             return median <= self.goal.value
