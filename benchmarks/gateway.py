@@ -1,9 +1,7 @@
 """The gateway: acknowledgements, delivery and rest, beside the least that each can take.
 
-    PYTHONPATH=. /usr/bin/python3 -m benchmarks.gateway [MEASURE...]
-
-measures alone, for whoever works on it. Everything runs on loopback addresses of a network of its own, the stores on
-the disk of the build folder.
+Everything runs on loopback addresses of a network of its own, the stores on the disk of the build folder. A program
+there obeys the names of measures.
 """
 
 from __future__ import annotations
@@ -12,7 +10,6 @@ import json
 import os
 import select
 import shutil
-import statistics
 import subprocess
 import sys
 import time
@@ -23,7 +20,8 @@ from pathlib import Path
 from typing import Any
 
 from bench.sandbox import PROJECT
-from benchmarks.measure import BIN, run
+from benchmarks.measure import BIN, MissingPeer, run
+from benchmarks.model import BELOW, BYTES, SECONDS, SHARE, Group, Row, at_most, within
 from benchmarks.npm_packages import DIRECTORY, NoPackages, install
 
 ZELPC = PROJECT / "build/pc/bin/zelpc"
@@ -32,7 +30,6 @@ PEERS = str(BIN / "zelrm_gateway_peers")
 HERE = Path(__file__).resolve().parent
 TEXT = WORK / "result.hl7"
 
-TURNS = 3
 ACKNOWLEDGED = 200  # results, or bare commits, a turn
 ANALYZERS, RATE, LASTING = 50, 2000, 30
 IDLE, IDLE_SECONDS = 1000, 20
@@ -206,16 +203,10 @@ MEASURES: dict[str, Callable[[], float]] = {
     "idle-memory": idle_memory, "idle-processor": idle_processor}
 
 
-@contextmanager
-def inside() -> Iterator[Peer]:
-    """Where the network is nobody else's: obeys the names of measures, and answers with a number."""
-    WORK.mkdir(parents=True, exist_ok=True)
-    with Peer(PROJECT / "tests/private-paths", PROJECT / "build", "/usr/bin/env", f"PYTHONPATH={PROJECT}",
-              "PYTHONDONTWRITEBYTECODE=1", "/usr/bin/python3", "-m", "benchmarks.gateway", "--inside") as measures:
-        yield measures
-
-
-def serve() -> None:
+def serve(quick: bool) -> None:
+    global LASTING, IDLE_SECONDS
+    if quick:
+        LASTING, IDLE_SECONDS = 5, 5
     run(BIN / "zelrm_hl7_heap", TEXT)
     print("ready", flush=True)
     for line in sys.stdin:
@@ -226,19 +217,53 @@ def serve() -> None:
         print(json.dumps(told), flush=True)
 
 
-def main(names: list[str]) -> int:
-    try:
-        install()
-    except NoPackages as error:
-        print(f"going on without simple-hl7: {error}")
-    for name in names or MEASURES:
-        with inside() as measures:
-            told = [measures.obey(name) for _ in range(TURNS)]
-        failed = [one["failed"] for one in told if "failed" in one]
-        value = failed[0] if failed else f"{statistics.median(one['value'] for one in told):.6g}"
-        print(f"{name:26}", value, flush=True)
-    return 0
+@contextmanager
+def inside(quick: bool) -> Iterator[Peer]:
+    WORK.mkdir(parents=True, exist_ok=True)
+    with Peer(PROJECT / "tests/private-paths", PROJECT / "build", "/usr/bin/env", f"PYTHONPATH={PROJECT}",
+              "PYTHONDONTWRITEBYTECODE=1", "/usr/bin/python3", "-m", "benchmarks.gateway",
+              "quick" if quick else "whole") as measures:
+        yield measures
+
+
+def measure(name: str) -> Callable[[Peer], float]:
+    def ask(measures: Peer) -> float:
+        if name.endswith("simple-hl7"):
+            try:
+                install()
+            except NoPackages as error:
+                raise MissingPeer(str(error)) from None
+        told = measures.obey(name)
+        if "failed" in told:
+            raise RuntimeError(told["failed"])
+        return told["value"]
+    return ask
+
+
+def delivery_rows(key: str, receiver: str, what: str) -> list[Row]:
+    """Nobody can be quicker than who sends ready-made frames; of who makes messages, nobody shall be."""
+    def senders(*names: str) -> dict[str, Callable[[Peer], float]]:
+        return {f"{name} client": measure(f"sent-{receiver}-{name}") for name in names}
+
+    ours = measure(f"delivered-{receiver}")
+    return [Row(key, f"A result by MLLP to {what}, beside bare frames", SECONDS, ours, senders("bare"), within(1.1),
+                turns=5),
+            Row(f"{key}-others", f"A result by MLLP to {what}, beside others", SECONDS, ours,
+                senders("python-hl7", "simple-hl7"), BELOW, turns=5)]
+
+
+GROUP = Group("gateway", inside, [
+    Row("gateway-acknowledge", "A result stored and acknowledged, beside a bare commit", SECONDS,
+        measure("acknowledged"), {"SQLite": measure("committed")}, within(2)),
+    Row("gateway-load", f"The same, {RATE} a second from {ANALYZERS} analyzers, 99 of 100", SECONDS, measure("loaded"),
+        goal=at_most(0.05), turns=1),
+    *delivery_rows("gateway-mllp", "instant", "an instant receiver"),
+    *delivery_rows("gateway-python", "python-hl7", "python-hl7's server"),
+    Row("gateway-idle-memory", f"{IDLE} analyzers at rest: resident memory", BYTES, measure("idle-memory"),
+        goal=at_most(64 << 20), turns=1),
+    Row("gateway-idle-cpu", f"{IDLE} analyzers at rest: processor", SHARE, measure("idle-processor"),
+        goal=at_most(0.05), turns=1)], needs=("service", "node", "pc"))
 
 
 if __name__ == "__main__":
-    sys.exit(serve() if sys.argv[1:] == ["--inside"] else main(sys.argv[1:]))
+    serve(sys.argv[1] == "quick")

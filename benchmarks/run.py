@@ -19,7 +19,7 @@ from pathlib import Path
 from typing import Any
 
 from bench.sandbox import PROJECT
-from benchmarks import hl7_library, idle, machines, results, service, sessions, update
+from benchmarks import gateway, hl7_library, idle, machines, results, service, sessions, update
 from benchmarks.compare import compare
 from benchmarks.measure import MissingPeer
 from benchmarks.model import Group, Measured, MeasuredCurve, Report, Row, Sweep, blank, blank_curve
@@ -28,7 +28,7 @@ from benchmarks.report import write_report
 from benchmarks.text import curve_lines, markdown, row_lines, table, wrap
 
 GROUPS = [hl7_library.GROUP, service.GROUP, service.START, results.GROUP, update.GROUP, sessions.GROUP, idle.GROUP,
-          machines.SIZES, machines.EMULATED]
+          gateway.GROUP, machines.SIZES, machines.EMULATED]
 
 FOLDER = PROJECT / "build/bench"
 LAST = FOLDER / "last.json"
