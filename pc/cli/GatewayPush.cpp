@@ -19,7 +19,6 @@ constexpr long kLookPause = 250;  // milliseconds
 
 constexpr std::array kSteps{PushStep::kWaiting,   PushStep::kSending,   PushStep::kInstalling, PushStep::kInstalled,
                             PushStep::kNotNeeded, PushStep::kCancelled, PushStep::kFailed};
-constexpr std::array kImages{kSYSImage, kAppImage, kDSPImage, kXMLImage};
 
 /// An update as the gateway tells of it.
 PushProgress ReadProgress(const json& update) {
@@ -29,9 +28,9 @@ PushProgress ReadProgress(const json& update) {
                                         [](PushStep known) { return std::string(TextOf(known)); });
     progress.step = step == kSteps.end() ? PushStep::kFailed : *step;
     for (const json& one : update.at("images")) {
-        const auto image = std::ranges::find(kImages, one.at("image").get<std::string>(),
+        const auto image = std::ranges::find(Wire::kImagesOfPC, one.at("image").get<std::string>(),
                                              [](ImageId known) { return std::string(NameOf(known)); });
-        if (image != kImages.end()) {
+        if (image != Wire::kImagesOfPC.end()) {
             progress.images[*image] = {one.at("sent"), one.at("size"), one.at("stored")};
         }
     }

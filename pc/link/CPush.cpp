@@ -27,16 +27,13 @@ constexpr std::chrono::minutes kStorePatience = 2min;
 constexpr std::chrono::minutes kInstallPatience = 30min;
 constexpr std::chrono::seconds kLookPause = 2s;
 
-/// The order in which an analyzer that asks wants its images; DSP goes along with an offer only.
-constexpr ImageId kOrder[] = {kSYSImage, kAppImage, kXMLImage, kDSPImage};
-
 std::optional<std::string> InstalledVersion(const DeviceInfo& info, ImageId image) {
     switch (image) {
-        case kSYSImage:
+        case ImageId::kSYS:
             return info.sysVersion;
-        case kAppImage:
+        case ImageId::kApp:
             return info.appVersion;
-        case kDSPImage:
+        case ImageId::kDSP:
             return info.dspVersion;
         default:
             return info.xmlVersion;
@@ -109,18 +106,18 @@ void CPush::Fail(const std::string& reason) {
 asio::awaitable<void> CPush::Offer() {
     std::uint8_t mask = 0;
     for (const auto& [image, file] : release_->Files()) {
-        mask |= OfferBit(image);
+        mask |= static_cast<std::uint8_t>(Wire::RowOf(image).offerBit);
     }
     Tell(PushStep::kWaiting);
     session_->Send({.command = kUpdateStart, .tag = 1, .subTag = static_cast<std::uint8_t>(session_->PeerID())},
                    std::span(&mask, 1));
     (void)co_await Expect(kUpdateAccept, kOfferPatience, "nobody at the analyzer took the update");
-    for (const ImageId image : kOrder) {
+    for (const ImageId image : kSent) {
         if (release_->Files().contains(image)) {
             progress_.images[image].size = release_->Files().at(image).FileSize();
         }
     }
-    for (const ImageId image : kOrder) {
+    for (const ImageId image : kSent) {
         if (release_->Files().contains(image)) {
             co_await SendImage(image);
         }
@@ -128,7 +125,7 @@ asio::awaitable<void> CPush::Offer() {
 }
 
 asio::awaitable<void> CPush::ServeRequests() {
-    if (!release_->Files().contains(kSYSImage)) {
+    if (!release_->Files().contains(ImageId::kSYS)) {
         throw End{PushStep::kFailed, "an analyzer that asks wants SYS, APP and XML", false};
     }
     Tell(PushStep::kWaiting);
@@ -161,7 +158,7 @@ asio::awaitable<void> CPush::CheckStillUpdating() {
 void CPush::SendVersions() {
     // Without DSP: an analyzer never asks for it, but would take it for something to be done.
     std::map<ImageId, std::string> versions;
-    for (const ImageId image : {kSYSImage, kAppImage, kXMLImage}) {
+    for (const ImageId image : Wire::kReleaseImages) {
         versions[image] = release_->Files().at(image).version;
     }
     session_->Send(UpdateVersions(1, session_->PeerID(), versions));
@@ -172,7 +169,7 @@ asio::awaitable<void> CPush::SendRequested(const Packet& request) {
     if (request.payload.size() == kRequestSize) {
         const std::uint32_t bit = Bytes::GetLE32(request.payload, 0);
         for (const auto& [image, file] : release_->Files()) {
-            if (OfferBit(image) == bit) {
+            if (Wire::RowOf(image).offerBit == bit) {
                 progress_.images[image] = {.size = file.FileSize()};
                 co_await SendImage(image);
                 co_return;

@@ -7,6 +7,7 @@
 #include <optional>
 #include <utility>
 
+#include "wire/CImageTable.h"
 #include "wire/UpdateFormat.h"
 
 namespace ZELPC {
@@ -15,9 +16,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using Version = std::array<std::uint32_t, 4>;
-
-constexpr ImageId kSent[] = {kSYSImage, kAppImage, kXMLImage, kDSPImage};
-constexpr ImageId kSections[] = {kBootImage, kKernelImage, kRootFSImage, kQTEImage};
 
 std::optional<Version> ParseVersion(std::string_view text) {
     constexpr std::size_t kMostDigits = 9;
@@ -87,14 +85,14 @@ private:
     std::int64_t size_ = 0;
 };
 
-void CheckSections(CFile& file, const Wire::ImageFiles& model) {
-    std::array<bool, kImageCount> seen{};
+void CheckSections(CFile& file, Wire::Model model) {
+    Wire::CImageTable<bool> seen;
     std::int64_t offset = Wire::kUpdateHeaderSize;
     for (int i = 0; i < Wire::kSYSSectionCount; ++i) {
         const Wire::UpdateHeaderFields header = file.HeaderAt(offset);
         const auto section = std::ranges::find_if(
-            kSections, [&](ImageId image) { return header.magic == model[static_cast<std::size_t>(image)].magic; });
-        if (section == std::end(kSections) || std::exchange(seen[static_cast<std::size_t>(*section)], true)) {
+            Wire::kSYSParts, [&](ImageId image) { return header.magic == Wire::RowOf(image).magic.Of(model); });
+        if (section == Wire::kSYSParts.end() || std::exchange(seen[*section], true)) {
             file.Refuse("does not hold boot, kernel, rootfs and QTE, each once");
         }
         offset += Wire::kUpdateHeaderSize + header.size;
@@ -102,26 +100,26 @@ void CheckSections(CFile& file, const Wire::ImageFiles& model) {
 }
 
 /// The versions that APP says belong together. Nothing when it is an old image that does not say.
-std::optional<std::array<Version, 3>> PackageVersions(const fs::path& app, std::int64_t size) {
+std::optional<Wire::CImageTable<Version>> PackageVersions(const fs::path& app, std::int64_t size) {
     CFile file(app);
-    std::array<Version, 3> versions{};
+    Wire::CImageTable<Version> versions;
     std::int64_t offset = Wire::PackageBlockOffset(static_cast<std::int32_t>(size));
-    for (Version& version : versions) {
+    for (const ImageId image : Wire::kBlockImages) {
         const auto field = file.At<Wire::kVersionSize>(offset);
         if (!field) {
             return std::nullopt;
         }
-        version = ParseVersion(Wire::FieldText(*field)).value_or(Version{});
+        versions[image] = ParseVersion(Wire::FieldText(*field)).value_or(Version{});
         offset += static_cast<std::int64_t>(Wire::kVersionSize);
     }
-    return versions == std::array<Version, 3>{} ? std::nullopt : std::optional(versions);
+    return versions == Wire::CImageTable<Version>() ? std::nullopt : std::optional(versions);
 }
 
-ReleaseFile ReadFile(const fs::path& path, ImageId image, const Wire::ImageFiles& model) {
+ReleaseFile ReadFile(const fs::path& path, const Wire::ImageRow& image, Wire::Model model) {
     CFile file(path);
     const Wire::UpdateHeaderFields header = file.HeaderAt(0);
-    if (header.magic != model[static_cast<std::size_t>(image)].magic) {
-        file.Refuse(std::string("is no ") + NameOf(image) + " file of this model");
+    if (header.magic != image.magic.Of(model)) {
+        file.Refuse(std::string("is no ") + image.name + " file of this model");
     }
     if (header.size != file.Size() - Wire::kUpdateHeaderSize) {
         file.Refuse("is longer than its header says");
@@ -129,27 +127,24 @@ ReleaseFile ReadFile(const fs::path& path, ImageId image, const Wire::ImageFiles
     if (!ParseVersion(header.version)) {
         file.Refuse("has no version");
     }
-    if (image == kSYSImage) {
+    if (image.installation == Wire::Installation::kItsParts) {
         CheckSections(file, model);
     }
     return {path, header.version, header.size};
 }
 
 void CheckTogether(const std::map<ImageId, ReleaseFile>& files) {
-    const auto sys = files.find(kSYSImage);
-    const auto app = files.find(kAppImage);
-    const auto xml = files.find(kXMLImage);
-    const bool none = sys == files.end() && app == files.end() && xml == files.end();
-    if (none) {
+    const auto has = [&](ImageId image) { return files.contains(image); };
+    if (std::ranges::none_of(Wire::kReleaseImages, has)) {
         return;
     }
-    if (sys == files.end() || app == files.end() || xml == files.end()) {
+    if (!std::ranges::all_of(Wire::kReleaseImages, has)) {
         throw ReleaseError("SYS, APP and XML belong together, but one of them is missing");
     }
-    if (const auto versions = PackageVersions(app->second.path, app->second.size)) {
-        if ((*versions)[0] != ParseVersion(app->second.version) ||
-            (*versions)[1] != ParseVersion(sys->second.version) ||
-            (*versions)[2] != ParseVersion(xml->second.version)) {
+    const ReleaseFile& app = files.at(ImageId::kApp);
+    if (const auto versions = PackageVersions(app.path, app.size)) {
+        const auto differs = [&](ImageId image) { return (*versions)[image] != ParseVersion(files.at(image).version); };
+        if (std::ranges::any_of(Wire::kBlockImages, differs)) {
             throw ReleaseError("SYS, APP and XML are not of one release: APP names other versions");
         }
     }
@@ -164,18 +159,18 @@ std::int64_t ReleaseFile::FileSize() const {
 CRelease CRelease::Read(const fs::path& folder) {
     CRelease release;
     bool human = false;
-    for (const Wire::ImageFiles* model : {&Wire::kHumanFiles, &Wire::kVeterinaryFiles}) {
+    for (const Wire::Model model : {Wire::Model::kHuman, Wire::Model::kVeterinary}) {
         for (const ImageId image : kSent) {
-            const fs::path path = folder / (*model)[static_cast<std::size_t>(image)].fileName;
+            const fs::path path = folder / Wire::RowOf(image).fileName.Of(model);
             std::error_code error;
             if (!fs::exists(path, error)) {
                 continue;
             }
-            (model == &Wire::kHumanFiles ? human : release.veterinary_) = true;
+            (model == Wire::Model::kHuman ? human : release.veterinary_) = true;
             if (human && release.veterinary_) {
                 throw ReleaseError("there are files of both models");
             }
-            release.files_[image] = ReadFile(path, image, *model);
+            release.files_[image] = ReadFile(path, Wire::RowOf(image), model);
         }
     }
     if (release.files_.empty()) {

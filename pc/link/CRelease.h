@@ -10,6 +10,14 @@
 
 namespace ZELPC {
 
+/// Where an image stands among those that are sent: in the order in which an analyzer asks for the release; what it
+/// does not ask for comes after that. 0: it is not sent.
+constexpr unsigned SendingPlace(const Wire::ImageRow& row) {
+    return row.offerBit == 0 || row.isOfRelease ? row.offerBit : row.offerBit + 0x100;
+}
+
+inline constexpr auto kSent = Wire::ImagesBy<&SendingPlace>();
+
 /// A folder does not hold a release that may be sent; the text says why, for people.
 class ReleaseError : public std::runtime_error {
 public:
@@ -34,7 +42,7 @@ public:
     /// belong together.
     [[nodiscard]] static CRelease Read(const std::filesystem::path& folder);
 
-    /// By image: kSYSImage, kAppImage, kDSPImage, kXMLImage.
+    /// By image; only such as are sent.
     const std::map<ImageId, ReleaseFile>& Files() const { return files_; }
 
     bool IsVeterinary() const { return veterinary_; }

@@ -65,8 +65,7 @@ const char* TextOf(PushStep step) {
 }
 
 const char* NameOf(ImageId image) {
-    constexpr const char* kNames[kImageCount] = {"BOOT", "KERNEL", "ROOTFS", "APP", "QTE", "DSP", "XML", "SYS"};
-    return kNames[image];
+    return Wire::RowOf(image).name;
 }
 
 }  // namespace ZELPC

@@ -76,12 +76,11 @@ void Changed(Payload payload, Lines& lines) {
 }
 
 std::string ImageNames(std::uint32_t bits) {
-    constexpr std::pair<ImageId, const char*> kNames[] = {
-        {kSYSImage, "SYS"}, {kAppImage, "APP"}, {kDSPImage, "DSP"}, {kXMLImage, "XML"}};
     std::string text;
-    for (const auto& [image, name] : kNames) {
-        if ((bits & OfferBit(image)) != 0) {
-            text += (text.empty() ? "" : ", ") + std::string(name);
+    for (const ImageId image : Wire::kImagesOfPC) {
+        const Wire::ImageRow& row = Wire::RowOf(image);
+        if ((bits & row.offerBit) != 0) {
+            text += (text.empty() ? "" : ", ") + std::string(row.name);
         }
     }
     return text.empty() ? "nothing" : text;
@@ -99,10 +98,10 @@ void ImagePiece(Payload payload, Lines& lines) {
     lines.push_back(std::to_string(payload.size()) + " bytes of an image");
     if (payload.size() >= Wire::kUpdateHeaderSize) {
         const auto header = Wire::ParseUpdateHeader(payload.first<Wire::kUpdateHeaderSize>());
-        for (const Wire::ImageFiles* model : {&Wire::kHumanFiles, &Wire::kVeterinaryFiles}) {
-            for (const Wire::ImageFile& file : *model) {
-                if (header.magic == file.magic) {
-                    lines.push_back(std::string("begins ") + file.fileName + ", version " +
+        for (const Wire::Model model : {Wire::Model::kHuman, Wire::Model::kVeterinary}) {
+            for (const Wire::ImageRow& row : Wire::kImages) {
+                if (header.magic == row.magic.Of(model)) {
+                    lines.push_back(std::string("begins ") + row.fileName.Of(model) + ", version " +
                                     Of(payload, 8, Wire::kVersionSize) + ", " + std::to_string(header.size) +
                                     " bytes of data");
                 }

@@ -29,35 +29,7 @@ Buffer NumberPacket(std::uint16_t command, std::uint8_t tag, char peerID, std::u
     return MakePacket({.command = command, .tag = tag, .subTag = SubTag(peerID)}, payload);
 }
 
-/// Images in the update information, in their order there.
-struct VersionItem {
-    ImageId image;
-    std::uint16_t bit;
-};
-
-constexpr VersionItem kVersionItems[] = {
-    {kSYSImage, kItemSYSVersion},
-    {kAppImage, kItemAppVersion},
-    {kDSPImage, kItemDSPVersion},
-    {kXMLImage, kItemXMLVersion},
-};
-
 }  // namespace
-
-std::uint8_t OfferBit(ImageId image) {
-    switch (image) {
-        case kSYSImage:
-            return 0x08;
-        case kAppImage:
-            return 0x10;
-        case kDSPImage:
-            return 0x20;
-        case kXMLImage:
-            return 0x40;
-        default:
-            return 0;
-    }
-}
 
 Buffer MakePacket(const Wire::PCPacketKind& kind, std::span<const std::uint8_t> payload) {
     Buffer packet;
@@ -94,10 +66,10 @@ Buffer SignOfLife(std::uint8_t tag, char peerID) {
 Buffer UpdateVersions(std::uint8_t tag, char peerID, const std::map<ImageId, std::string>& versions) {
     std::uint16_t mask = 0;
     Buffer payload(2);
-    for (const VersionItem& item : kVersionItems) {
-        const auto found = versions.find(item.image);
+    for (const ImageId image : Wire::kImagesOfPC) {
+        const auto found = versions.find(image);
         if (found != versions.end()) {
-            mask |= item.bit;
+            mask |= static_cast<std::uint16_t>(Wire::RowOf(image).versionItem);
             payload.resize(payload.size() + Wire::kVersionSize);
             PutText(std::span(payload).last(Wire::kVersionSize), found->second);
         }

@@ -12,9 +12,6 @@
 /// The packets that a PC sends.
 namespace ZELPC {
 
-/// The bit of an image in an offer and in an analyzer's image request; 0 for an image that is not sent by itself.
-[[nodiscard]] std::uint8_t OfferBit(ImageId image);
-
 /// A packet of this kind. The payload is at most kMaxImagePiece bytes.
 [[nodiscard]] Buffer MakePacket(const Wire::PCPacketKind& kind, std::span<const std::uint8_t> payload = {});
 

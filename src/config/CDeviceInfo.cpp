@@ -8,8 +8,6 @@
 #include "common/Shell.h"
 #include "platform/upgrade.h"
 
-using QENFx::Common::Version;
-
 namespace {
 
 constexpr char kCreateTag[] = "[CDeviceInfo::CDeviceInfo]";
@@ -41,19 +39,19 @@ std::string ValueOf(const char* name, const char* otherwise) {
 /// The version texts of all images as the device library keeps them.
 class LibraryVersions {
 public:
-    /// Places in the library's answer. The one between QTE and XML is not for this program.
-    enum Position : std::size_t { kApp = 0, kSYS = 1, kBoot = 2, kKernel = 3, kRootFS = 4, kQTE = 5, kXML = 7 };
-
     LibraryVersions() { nv_get_img_version_all(texts_); }
 
-    std::string operator[](Position position) const {
-        const char* text = &texts_[position * kTextSize];
-        return std::string(text, strnlen(text, kTextSize));
+    /// Empty for an image whose version the library does not tell.
+    std::string Of(const Wire::ImageRow& row) const {
+        if (row.versionPlace < 0) {
+            return "";
+        }
+        const char* text = &texts_[static_cast<std::size_t>(row.versionPlace) * Wire::kVersionSize];
+        return std::string(text, strnlen(text, Wire::kVersionSize));
     }
 
 private:
-    static constexpr std::size_t kTextSize = 16;
-    char texts_[kImageCount * kTextSize] = {};
+    char texts_[kImageCount * Wire::kVersionSize] = {};
 };
 
 }  // namespace
@@ -85,22 +83,18 @@ void CDeviceInfo::Initialize() {
     log_->WriteInfo("%s[%c] Model Type: %s", kTag, GetStatusChar(), modelType_.c_str());
 
     RefreshVersions();
-    log_->WriteInfo("%s[%c] SYS Version: %s", kTag, GetStatusChar(), sysVersion_.c_str());
-    log_->WriteInfo("%s[%c] APP Version: %s", kTag, GetStatusChar(), appVersion_.c_str());
-    log_->WriteInfo("%s[%c] XML Version: %s", kTag, GetStatusChar(), xmlVersion_.c_str());
+    for (const ImageId image : {ImageId::kSYS, ImageId::kApp, ImageId::kXML}) {
+        log_->WriteInfo("%s[%c] %s Version: %s", kTag, GetStatusChar(), Wire::RowOf(image).name,
+                        VersionText(image).c_str());
+    }
 
     ClearImageInfo();
-    FillFromCatalogue(images_, modelType_ == kHumanModel);
+    FillFromCatalogue(images_, modelType_ == kHumanModel ? Wire::Model::kHuman : Wire::Model::kVeterinary);
 
-    const auto installed = [this](ImageId image) { return std::string(GetCurrentVersion(image).getVersion()); };
-    log_->WriteInfo("%s[%c] BOOT Version:   %s", kTag, GetStatusChar(), installed(kBootImage).c_str());
-    log_->WriteInfo("%s[%c] KERNEL Version: %s", kTag, GetStatusChar(), installed(kKernelImage).c_str());
-    log_->WriteInfo("%s[%c] ROOTFS Version: %s", kTag, GetStatusChar(), installed(kRootFSImage).c_str());
-    log_->WriteInfo("%s[%c] APP Version:    %s", kTag, GetStatusChar(), installed(kAppImage).c_str());
-    log_->WriteInfo("%s[%c] QTE Version:    %s", kTag, GetStatusChar(), installed(kQTEImage).c_str());
-    log_->WriteInfo("%s[%c] DSP Version:    %s", kTag, GetStatusChar(), installed(kDSPImage).c_str());
-    log_->WriteInfo("%s[%c] XML Version:    %s", kTag, GetStatusChar(), installed(kXMLImage).c_str());
-    log_->WriteInfo("%s[%c] SYS Version:    %s", kTag, GetStatusChar(), installed(kSYSImage).c_str());
+    for (const ImageInfo& image : images_) {
+        const std::string name = std::string(image.Row.name) + " Version:";
+        log_->WriteInfo("%s[%c] %-16s%s", kTag, GetStatusChar(), name.c_str(), image.GetCurrentVersion().getVersion());
+    }
 
     RunShell("mkdir -p /data/update");
 }
@@ -108,17 +102,11 @@ void CDeviceInfo::Initialize() {
 void CDeviceInfo::RefreshVersions() {
     const LibraryVersions library;
     const std::lock_guard lock(dataMutex_);
-    sysVersion_ = library[LibraryVersions::kSYS];
-    appVersion_ = library[LibraryVersions::kApp];
-    xmlVersion_ = library[LibraryVersions::kXML];
-    images_[kBootImage].CurrentVersion = library[LibraryVersions::kBoot].c_str();
-    images_[kKernelImage].CurrentVersion = library[LibraryVersions::kKernel].c_str();
-    images_[kRootFSImage].CurrentVersion = library[LibraryVersions::kRootFS].c_str();
-    images_[kAppImage].CurrentVersion = appVersion_.c_str();
-    images_[kQTEImage].CurrentVersion = library[LibraryVersions::kQTE].c_str();
-    images_[kDSPImage].CurrentVersion = dspVersion_.c_str();
-    images_[kXMLImage].CurrentVersion = xmlVersion_.c_str();
-    images_[kSYSImage].CurrentVersion = sysVersion_.c_str();
+    for (ImageInfo& image : images_) {
+        std::string& text = versionTexts_[image.Row.id];
+        text = library.Of(image.Row);
+        image.SetCurrentVersion(ImageInfo::Version(text.c_str()));
+    }
 }
 
 void CDeviceInfo::SetStatus(DeviceStatus status) {
@@ -152,54 +140,9 @@ std::string CDeviceInfo::GetModelType() const {
     return ValueOf("model_type", kHumanModel);
 }
 
-std::string CDeviceInfo::GetSYSVersion() const {
+std::string CDeviceInfo::VersionText(ImageId image) const {
     const std::lock_guard lock(dataMutex_);
-    return sysVersion_;
-}
-
-std::string CDeviceInfo::GetAppVersion() const {
-    const std::lock_guard lock(dataMutex_);
-    return appVersion_;
-}
-
-std::string CDeviceInfo::GetDSPVersion() const {
-    const std::lock_guard lock(dataMutex_);
-    return dspVersion_;
-}
-
-std::string CDeviceInfo::GetXMLVersion() const {
-    const std::lock_guard lock(dataMutex_);
-    return xmlVersion_;
-}
-
-Version CDeviceInfo::GetCurrentVersion(int image) const {
-    const std::lock_guard lock(dataMutex_);
-    return images_[static_cast<std::size_t>(image)].CurrentVersion;
-}
-
-void CDeviceInfo::SetCurrentVersion(int image, const Version& version) {
-    const std::lock_guard lock(dataMutex_);
-    images_[static_cast<std::size_t>(image)].CurrentVersion = version;
-}
-
-Version CDeviceInfo::GetNewVersion(int image) const {
-    const std::lock_guard lock(dataMutex_);
-    return images_[static_cast<std::size_t>(image)].NewVersion;
-}
-
-void CDeviceInfo::SetNewVersion(int image, const Version& version) {
-    const std::lock_guard lock(dataMutex_);
-    images_[static_cast<std::size_t>(image)].NewVersion = version;
-}
-
-HeaderTail CDeviceInfo::GetHeaderTail(int image) const {
-    const std::lock_guard lock(dataMutex_);
-    return images_[static_cast<std::size_t>(image)].Tail;
-}
-
-void CDeviceInfo::SetHeaderTail(int image, const HeaderTail& tail) {
-    const std::lock_guard lock(dataMutex_);
-    images_[static_cast<std::size_t>(image)].Tail = tail;
+    return versionTexts_[image];
 }
 
 void CDeviceInfo::ClearImageInfo() {
@@ -210,13 +153,12 @@ void CDeviceInfo::ClearImageInfo() {
 }
 
 void CDeviceInfo::DumpImageInfo() const {
-    for (int i = 0; i < kImageCount; ++i) {
-        const ImageInfo& image = images_[static_cast<std::size_t>(i)];
-        printf("[%dth] IsFile: %d\n", i, image.IsFile.load());
-        printf("[%dth] NeedUpdate: %d\n", i, image.NeedUpdate.load());
-        printf("[%dth] FileSize: %d\n", i, image.FileSize.load());
-        printf("[%dth] Download: %d\n", i, image.Download.load());
-        printf("[%dth] Progress: %d\n", i, image.Progress.load());
+    for (const ImageInfo& image : images_) {
+        printf("[%dth] IsFile: %d\n", image.Number(), image.IsFile.load());
+        printf("[%dth] NeedUpdate: %d\n", image.Number(), image.NeedUpdate.load());
+        printf("[%dth] FileSize: %d\n", image.Number(), image.FileSize.load());
+        printf("[%dth] Download: %d\n", image.Number(), image.Download.load());
+        printf("[%dth] Progress: %d\n", image.Number(), image.Progress.load());
     }
 }
 

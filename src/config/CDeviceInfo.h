@@ -62,20 +62,12 @@ public:
     const std::string& GetProject() const { return project_; }
 
     /// The version texts as the device library gives them. The one of DSP is empty: the library does not tell it.
-    std::string GetSYSVersion() const;
-    std::string GetAppVersion() const;
-    std::string GetDSPVersion() const;
-    std::string GetXMLVersion() const;
+    std::string GetSYSVersion() const { return VersionText(ImageId::kSYS); }
+    std::string GetAppVersion() const { return VersionText(ImageId::kApp); }
+    std::string GetDSPVersion() const { return VersionText(ImageId::kDSP); }
+    std::string GetXMLVersion() const { return VersionText(ImageId::kXML); }
 
     ImageInfos& GetImageInfo() { return images_; }
-
-    /// What the records hold behind the lock.
-    Version GetCurrentVersion(int image) const;
-    void SetCurrentVersion(int image, const Version& version);
-    Version GetNewVersion(int image) const;
-    void SetNewVersion(int image, const Version& version);
-    HeaderTail GetHeaderTail(int image) const;
-    void SetHeaderTail(int image, const HeaderTail& tail);
 
     /// Sets the flags and counters of all records, and the update flag, to 0; texts and versions stay.
     void ClearImageInfo();
@@ -95,6 +87,8 @@ private:
     friend class RMUP::Net::CConnectionMonitor;
     void SetSession(std::shared_ptr<IPCSession> session);
 
+    std::string VersionText(ImageId image) const;
+
     static CInstance<CDeviceInfo> instance_;
 
     QENFx::Log::FileLog* log_;
@@ -110,11 +104,7 @@ private:
 
     // Behind dataMutex_.
     std::shared_ptr<IPCSession> session_;
-    std::string sysVersion_;
-    std::string appVersion_;
-    std::string dspVersion_;
-    std::string xmlVersion_;
+    Wire::CImageTable<std::string> versionTexts_;
 
-    /// The versions and header tails in the records stand behind dataMutex_ as well.
     ImageInfos images_;
 };

@@ -1,11 +1,12 @@
 #pragma once
 
-#include <array>
 #include <atomic>
 #include <cstdint>
+#include <mutex>
 #include <string>
 
 #include "platform/Text.h"
+#include "wire/CImageTable.h"
 #include "wire/ImageCatalogue.h"
 #include "wire/UpdateFormat.h"
 
@@ -13,8 +14,14 @@ using Wire::HeaderTail;
 
 /// What is known about one image of the update at hand. The flags and counters are used by the request handlers and the
 /// update worker at once. The texts are set before any worker runs; only ServerPath changes later, and only the update
-/// worker uses it. The versions and the header tail are reached through CDeviceInfo alone, which locks them.
-struct ImageInfo {
+/// worker uses it. The versions and the header tail are handed out by copy, under the record's own lock.
+class ImageInfo {
+public:
+    using Version = QENFx::Common::Version;
+
+    explicit ImageInfo(const Wire::ImageRow& row) : Row(row) {}
+
+    const Wire::ImageRow& Row;              ///< what is fixed about the image
     std::atomic<bool> IsFile{false};        ///< an update file of this image is at hand
     std::atomic<bool> NeedUpdate{false};    ///< the image is to be written
     std::atomic<bool> InPackage{false};     ///< what is at hand came as a section of the SYS package
@@ -29,18 +36,34 @@ struct ImageInfo {
     std::string ServerPath;                 ///< path on the update server; empty for images that it does not offer
     std::string RawPath;                    ///< temporary file for the image's data
 
+    /// Its number in the catalogue.
+    int Number() const { return NumberOf(Row.id); }
+
     /// Sets the flags and counters to 0.
     void Clear();
 
-private:
-    friend class CDeviceInfo;
+    /// The installed version.
+    Version GetCurrentVersion() const;
+    void SetCurrentVersion(const Version& version);
 
-    QENFx::Common::Version CurrentVersion;  ///< the installed version
-    QENFx::Common::Version NewVersion;      ///< the version of the update file at hand
-    HeaderTail Tail{};                      ///< the end of that file's header
+    /// The version of the update file at hand.
+    Version GetNewVersion() const;
+    void SetNewVersion(const Version& version);
+
+    /// The end of that file's header.
+    HeaderTail GetTail() const;
+    void SetTail(const HeaderTail& tail);
+
+private:
+    mutable std::mutex mutex_;
+
+    // Behind the mutex.
+    Version currentVersion_;
+    Version newVersion_;
+    HeaderTail tail_{};
 };
 
-using ImageInfos = std::array<ImageInfo, kImageCount>;
+using ImageInfos = Wire::CImageTable<ImageInfo>;
 
-/// Fills the texts of all records with those of the Human or the Veterinary model.
-void FillFromCatalogue(ImageInfos& images, bool human);
+/// Fills the texts of all records with those of the model.
+void FillFromCatalogue(ImageInfos& images, Wire::Model model);

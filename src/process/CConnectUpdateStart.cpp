@@ -18,20 +18,6 @@ constexpr char kTag[] = "[CConnect::ProcessUpdateStart]";
 /// What ZELApp is asked.
 constexpr std::uint8_t kPCAsksForUpdate = 4;
 
-/// Images that the PC may announce, in the order in which they are looked at.
-struct Announced {
-    std::uint8_t bit;
-    int image;
-    const char* line;
-};
-
-constexpr Announced kAnnounced[] = {
-    {0x08, kSYSImage, "%s SYS update need"},
-    {0x10, kAppImage, "%s APP update need"},
-    {0x20, kDSPImage, "%s DSP update need"},
-    {0x40, kXMLImage, "%s XML update need"},
-};
-
 }  // namespace
 
 int CConnect::ProcessUpdateStart(CPCMsg& message, const SessionPtr& session) {
@@ -55,12 +41,12 @@ int CConnect::ProcessUpdateStart(CPCMsg& message, const SessionPtr& session) {
         } else {
             // Takes back a cancel as well, which from here on is one of this offer's update.
             service_.device.ClearImageInfo();
-            for (const Announced& announced : kAnnounced) {
-                if ((payload[0] & announced.bit) != 0) {
-                    ImageInfo& image = service_.device.GetImageInfo()[static_cast<std::size_t>(announced.image)];
+            for (const ImageId announced : Wire::kImagesOfPC) {
+                ImageInfo& image = service_.device.GetImageInfo()[announced];
+                if ((payload[0] & image.Row.offerBit) != 0) {
                     image.IsFile = true;
                     image.NeedUpdate = true;
-                    log_->WriteInfo(announced.line, kTag);
+                    log_->WriteInfo("%s %s update need", kTag, image.Row.name);
                 }
             }
         }

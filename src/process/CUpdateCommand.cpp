@@ -1,7 +1,6 @@
 #include "process/CUpdateCommand.h"
 
 #include <algorithm>
-#include <array>
 #include <memory>
 #include <utility>
 
@@ -21,22 +20,8 @@ using RMUP::Process::CUpdateSlot;
 
 namespace {
 
-/// Images that the PC may offer, in the order of its message. The bit is that of its first two bytes, big-endian.
-struct Offer {
-    std::uint16_t bit;
-    int image;
-    const char* line;
-};
-
-constexpr Offer kOffers[] = {
-    {0x0020, kSYSImage, "%s Sys file exists(Ver: %s)"},
-    {0x0040, kAppImage, "%s App file exists(Ver: %s)"},
-    {0x0080, kDSPImage, "%s DSP file exists(Ver: %s)"},
-    {0x0100, kXMLImage, "%s XML file exists(Ver: %s)"},
-};
-
+/// Which images the PC offers: bits, big-endian.
 constexpr std::size_t kFlagsSize = 2;
-constexpr std::array<int, 4> kOfferOrder = {kSYSImage, kAppImage, kDSPImage, kXMLImage};
 
 constexpr std::uint8_t kPossible = 0;
 constexpr std::uint8_t kImpossible = 1;
@@ -95,8 +80,9 @@ int CUpdateCommand::ProcessUpdateInfoRes(CPCMsg& message, const SessionPtr& sess
     const auto payload = message.GetPayload();
     std::size_t expected = kFlagsSize;
     if (payload.size() >= kFlagsSize) {
-        for (const Offer& offer : kOffers) {
-            expected += (Bytes::GetBE16(payload, 0) & offer.bit) != 0 ? RMUP::Process::kVersionSize : 0;
+        for (const ImageId image : Wire::kImagesOfPC) {
+            const bool offered = (Bytes::GetBE16(payload, 0) & Wire::RowOf(image).versionItem) != 0;
+            expected += offered ? RMUP::Process::kVersionSize : 0;
         }
     }
     if (payload.size() < expected) {
@@ -127,32 +113,33 @@ int CUpdateCommand::ProcessUpdateInfoRes(CPCMsg& message, const SessionPtr& sess
 void CUpdateCommand::TakeOffers(std::span<const std::uint8_t> payload) {
     ImageInfos& images = device_->GetImageInfo();
     std::size_t offset = kFlagsSize;
-    for (const Offer& offer : kOffers) {
-        if ((Bytes::GetBE16(payload, 0) & offer.bit) == 0) {
+    for (const ImageId offered : Wire::kImagesOfPC) {
+        ImageInfo& image = images[offered];
+        if ((Bytes::GetBE16(payload, 0) & image.Row.versionItem) == 0) {
             continue;
         }
         const Version version = RMUP::Process::ParseVersionField(payload.subspan(offset, RMUP::Process::kVersionSize));
         offset += RMUP::Process::kVersionSize;
-        ImageInfo& image = images[static_cast<std::size_t>(offer.image)];
         image.IsFile = true;
-        device_->SetNewVersion(offer.image, version);
-        if (device_->GetCurrentVersion(offer.image) < version) {
+        image.SetNewVersion(version);
+        if (image.GetCurrentVersion() < version) {
             image.NeedUpdate = true;
         }
-        log_->WriteInfo(offer.line, kInfoTag, version.getVersion());
+        log_->WriteInfo("%s %s file exists(Ver: %s)", kInfoTag, image.Row.offeredName, version.getVersion());
     }
     // The XML archive is left out here; it joins the two when the images are compared for writing.
-    if (images[kSYSImage].NeedUpdate || images[kAppImage].NeedUpdate) {
-        images[kSYSImage].NeedUpdate = true;
-        images[kAppImage].NeedUpdate = true;
+    ImageInfo& sys = images[ImageId::kSYS];
+    ImageInfo& app = images[ImageId::kApp];
+    if (sys.NeedUpdate || app.NeedUpdate) {
+        sys.NeedUpdate = true;
+        app.NeedUpdate = true;
     }
 }
 
 std::vector<std::uint8_t> CUpdateCommand::JudgeOffers(const SessionPtr& session) {
     const ImageInfos& images = device_->GetImageInfo();
-    const auto count = std::ranges::count_if(images, [](const ImageInfo& image) { return image.NeedUpdate.load(); });
-    if (count > 0) {
-        return RMUP::Process::MakeUpdateInfo(*device_, kOfferOrder, static_cast<int>(count));
+    if (RMUP::Process::CountMarks(images) > 0) {
+        return RMUP::Process::MakeUpdateInfo(images, Wire::kImagesOfPC);
     }
     if (session->GetUpdateFlag()) {
         // Who asked for the offers ends on seeing the flag cleared; that nothing is newer is its last report.

@@ -12,6 +12,7 @@
 #include "platform/Log.h"
 #include "process/update/CByteSource.h"
 #include "process/update/CImageReceiver.h"
+#include "process/update/CPackageReader.h"
 #include "process/update/ServiceContext.h"
 #include "process/update/UpdateFile.h"
 
@@ -74,13 +75,13 @@ private:
     void SendAnswers(const SessionPtr& session);
 
     /// Splits the package if the image is one. False when that failed.
-    [[nodiscard]] bool SplitIfPackage(int image);
+    [[nodiscard]] bool SplitIfPackage(const ImageInfo& image);
 
     void LogIncomplete(std::int64_t size, std::int64_t received);
-    void LogClosed(int image);
+    void LogClosed(const ImageInfo& image);
 
-    [[nodiscard]] bool CopySection(RMUP::Process::CByteSource& package, RMUP::Process::CPackageSections& sections);
-    [[nodiscard]] bool CopySectionData(RMUP::Process::CByteSource& package, int image, std::int32_t size);
+    [[nodiscard]] bool CopySection(RMUP::Process::CByteSource& package, RMUP::Process::CPackageReader& reader);
+    [[nodiscard]] bool CopySectionData(RMUP::Process::CByteSource& package, ImageInfo& image);
 
     QENFx::Log::FileLog* log_;
     const RMUP::Process::ServiceContext& service_;

@@ -77,9 +77,9 @@ void Device::Reset(std::uint8_t status) {
     CDeviceInfo* device = CDeviceInfo::GetInstance();
     device->SetStatus(static_cast<DeviceStatus>(status % 6));
     device->ClearImageInfo();
-    for (int image = 0; image < kImageCount; ++image) {
-        device->SetNewVersion(image, {});
-        std::filesystem::remove(device->GetImageInfo()[static_cast<std::size_t>(image)].RawPath);
+    for (ImageInfo& image : device->GetImageInfo()) {
+        image.SetNewVersion({});
+        std::filesystem::remove(image.RawPath);
     }
     auto* monitor = RMUP::Net::CConnectionMonitor::GetInstance();
     monitor->ReplaceLink(nullptr);

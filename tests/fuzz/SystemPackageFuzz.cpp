@@ -10,15 +10,14 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     device.Reset(0);
     const std::string package(Fuzz::Text({data, size}));
     ImageInfos& images = CDeviceInfo::GetInstance()->GetImageInfo();
-    UnitTest::WriteFile(images[kSYSImage].RawPath, package);
+    UnitTest::WriteFile(images[ImageId::kSYS].RawPath, package);
 
     const int result = CUpdateCommand(Service()).SplitSYSUpdateFile();
     Require(result == 0 || result == -1, "the split succeeds or fails");
     const auto parts = std::ranges::count_if(images, [](const ImageInfo& image) { return image.InPackage.load(); });
     Require(result == -1 || parts == 4, "a package has its four parts");
-    for (std::size_t i = 0; i < images.size(); ++i) {
-        const ImageInfo& image = images[i];
-        if (i == kSYSImage || !std::filesystem::exists(image.RawPath)) {
+    for (const ImageInfo& image : images) {
+        if (image.Row.id == ImageId::kSYS || !std::filesystem::exists(image.RawPath)) {
             continue;
         }
         const std::string content = UnitTest::ReadFile(image.RawPath);
@@ -26,7 +25,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         Require(image.Download <= image.FileSize, "no more is taken than announced");
         Require(result == -1 || std::cmp_equal(content.size(), image.FileSize.load()), "an image is whole");
     }
-    Require(UnitTest::ReadFile(images[kSYSImage].RawPath) == package, "the package stays as it came");
+    Require(UnitTest::ReadFile(images[ImageId::kSYS].RawPath) == package, "the package stays as it came");
     device.RequireOrder();
     return 0;
 }

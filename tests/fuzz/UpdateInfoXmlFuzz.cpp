@@ -12,7 +12,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string text(Fuzz::Text({data, size}));
     for (const bool human : {true, false}) {
         ImageInfos images;
-        FillFromCatalogue(images, human);
+        FillFromCatalogue(images, human ? Wire::Model::kHuman : Wire::Model::kVeterinary);
         const UpdateInfo info = ParseUpdateInfo(text, {human ? "Human" : "Veterinary", "N62"}, images);
         const auto& offers = info.offers;
         if (info.error == UpdateInfoError::kNoModels || info.error == UpdateInfoError::kOtherModels) {
@@ -22,8 +22,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         Require(info.model == "N62V" ? !human : human && (info.model == "N62" || info.model == "Human"),
                 "the model is the device's");
         for (const ImageOffer& offer : offers) {
-            Require(offer.image >= 0 && offer.image < kImageCount, "an offer is of an image");
-            Require(offer.name == images[static_cast<std::size_t>(offer.image)].FileName, "an offer bears its name");
+            Require(offer.name == images[offer.image].FileName, "an offer bears its name");
             Require(offer.path.starts_with('/') &&
                         std::ranges::none_of(offer.path, [](unsigned char c) { return c <= ' ' || c == 0x7F; }),
                     "a path fits a request line");

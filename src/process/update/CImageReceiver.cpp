@@ -14,15 +14,14 @@ constexpr std::chrono::seconds kIdleWait{1};
 
 }  // namespace
 
-CImageTransfer::CImageTransfer(const std::shared_ptr<IPCSession>& session, int image, ImageInfo& record,
-                               std::int32_t announced)
-    : index(image), size(announced), file(record.RawPath.c_str()), owner_(session), image_(record) {}
+CImageTransfer::CImageTransfer(const std::shared_ptr<IPCSession>& session, ImageInfo& record, std::int32_t announced)
+    : image(record), size(announced), file(record.RawPath.c_str()), owner_(session) {}
 
 CImageTransfer::~CImageTransfer() {
     if (!closed_) {
-        image_.FileSize = 0;
-        image_.Download = 0;
-        unlink(image_.RawPath.c_str());
+        image.FileSize = 0;
+        image.Download = 0;
+        unlink(image.RawPath.c_str());
     }
 }
 

@@ -17,7 +17,7 @@ namespace RMUP::Process {
 class CImageTransfer {
 public:
     /// Opens the temporary file; look at `file`. The record outlives the transfer.
-    CImageTransfer(const std::shared_ptr<IPCSession>& session, int index, ImageInfo& image, std::int32_t size);
+    CImageTransfer(const std::shared_ptr<IPCSession>& session, ImageInfo& image, std::int32_t size);
     CImageTransfer(const CImageTransfer&) = delete;
     CImageTransfer& operator=(const CImageTransfer&) = delete;
     ~CImageTransfer();
@@ -28,14 +28,13 @@ public:
     /// After the last piece. False with errno when the file is not whole.
     [[nodiscard]] bool Close() { return closed_ = file.Close(); }
 
-    const int index;            ///< of the image in the catalogue
+    ImageInfo& image;
     const std::int32_t size;    ///< bytes of image data that its header announces
     std::int32_t received = 0;  ///< bytes of image data that have come
     COutputFile file;
 
 private:
     std::weak_ptr<IPCSession> owner_;
-    ImageInfo& image_;
     bool closed_ = false;
 };
 

@@ -4,7 +4,6 @@
 #include <array>
 #include <cstdio>
 #include <ctime>
-#include <numeric>
 
 #include "common/Constants.h"
 #include "db/CRmDao.h"
@@ -46,7 +45,7 @@ int CUpdate::Run() {
     log_->WriteInfo("%s Update Start", kRunTag);
     CImageReceiver::GetInstance()->Shut();
     device_->RefreshVersions();
-    DeleteRemainingFiles(images_);
+    DeleteRemainingFiles();
     start_ = std::chrono::steady_clock::now();
 
     Fetched fetched = Fetched::kNothing;
@@ -91,7 +90,7 @@ CUpdate::Fetched CUpdate::UpdateByUSB() {
 }
 
 CUpdate::Fetched CUpdate::FetchFromUSB() {
-    const int files = GetFileInfo(images_);
+    const int files = GetFileInfo();
     if (files == 0) {
         log_->WriteError("%s Update file does not exist.", kRunTag);
         SendUDSUpdateError(kErrorUSBFiles);
@@ -103,7 +102,7 @@ CUpdate::Fetched CUpdate::FetchFromUSB() {
     }
 
     const bool onlyAsked = requestMode_ == kOnlyAsk;
-    if (CompareVersion(images_, onlyAsked ? Comparison::kStrict : Comparison::kInclusive) == 0) {
+    if (CompareVersion(onlyAsked ? Comparison::kStrict : Comparison::kInclusive) == 0) {
         log_->WriteInfo("%s No need to update", kRunTag);
         SendUDSUpdateError(kNothingToUpdate);
         return Fetched::kNothing;
@@ -111,11 +110,11 @@ CUpdate::Fetched CUpdate::FetchFromUSB() {
     if (onlyAsked) {
         CUpdateSlot::BeginEnd();
     }
-    const int reported = SendUDSUpdateInfo(images_);
+    const int reported = SendUDSUpdateInfo();
     if (onlyAsked || reported != 0) {
         return Fetched::kNothing;
     }
-    if (CopyContentsFromUSB(images_) != 0) {
+    if (CopyContentsFromUSB() != 0) {
         log_->WriteError("%s Copy update file error", kRunTag);
         SendUDSUpdateError(kErrorUSBFiles);
         return Fetched::kNothing;
@@ -141,17 +140,17 @@ CUpdate::Fetched CUpdate::UpdateByInternet() {
     log_->WriteInfo("%s Update by internet", kRunTag);
     methodText_ = "INTERNET";
     device_->ClearImageInfo();
-    if (GetUpdateInfoFromNet(images_) <= 0) {
+    if (GetUpdateInfoFromNet() <= 0) {
         log_->WriteError("%s Update file does not exist.", kRunTag);
         SendUDSUpdateError(kErrorServer);
         return Fetched::kNothing;
     }
-    if (CompareVersion(images_, Comparison::kStrict) == 0) {
+    if (CompareVersion(Comparison::kStrict) == 0) {
         log_->WriteInfo("%s No need to update", kRunTag);
         SendUDSUpdateError(kNothingToUpdate);
         return Fetched::kNothing;
     }
-    if (SendUDSUpdateInfo(images_) != 0 || DownloadContentsFromNet(images_) != 0) {
+    if (SendUDSUpdateInfo() != 0 || DownloadContentsFromNet() != 0) {
         log_->WriteError("%s Download update file error", kRunTag);
         SendUDSUpdateError(kErrorServer);
         return Fetched::kNothing;
@@ -198,23 +197,23 @@ void CUpdate::UpdateQCMaterial() {
 }
 
 int CUpdate::WriteUpdate() {
-    CompareVersion(images_, Comparison::kStrict);
-    if (WriteImage(images_) != 0) {
+    CompareVersion(Comparison::kStrict);
+    if (WriteImage() != 0) {
         log_->WriteError("%s Write image error", kRunTag);
         SendUDSUpdateError(kErrorWrite);
         return -1;
     }
-    if (std::ranges::none_of(images_, [](const ImageInfo& image) { return image.NeedUpdate.load(); })) {
+    if (CountMarks(images_) == 0) {
         log_->WriteInfo("%s No need to update", kRunTag);
         SendUDSUpdateError(kNothingToUpdate);
         return 0;
     }
-    if (ChangeBootPartition(images_) != 0) {
+    if (ChangeBootPartition() != 0) {
         SendUDSUpdateError(kErrorBootPartition);
         return -1;
     }
     RecordHistory();
-    SetNewVersion(images_);
+    SetNewVersion();
     SendUDSUpdateComplete();
     return 0;
 }
@@ -235,23 +234,18 @@ void CUpdate::RecordHistory() {
              static_cast<int>(taken / 1000 % 60), static_cast<int>(taken % 1000));
 
     CRmDao dao;
-    for (int i = 0; i < kImageCount; ++i) {
-        const ImageInfo& image = images_[static_cast<std::size_t>(i)];
+    for (const ImageInfo& image : images_) {
         if (image.NeedUpdate) {
             // A row that cannot be added has its line in the log; the images are written all the same.
-            (void)dao.SetUpdateHistory(image.DisplayName, completeTime, elapsed,
-                                       device_->GetCurrentVersion(i).getVersion(),
-                                       device_->GetNewVersion(i).getVersion(), methodText_);
+            (void)dao.SetUpdateHistory(image.DisplayName, completeTime, elapsed, image.GetCurrentVersion().getVersion(),
+                                       image.GetNewVersion().getVersion(), methodText_);
         }
     }
 }
 
-int CUpdate::SendUDSUpdateInfo(Images& images) {
+int CUpdate::SendUDSUpdateInfo() {
     static constexpr char kTag[] = "[CUpdate::SendUDSUpdateInfo]";
-    std::array<int, kImageCount> order{};
-    std::iota(order.begin(), order.end(), 0);
-    const auto count = std::ranges::count_if(images, [](const ImageInfo& image) { return image.NeedUpdate.load(); });
-    const auto payload = MakeUpdateInfo(*device_, order, static_cast<int>(count));
+    const auto payload = MakeUpdateInfo(images_, Wire::kAllImages);
     if (payload.empty()) {
         log_->WriteError("%s Cannot get memory from 'new' operator", kTag);
         return -1;
@@ -261,9 +255,9 @@ int CUpdate::SendUDSUpdateInfo(Images& images) {
     return 0;
 }
 
-int CUpdate::SendUDSUpdateStatus(Images& images) {
-    if (RaiseProgress(images)) {
-        SendUpdateStatus(MakeUpdateProgress(images));
+int CUpdate::SendUDSUpdateStatus() {
+    if (RaiseProgress(images_)) {
+        SendUpdateStatus(MakeUpdateProgress(images_));
     }
     return 0;
 }

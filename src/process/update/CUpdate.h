@@ -13,9 +13,11 @@
 #include "process/update/CFileSource.h"
 #include "process/update/CHttpConnection.h"
 #include "process/update/COutputFile.h"
+#include "process/update/CPackageReader.h"
 #include "process/update/CUpdateSlot.h"
 #include "process/update/HttpResponse.h"
 #include "process/update/UpdateFile.h"
+#include "process/update/UpdateInfoXml.h"
 #include "process/update/UpdateMessages.h"
 
 namespace RMUP::Process {
@@ -28,7 +30,7 @@ namespace RMUP::Process {
 /// While the object lives the device's status is Updating; then it is again what it was before. From construction on it
 /// belongs to the framework's remover of finished threads, unless Start fails: then to its creator.
 ///
-/// Operations that return int return 0, or -1 after an error line, unless said otherwise.
+/// Operations return 0 or true, or -1 or false after an error line, unless said otherwise.
 class CUpdate : public QENFx::Service::Thread {
 public:
     /// The payload of ZELApp's start request: request mode and method; what is missing reads as 0.
@@ -39,7 +41,6 @@ public:
 
 private:
     using Version = QENFx::Common::Version;
-    using Images = ImageInfos;
 
     /// How a method's fetching ended: with images to write, or with nothing left to do.
     enum class Fetched { kImages, kNothing };
@@ -55,8 +56,8 @@ private:
     void RecordHistory();
 
     // Reports
-    [[nodiscard]] int SendUDSUpdateInfo(Images& images);
-    int SendUDSUpdateStatus(Images& images);
+    [[nodiscard]] int SendUDSUpdateInfo();
+    int SendUDSUpdateStatus();
     int SendUDSUpdateComplete();
     int SendUDSUpdateError(int kind, std::uint32_t code = 0, std::uint8_t group = 0);
     int SendUDSUpdateError(const UpdateError& error) {
@@ -69,95 +70,107 @@ private:
     void AskPC(std::uint16_t command, std::span<const std::uint8_t> payload);
 
     // Files
-    void DeleteRemainingFiles(Images& images);
-    [[nodiscard]] int GetFileHeaderInfoFromUSB(int index, CFileSource& file, Images& images);
-    [[nodiscard]] int GetPackageVersion(CFileSource& file, Images& images);
+    void DeleteRemainingFiles();
+    [[nodiscard]] int GetFileHeaderInfoFromUSB(ImageInfo& image, CFileSource& file);
+
+    /// Takes over a header of which this field, and what follows it, is missing.
+    [[nodiscard]] bool TakeHeaderFromUSB(ImageInfo& image, const UpdateHeader& header, HeaderField missing);
+    [[nodiscard]] int GetPackageVersion(const ImageInfo& app, CFileSource& file);
     [[nodiscard]] int CheckPackageVersion();
 
     /// Marks the present images that are to be written. Marks are never taken back. Returns a count, 0 when nothing is
     /// to be updated.
-    int CompareVersion(Images& images, Comparison comparison);
+    int CompareVersion(Comparison comparison);
 
     // USB
     int MountUSB(bool mount, const char* mountPoint);
 
     /// Returns the number of update files; 0 also when some of those that belong together are missing; -1 when the
     /// files are not those of one release.
-    [[nodiscard]] int GetFileInfo(Images& images);
+    [[nodiscard]] int GetFileInfo();
 
     /// Whether the file of one image is there and good; uses up the retries.
-    [[nodiscard]] bool ReadFileInfo(int index, Images& images, int& retries);
+    [[nodiscard]] bool ReadFileInfo(ImageInfo& image, int& retries);
 
-    [[nodiscard]] int CopyContentsFromUSB(Images& images);
-    [[nodiscard]] int CopyImageFromUSB(int index, Images& images);
-    [[nodiscard]] int CopyPackageFromUSB(Images& images);
-    [[nodiscard]] int CopySectionFromUSB(CFileSource& package, CPackageSections& sections, Images& images);
-    [[nodiscard]] int CopyFile(CFileSource& source, COutputFile& destination, int index, Images& images);
+    [[nodiscard]] int CopyContentsFromUSB();
+    [[nodiscard]] bool CopyImageFromUSB(ImageInfo& image);
+    [[nodiscard]] bool CopyPackageFromUSB(const ImageInfo& package);
+    [[nodiscard]] bool CopySectionFromUSB(CFileSource& source, CPackageReader& reader);
+
+    /// Goes to the data of the image's file on the stick.
+    [[nodiscard]] bool OpenData(const ImageInfo& image, CFileSource& source);
+    [[nodiscard]] bool CopyToFile(CFileSource& source, ImageInfo& image);
+    [[nodiscard]] int CopyFile(CFileSource& source, COutputFile& destination, ImageInfo& image);
 
     // PC
     /// Return 0 when the images have been received; -1 after everybody who needs to know has been told.
     [[nodiscard]] int DownloadByPCMonitor();
     [[nodiscard]] int DownloadFromPCMonitor();
 
-    [[nodiscard]] int WaitForOffers();
-    [[nodiscard]] int RequestImage(int index, std::uint32_t bit);
+    /// False after everybody who needs to know has been told.
+    [[nodiscard]] bool WaitForOffers();
+    [[nodiscard]] bool RequestImage(const ImageInfo& image);
 
     /// Whether the session that was asked for the images is not, or no more, the current one, the PC counts as gone, or
     /// it has given the update up.
     [[nodiscard]] bool IsPCLost() const;
-    int GiveUpPC();
+    void GiveUpPC();
 
     // Update server
     using Connection = std::unique_ptr<CHttpConnection>;
 
     /// Null when there is no connection.
     [[nodiscard]] Connection ConnectUpdateServer();
-    [[nodiscard]] int SendRequest(CHttpConnection& connection, const std::string& request, const char* tag);
+    [[nodiscard]] bool SendRequest(CHttpConnection& connection, const std::string& request, const char* tag);
     [[nodiscard]] int DownloadUpdateInfoXML(CHttpConnection& connection, std::string& text);
 
     /// Fills the catalogue with what the server offers. Returns the number of update files, or -1.
-    [[nodiscard]] int GetUpdateInfoFromNet(Images& images);
+    [[nodiscard]] int GetUpdateInfoFromNet();
 
-    [[nodiscard]] int DownloadContentsFromNet(Images& images);
-    [[nodiscard]] int DownloadImageFromNet(int index, Images& images);
-    [[nodiscard]] int DownloadPackageFromNet(CHttpConnection& connection, Images& images);
-    [[nodiscard]] int RemoveReceivingHeader(CHttpConnection& connection);
+    /// Whether there is something to be taken from the document; logs what it says.
+    [[nodiscard]] bool IsUsable(const UpdateInfo& info);
 
-    /// Reads the rest of the named file's header, after its magic.
-    [[nodiscard]] int ReadHeaderFromNet(CHttpConnection& connection, const std::string& name, UpdateHeader& header);
+    [[nodiscard]] int DownloadContentsFromNet();
+    [[nodiscard]] bool DownloadImageFromNet(ImageInfo& image);
+    [[nodiscard]] bool DownloadPackageFromNet(CHttpConnection& connection, const ImageInfo& package);
+    [[nodiscard]] bool RemoveReceivingHeader(CHttpConnection& connection);
 
-    /// Copies the image's data into its temporary file; of a section of a SYS package it counts for SYS as well.
-    [[nodiscard]] int DownloadToFile(CHttpConnection& connection, int index, bool section, Images& images);
-    [[nodiscard]] int DownloadFile(CHttpConnection& connection, COutputFile& file, std::int32_t size, int index,
-                                   bool section, Images& images);
+    /// Whether a header of which this field is missing can be used.
+    [[nodiscard]] bool IsWholeHeader(const ImageInfo& image, const UpdateHeader& header, HeaderField missing);
+
+    /// Copies the image's data into its temporary file.
+    [[nodiscard]] bool DownloadToFile(CHttpConnection& connection, ImageInfo& image);
+    [[nodiscard]] int DownloadFile(CHttpConnection& connection, COutputFile& file, ImageInfo& image);
     [[nodiscard]] int DownloadQCMaterialXML(CHttpConnection& connection, const char* targetPath);
 
     /// Asks for a document and reads it.
-    [[nodiscard]] int DownloadDocument(CHttpConnection& connection, const char* path, std::string& body,
-                                       const char* tag);
+    [[nodiscard]] bool DownloadDocument(CHttpConnection& connection, const char* path, std::string& body,
+                                        const char* tag);
 
     /// Reads the header of a response that carries a document, and where that ends.
-    [[nodiscard]] int ReadDocumentHeader(CHttpConnection& connection, HttpEnd& end, const char* tag);
+    [[nodiscard]] bool ReadDocumentHeader(CHttpConnection& connection, HttpEnd& end, const char* tag);
 
     // Writing
-    [[nodiscard]] int WriteImage(Images& images);
+    [[nodiscard]] int WriteImage();
 
     /// Takes the marks from what is not to be written although a version is newer.
-    void SkipWhatIsNotWritten(Images& images);
-    void SkipSameBootLoader(Images& images);
-    [[nodiscard]] int WriteBlocks(int index, Images& images);
-    [[nodiscard]] int CheckArchive(const ImageInfo& image);
-    void UnpackXML(Images& images);
+    void SkipWhatIsNotWritten();
+    void SkipSameBootLoader();
+
+    [[nodiscard]] bool CheckArchive(const ImageInfo& image);
+    [[nodiscard]] bool Install(ImageInfo& image);
+    [[nodiscard]] bool WriteBlocks(ImageInfo& image);
+    void Unpack(ImageInfo& image);
     void InstallLogo();
-    [[nodiscard]] int ChangeBootPartition(Images& images);
-    int SetNewVersion(Images& images);
+    [[nodiscard]] int ChangeBootPartition();
+    int SetNewVersion();
 
     static constexpr char kRunTag[] = "[CUpdate::Run]";
 
     CUpdateSlot slot_;
     QENFx::Log::FileLog* log_;
     CDeviceInfo* device_;
-    Images& images_;
+    ImageInfos& images_;
     std::uint8_t requestMode_ = 0;
     std::uint8_t method_ = 0;
     const DeviceStatus savedStatus_;

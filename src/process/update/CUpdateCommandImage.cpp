@@ -3,7 +3,9 @@
 
 #include "process/CUpdateCommand.h"
 #include "process/update/CFileSource.h"
+#include "process/update/CPackageReader.h"
 #include "process/update/CUpdateSlot.h"
+#include "process/update/CopyBytes.h"
 #include "process/update/UpdateFile.h"
 #include "process/update/UpdateMessages.h"
 #include "wire/PCCommand.h"
@@ -12,8 +14,9 @@ using RMUP::Process::CByteSource;
 using RMUP::Process::CFileSource;
 using RMUP::Process::CImageReceiver;
 using RMUP::Process::CImageTransfer;
+using RMUP::Process::Copied;
 using RMUP::Process::COutputFile;
-using RMUP::Process::CPackageSections;
+using RMUP::Process::CPackageReader;
 using RMUP::Process::CUpdateSlot;
 using RMUP::Process::HeaderField;
 using RMUP::Process::UpdateHeader;
@@ -60,7 +63,7 @@ bool CUpdateCommand::TakePacket(CImageReceiver::Visit& visit, std::span<const st
         data = payload.subspan(RMUP::Process::kUpdateHeaderSize);
     }
     if (!StorePiece(**transfer, data)) {
-        LogClosed((*transfer)->index);
+        LogClosed((*transfer)->image);
         transfer->reset();
         return false;
     }
@@ -69,7 +72,7 @@ bool CUpdateCommand::TakePacket(CImageReceiver::Visit& visit, std::span<const st
         transfer->reset();
     } else if ((*transfer)->received < (*transfer)->size) {
         // The count reaches the size only when the image is whole on disk, after its last packet.
-        device_->GetImageInfo()[static_cast<std::size_t>((*transfer)->index)].Download = (*transfer)->received;
+        (*transfer)->image.Download = (*transfer)->received;
     }
     return true;
 }
@@ -97,8 +100,8 @@ std::unique_ptr<CImageTransfer> CUpdateCommand::BeginImage(std::span<const std::
         return nullptr;
     }
     const UpdateHeader header = RMUP::Process::ParseUpdateHeader(payload.first<RMUP::Process::kUpdateHeaderSize>());
-    const int index = RMUP::Process::FindImage(device_->GetImageInfo(), header.magic);
-    if (index < 0) {
+    ImageInfo* const found = RMUP::Process::FindImage(device_->GetImageInfo(), header.magic);
+    if (found == nullptr) {
         log_->WriteError("%s There is no matched magic number", kTag);
         ForgetImages();
         return nullptr;
@@ -108,19 +111,17 @@ std::unique_ptr<CImageTransfer> CUpdateCommand::BeginImage(std::span<const std::
         return nullptr;
     }
 
-    ImageInfo& image = device_->GetImageInfo()[static_cast<std::size_t>(index)];
+    ImageInfo& image = *found;
     image.IsFile = true;
     image.InPackage = false;
-    log_->WriteInfo("%s Matched image: (%d)", kTag, index);
+    log_->WriteInfo("%s Matched image: (%d)", kTag, image.Number());
     // An image that is sent again starts again. The count goes first, so that the new size never meets the old count.
     image.Download = 0;
-    image.FileSize = header.size;
+    RMUP::Process::TakeHeader(image, header);
     log_->WriteInfo("%s Update File Size: %d bytes", kTag, header.size);
-    device_->SetNewVersion(index, header.version);
-    log_->WriteInfo("%s (%d)Image version: %s", kTag, index, header.version.getVersion());
-    device_->SetHeaderTail(index, header.tail);
+    log_->WriteInfo("%s (%d)Image version: %s", kTag, image.Number(), header.version.getVersion());
 
-    auto transfer = std::make_unique<Transfer>(session, index, image, header.size);
+    auto transfer = std::make_unique<Transfer>(session, image, header.size);
     if (!transfer->file.IsOpen()) {
         log_->WriteError("%s File for temporary save (%s) open error: %s", kTag, image.RawPath.c_str(),
                          strerror(errno));
@@ -164,19 +165,19 @@ void CUpdateCommand::CompleteImage(Transfer& transfer) {
         LogIncomplete(transfer.size, transfer.received);
     }
     answers_.push_back(complete ? Answer::kReceived : Answer::kImpossible);
-    const bool split = SplitIfPackage(transfer.index);
+    const bool split = SplitIfPackage(transfer.image);
     if (complete && !split) {
         answers_.push_back(Answer::kImpossible);
     }
     if (split && stored) {
         // Who waits for the image finds it whole on disk from here on.
-        device_->GetImageInfo()[static_cast<std::size_t>(transfer.index)].Download = transfer.received;
+        transfer.image.Download = transfer.received;
     }
-    LogClosed(transfer.index);
+    LogClosed(transfer.image);
 }
 
-bool CUpdateCommand::SplitIfPackage(int image) {
-    return image != kSYSImage || SplitSYSUpdateFile() == 0;
+bool CUpdateCommand::SplitIfPackage(const ImageInfo& image) {
+    return image.Row.installation != Wire::Installation::kItsParts || SplitSYSUpdateFile() == 0;
 }
 
 void CUpdateCommand::LogIncomplete(std::int64_t size, std::int64_t received) {
@@ -185,99 +186,86 @@ void CUpdateCommand::LogIncomplete(std::int64_t size, std::int64_t received) {
     log_->WriteError("%s Downloaded size is not correspond with update file size", kTag);
 }
 
-void CUpdateCommand::LogClosed(int index) {
-    const ImageInfo& image = device_->GetImageInfo()[static_cast<std::size_t>(index)];
-    log_->WriteInfo("%s Type(%d) File(%d) NeedUpdate(%d) Size(%d) DownSize(%d) Progress(%d)", kTag, index,
+void CUpdateCommand::LogClosed(const ImageInfo& image) {
+    log_->WriteInfo("%s Type(%d) File(%d) NeedUpdate(%d) Size(%d) DownSize(%d) Progress(%d)", kTag, image.Number(),
                     image.IsFile.load(), image.NeedUpdate.load(), image.FileSize.load(), image.Download.load(),
                     image.Progress.load());
     log_->WriteInfo("%s Tmp save file closed: %s", kTag, image.RawPath.c_str());
 }
 
 int CUpdateCommand::SplitSYSUpdateFile() {
-    const std::string& path = device_->GetImageInfo()[kSYSImage].RawPath;
+    const std::string& path = device_->GetImageInfo()[ImageId::kSYS].RawPath;
     CFileSource package(path.c_str());
     if (!package.IsOpen()) {
         log_->WriteError("%s File for temporary save (%s) open error", kSplitTag, path.c_str());
         return -1;
     }
     // What came of a package, or of an image, before is not this package's.
-    for (const int part : RMUP::Process::kSYSParts) {
-        device_->GetImageInfo()[static_cast<std::size_t>(part)].Clear();
+    for (const ImageId part : Wire::kSYSParts) {
+        device_->GetImageInfo()[part].Clear();
     }
-    CPackageSections sections;
+    CPackageReader reader(package, device_->GetImageInfo());
     for (int i = 0; i < RMUP::Process::kSYSSectionCount; ++i) {
-        if (!CopySection(package, sections)) {
+        if (!CopySection(package, reader)) {
             return -1;
         }
     }
-    if (!sections.AreComplete()) {
+    if (!reader.IsComplete()) {
         log_->WriteError("%s Not correct file", kSplitTag);
         return -1;
     }
     return 0;
 }
 
-bool CUpdateCommand::CopySection(CByteSource& package, CPackageSections& sections) {
-    ImageInfos& images = device_->GetImageInfo();
-    UpdateHeader header;
-    if (!RMUP::Process::ReadMagic(package, header.magic)) {
+bool CUpdateCommand::CopySection(CByteSource& package, CPackageReader& reader) {
+    const auto section = reader.ReadMagic();
+    switch (section) {
+        case CPackageReader::Section::kCut:
+            log_->WriteError("%s file read error", kSplitTag);
+            return false;
+        case CPackageReader::Section::kWrong:
+            log_->WriteError("%s Not correct file", kSplitTag);
+            return false;
+        case CPackageReader::Section::kForeign:
+            answers_.push_back(Answer::kUnknownSection);
+            break;
+        case CPackageReader::Section::kPart:
+            reader.Image().NeedUpdate = true;
+            reader.Image().IsFile = true;
+            log_->WriteInfo("%s Matched image: (%d)", kSplitTag, reader.Image().Number());
+            break;
+    }
+    const UpdateHeader& header = reader.Header();
+    if (reader.ReadHeader() != HeaderField::kNone || header.size < 0) {
         log_->WriteError("%s file read error", kSplitTag);
         return false;
     }
-    const bool known = RMUP::Process::FindImage(images, header.magic) >= 0;
-    const int index = sections.Take(images, header.magic);
-    if (known && index < 0) {
-        log_->WriteError("%s Not correct file", kSplitTag);
-        return false;
-    }
-    if (known) {
-        ImageInfo& image = images[static_cast<std::size_t>(index)];
-        image.NeedUpdate = true;
-        image.IsFile = true;
-        log_->WriteInfo("%s Matched image: (%d)", kSplitTag, index);
-    } else {
-        answers_.push_back(Answer::kUnknownSection);
-    }
-    if (RMUP::Process::ReadHeaderAfterMagic(package, header) != HeaderField::kNone || header.size < 0) {
-        log_->WriteError("%s file read error", kSplitTag);
-        return false;
-    }
-    if (!known) {
+    if (section == CPackageReader::Section::kForeign) {
         const bool passed = package.Skip(static_cast<std::size_t>(header.size));
         if (!passed) {
             log_->WriteError("%s file read error", kSplitTag);
         }
         return passed;
     }
-    ImageInfo& image = images[static_cast<std::size_t>(index)];
-    image.FileSize = header.size;
-    image.InPackage = true;
-    device_->SetNewVersion(index, header.version);
-    device_->SetHeaderTail(index, header.tail);
-    return CopySectionData(package, index, header.size);
+    RMUP::Process::TakeHeader(reader.Image(), header);
+    reader.Image().InPackage = true;
+    return CopySectionData(package, reader.Image());
 }
 
-bool CUpdateCommand::CopySectionData(CByteSource& package, int index, std::int32_t size) {
-    ImageInfo& image = device_->GetImageInfo()[static_cast<std::size_t>(index)];
+bool CUpdateCommand::CopySectionData(CByteSource& package, ImageInfo& image) {
     COutputFile file(image.RawPath.c_str());
     if (!file.IsOpen()) {
         log_->WriteError("%s File for temporary save (%s) open error", kSplitTag, image.RawPath.c_str());
         return false;
     }
-    for (auto left = static_cast<std::size_t>(size); left > 0;) {
-        const auto piece = package.Take(left);
-        if (piece.empty()) {
-            log_->WriteError("%s file read error", kSplitTag);
-            return false;
-        }
-        if (!file.Write(piece)) {
-            log_->WriteError("%s file write error: %s", kSplitTag, strerror(errno));
-            return false;
-        }
-        left -= piece.size();
-        image.Download += static_cast<std::int32_t>(piece.size());
+    auto left = static_cast<std::size_t>(image.FileSize);
+    const Copied copied = RMUP::Process::CopyBytes(
+        package, file, left, [&](std::int64_t count) { RMUP::Process::AddBytes(image.Download, count); });
+    if (copied == Copied::kNotRead) {
+        log_->WriteError("%s file read error", kSplitTag);
+        return false;
     }
-    if (!file.Close()) {
+    if (copied == Copied::kNotWritten || !file.Close()) {
         log_->WriteError("%s file write error: %s", kSplitTag, strerror(errno));
         return false;
     }

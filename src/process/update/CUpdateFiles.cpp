@@ -1,57 +1,74 @@
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 
 #include "process/update/CUpdate.h"
 
 namespace RMUP::Process {
 
-void CUpdate::DeleteRemainingFiles(Images& images) {
+namespace {
+
+constexpr char kHeaderTag[] = "[CUpdate::GetFileHeaderInfoFromUSB]";
+
+std::string Lowered(std::string text) {
+    std::ranges::transform(text, text.begin(), [](unsigned char letter) { return std::tolower(letter); });
+    return text;
+}
+
+}  // namespace
+
+void CUpdate::DeleteRemainingFiles() {
     static constexpr char kTag[] = "[CUpdate::DeleteRemainingFiles]";
-    for (const ImageInfo& image : images) {
+    for (const ImageInfo& image : images_) {
         if (unlink(image.RawPath.c_str()) != 0) {
             log_->WriteError("%s Remove %s file error: %s", kTag, image.RawPath.c_str(), strerror(errno));
         }
     }
 }
 
-int CUpdate::GetFileHeaderInfoFromUSB(int index, CFileSource& file, Images& images) {
-    static constexpr char kTag[] = "[CUpdate::GetFileHeaderInfoFromUSB]";
-    ImageInfo& image = images[static_cast<std::size_t>(index)];
-    const char* name = image.FilePath.c_str();
+int CUpdate::GetFileHeaderInfoFromUSB(ImageInfo& image, CFileSource& file) {
     UpdateHeader header;
     if (!ReadMagic(file, header.magic)) {
-        log_->WriteError("%s read file error", kTag);
+        log_->WriteError("%s read file error", kHeaderTag);
         return -1;
     }
     if (header.magic != image.Magic) {
-        log_->WriteError("%s %s file's magic number(%s) compare failed", kTag, name, header.magic.c_str());
+        log_->WriteError("%s %s file's magic number(%s) compare failed", kHeaderTag, image.FilePath.c_str(),
+                         header.magic.c_str());
         return -1;
     }
     const HeaderField missing = ReadHeaderAfterMagic(file, header);
+    return TakeHeaderFromUSB(image, header, missing) ? 0 : -1;
+}
+
+bool CUpdate::TakeHeaderFromUSB(ImageInfo& image, const UpdateHeader& header, HeaderField missing) {
+    const char* name = image.FilePath.c_str();
     if (missing == HeaderField::kSize) {
-        log_->WriteError("%s read file error", kTag);
-        return -1;
+        log_->WriteError("%s read file error", kHeaderTag);
+        return false;
     }
-    log_->WriteInfo("%s (%s) Update File Size: %d", kTag, name, header.size);
+    log_->WriteInfo("%s (%s) Update File Size: %d", kHeaderTag, name, header.size);
     if (header.size < 0) {
-        log_->WriteError("%s (%s) Update File Size is abnormal", kTag, name);
-        return -1;
+        log_->WriteError("%s (%s) Update File Size is abnormal", kHeaderTag, name);
+        return false;
     }
     image.FileSize = header.size;
     if (missing != HeaderField::kVersion) {
-        device_->SetNewVersion(index, header.version);
+        image.SetNewVersion(header.version);
     }
     if (missing != HeaderField::kNone) {
-        log_->WriteError("%s read file error", kTag);
-        return -1;
+        log_->WriteError("%s read file error", kHeaderTag);
+        return false;
     }
-    device_->SetHeaderTail(index, header.tail);
-    return 0;
+    image.SetTail(header.tail);
+    return true;
 }
 
-int CUpdate::GetPackageVersion(CFileSource& file, Images& images) {
+int CUpdate::GetPackageVersion(const ImageInfo& app, CFileSource& file) {
     static constexpr char kTag[] = "[CUpdate::GetPackageVersion]";
     package_ = {};
     const off_t position = file.Tell();
@@ -59,33 +76,31 @@ int CUpdate::GetPackageVersion(CFileSource& file, Images& images) {
         log_->WriteError("%s ftell error: %s", kTag, strerror(errno));
         return -1;
     }
-    if (!file.Seek(PackageBlockOffset(images[kAppImage].FileSize))) {
+    if (!file.Seek(PackageBlockOffset(app.FileSize))) {
         log_->WriteError("%s file seek error: %s", kTag, strerror(errno));
         return -1;
     }
     const PackageBlock block = ReadPackageBlock(file);
-    if (!block.hasApp) {
-        log_->WriteError("%s read app version from file error", kTag);
-    }
-    if (!block.hasSys) {
-        log_->WriteError("%s read sys version from file error", kTag);
-    }
-    if (!block.hasXml) {
-        log_->WriteError("%s read xml version from file error", kTag);
+    for (const ImageId image : Wire::kBlockImages) {
+        if (!block.has[image]) {
+            log_->WriteError("%s read %s version from file error", kTag, Lowered(Wire::RowOf(image).name).c_str());
+        }
     }
     if (!file.Seek(position)) {
         log_->WriteError("%s file seek error: %s", kTag, strerror(errno));
         return -1;
     }
 
-    if (block.hasApp && block.hasSys && block.hasXml) {
+    const auto read = std::ranges::count(block.has, true);
+    if (read == std::ssize(Wire::kBlockImages)) {
         package_ = block.versions;
-        log_->WriteInfo("%s package version [APP] : %s", kTag, package_.app.getVersion());
-        log_->WriteInfo("%s package version [SYS] : %s", kTag, package_.sys.getVersion());
-        log_->WriteInfo("%s package version [XML] : %s", kTag, package_.xml.getVersion());
+        for (const ImageId image : Wire::kBlockImages) {
+            log_->WriteInfo("%s package version [%s] : %s", kTag, Wire::RowOf(image).name,
+                            package_[image].getVersion());
+        }
         return 0;
     }
-    if (!block.hasApp && !block.hasSys && !block.hasXml) {
+    if (read == 0) {
         log_->WriteInfo("%s It is old SW image (containing no package info)", kTag);
         return 0;
     }
@@ -95,43 +110,34 @@ int CUpdate::GetPackageVersion(CFileSource& file, Images& images) {
 
 int CUpdate::CheckPackageVersion() {
     static constexpr char kTag[] = "[CUpdate::CheckPackageVersion]";
-    if (device_->GetNewVersion(kAppImage) != package_.app || device_->GetNewVersion(kSYSImage) != package_.sys ||
-        device_->GetNewVersion(kXMLImage) != package_.xml) {
+    const auto differs = [this](ImageId image) { return images_[image].GetNewVersion() != package_[image]; };
+    if (std::ranges::any_of(Wire::kBlockImages, differs)) {
         log_->WriteError("%s package version is differ from USB files' version", kTag);
         return -1;
     }
     return 0;
 }
 
-int CUpdate::CompareVersion(Images& images, Comparison comparison) {
+int CUpdate::CompareVersion(Comparison comparison) {
     static constexpr char kTag[] = "[CUpdate::CompareVersion]";
     const bool strict = comparison == Comparison::kStrict;
     int count = 0;
-    for (int i = 0; i < kImageCount; ++i) {
-        ImageInfo& image = images[static_cast<std::size_t>(i)];
+    for (ImageInfo& image : images_) {
         if (!image.IsFile) {
             continue;
         }
-        const Version installed = device_->GetCurrentVersion(i);
-        const Version offered = device_->GetNewVersion(i);
-        const std::string oldText = installed.getVersion();
-        const std::string newText = offered.getVersion();
-        const char* magic = image.Magic.c_str();
-        if (IsToBeWritten(comparison, installed, offered)) {
+        const Version installed = image.GetCurrentVersion();
+        const Version offered = image.GetNewVersion();
+        const bool wanted = IsToBeWritten(comparison, installed, offered);
+        if (wanted) {
             image.NeedUpdate = true;
             ++count;
-            if (strict) {
-                log_->WriteInfo("%s %s: [OLD:%s] < [NEW:%s]", kTag, magic, oldText.c_str(), newText.c_str());
-            } else {
-                log_->WriteInfo("%s %s: [OLD:%s] <= [NEW:%s]", kTag, magic, oldText.c_str(), newText.c_str());
-            }
-        } else if (strict) {
-            log_->WriteInfo("%s %s: [OLD:%s] >= [NEW:%s]", kTag, magic, oldText.c_str(), newText.c_str());
-        } else {
-            log_->WriteInfo("%s %s: [OLD:%s] > [NEW:%s]", kTag, magic, oldText.c_str(), newText.c_str());
         }
+        const char* const relation = wanted ? (strict ? "<" : "<=") : (strict ? ">=" : ">");
+        log_->WriteInfo("%s %s: [OLD:%s] %s [NEW:%s]", kTag, image.Magic.c_str(), installed.getVersion(), relation,
+                        offered.getVersion());
     }
-    return count + CoupleRelease(images);
+    return count + CoupleRelease(images_);
 }
 
 }  // namespace RMUP::Process

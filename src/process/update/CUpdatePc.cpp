@@ -17,17 +17,12 @@ namespace {
 
 constexpr char kByPCTag[] = "[CUpdate::DownloadByPCMonitor]";
 
-/// Images that the PC is asked for, in this order, with their bits in the request.
-struct Request {
-    int image;
-    std::uint32_t bit;
-};
+/// The PC is asked for the images of the release, by the bits that it announces them with.
+constexpr unsigned RequestBit(const Wire::ImageRow& row) {
+    return row.isOfRelease ? row.offerBit : 0;
+}
 
-constexpr Request kRequests[] = {
-    {kSYSImage, 0x08},
-    {kAppImage, 0x10},
-    {kXMLImage, 0x40},
-};
+constexpr auto kRequests = Wire::ImagesBy<&RequestBit>();
 
 constexpr std::size_t kRequestSize = 6;
 constexpr std::chrono::milliseconds kOfferPause{100};
@@ -56,17 +51,16 @@ std::int64_t ReceivedTotal(const ImageInfos& images) {
 
 int CUpdate::DownloadByPCMonitor() {
     log_->WriteInfo("%s Download monitoring start (by PC)", kByPCTag);
-    if (WaitForOffers() != 0) {
+    if (!WaitForOffers()) {
         return -1;
     }
-    if (CompareVersion(images_, Comparison::kStrict) == 0) {
+    if (CompareVersion(Comparison::kStrict) == 0) {
         log_->WriteInfo("%s No need to update by PC", kByPCTag);
         SendUDSUpdateError(kNothingToUpdate);
         return -1;
     }
-    for (const Request& request : kRequests) {
-        if (images_[static_cast<std::size_t>(request.image)].NeedUpdate &&
-            RequestImage(request.image, request.bit) != 0) {
+    for (const ImageId image : kRequests) {
+        if (images_[image].NeedUpdate && !RequestImage(images_[image])) {
             return -1;
         }
     }
@@ -74,38 +68,37 @@ int CUpdate::DownloadByPCMonitor() {
     return 0;
 }
 
-int CUpdate::WaitForOffers() {
+bool CUpdate::WaitForOffers() {
     for (;;) {
         // The answer's handler is let finish, so that an offer is not seen before its verdict.
         CImageReceiver::GetInstance()->WaitIdle();
-        const bool all = std::ranges::all_of(kRequests, [this](const Request& request) {
-            return images_[static_cast<std::size_t>(request.image)].IsFile.load();
-        });
+        const bool all = std::ranges::all_of(kRequests, [this](ImageId image) { return images_[image].IsFile.load(); });
         if (pc_ != nullptr && !pc_->GetUpdateFlag()) {
-            return -1;
+            return false;
         }
         if (IsPCLost()) {
-            return GiveUpPC();
+            GiveUpPC();
+            return false;
         }
         if (all) {
-            return 0;
+            return true;
         }
         std::this_thread::sleep_for(kOfferPause);
     }
 }
 
-int CUpdate::RequestImage(int index, std::uint32_t bit) {
-    const ImageInfo& image = images_[static_cast<std::size_t>(index)];
+bool CUpdate::RequestImage(const ImageInfo& image) {
     std::array<std::uint8_t, kRequestSize> payload{};
-    Bytes::PutLE32(payload, 0, bit);
+    Bytes::PutLE32(payload, 0, image.Row.offerBit);
     AskPC(kImageRequest, payload);
     for (;;) {
-        SendUDSUpdateStatus(images_);
+        SendUDSUpdateStatus();
         if (IsPCLost()) {
-            return GiveUpPC();
+            GiveUpPC();
+            return false;
         }
         if (image.FileSize != 0 && image.FileSize == image.Download) {
-            return 0;
+            return true;
         }
         sleep(kRoundSeconds);
     }
@@ -118,7 +111,7 @@ int CUpdate::DownloadFromPCMonitor() {
     std::int64_t total = 0;
     int stalled = 0;
     for (;;) {
-        SendUDSUpdateStatus(images_);
+        SendUDSUpdateStatus();
         if (total == before) {
             ++stalled;
             log_->WriteInfo("%s download delayed (%d counts)", kTag, stalled);
@@ -126,7 +119,8 @@ int CUpdate::DownloadFromPCMonitor() {
             stalled = 0;
         }
         if (IsPCLost() || stalled > kStalledRounds) {
-            return GiveUpPC();
+            GiveUpPC();
+            return -1;
         }
         const bool complete = IsPushComplete(images_);
         if (complete) {
@@ -146,10 +140,9 @@ bool CUpdate::IsPCLost() const {
            device_->GetUpdateFlag();
 }
 
-int CUpdate::GiveUpPC() {
+void CUpdate::GiveUpPC() {
     SendUDSUpdateError(kErrorPC);
     device_->SetUpdateFlag(false);
-    return -1;
 }
 
 }  // namespace RMUP::Process

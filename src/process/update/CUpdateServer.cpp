@@ -21,6 +21,8 @@ namespace {
 constexpr std::uint16_t kHttpPort = 80;
 constexpr int kTimeoutSeconds = 5;
 
+constexpr char kInfoTag[] = "[CUpdate::GetUpdateInfoFromNet]";
+
 constexpr char kInfoPath[] = "/bca_update_xml_vorn.xml";
 constexpr char kQCPathHuman[] = "/n62/control_material.xml";
 constexpr char kQCPathVeterinary[] = "/n62v_vorn/control_material.xml";
@@ -60,24 +62,23 @@ CUpdate::Connection CUpdate::ConnectUpdateServer() {
     return std::make_unique<CHttpConnection>(std::move(socket), kHeaderLimit);
 }
 
-int CUpdate::SendRequest(CHttpConnection& connection, const std::string& request, const char* tag) {
-    if (!connection.Send(request)) {
+bool CUpdate::SendRequest(CHttpConnection& connection, const std::string& request, const char* tag) {
+    const bool sent = connection.Send(request);
+    if (!sent) {
         log_->WriteError("%s send message error", tag);
-        return -1;
     }
-    return 0;
+    return sent;
 }
 
-int CUpdate::DownloadDocument(CHttpConnection& connection, const char* path, std::string& body, const char* tag) {
+bool CUpdate::DownloadDocument(CHttpConnection& connection, const char* path, std::string& body, const char* tag) {
     HttpEnd end;
-    if (SendRequest(connection, MakeServerRequest(path, kHttp11), tag) != 0 ||
-        ReadDocumentHeader(connection, end, tag) != 0) {
-        return -1;
+    if (!SendRequest(connection, MakeServerRequest(path, kHttp11), tag) || !ReadDocumentHeader(connection, end, tag)) {
+        return false;
     }
     connection.SetLimit(kBodyLimit);
     switch (ReadHttpBody(connection, end, body)) {
         case HttpBody::kWhole:
-            return 0;
+            return true;
         case HttpBody::kInvalid:
             log_->WriteError("%s Invalid contents length", tag);
             break;
@@ -85,32 +86,32 @@ int CUpdate::DownloadDocument(CHttpConnection& connection, const char* path, std
             log_->WriteError(errno == 0 ? "%s Peer connection shutdown" : "%s Cannot receive data", tag);
             break;
     }
-    return -1;
+    return false;
 }
 
-int CUpdate::ReadDocumentHeader(CHttpConnection& connection, HttpEnd& end, const char* tag) {
+bool CUpdate::ReadDocumentHeader(CHttpConnection& connection, HttpEnd& end, const char* tag) {
     log_->WriteInfo("%s Download HTTP header start", tag);
     std::string header;
     if (!ReadHttpHeader(connection, header)) {
         log_->WriteError("%s recv fail", tag);
-        return -1;
+        return false;
     }
     log_->WriteInfo("%s HTTP header receive complete", tag);
     const HttpLength found = ParseLength(header, end);
     if (found == HttpLength::kMissing || IsHttpRefusal(header)) {
         log_->WriteError("%s Invalid HTTP header received", tag);
-        return -1;
+        return false;
     }
     if (found == HttpLength::kInvalid) {
         log_->WriteError("%s Invalid contents length", tag);
-        return -1;
+        return false;
     }
-    return 0;
+    return true;
 }
 
 int CUpdate::DownloadUpdateInfoXML(CHttpConnection& connection, std::string& text) {
     static constexpr char kTag[] = "[CUpdate::DownloadUpdateInfoXML]";
-    if (DownloadDocument(connection, kInfoPath, text, kTag) != 0) {
+    if (!DownloadDocument(connection, kInfoPath, text, kTag)) {
         return -1;
     }
     // The document is a text: it ends at a zero byte.
@@ -124,7 +125,7 @@ int CUpdate::DownloadQCMaterialXML(CHttpConnection& connection, const char* targ
     // The document of an earlier download must not pass for this one.
     remove(targetPath);
     std::string body;
-    if (DownloadDocument(connection, path, body, kTag) != 0) {
+    if (!DownloadDocument(connection, path, body, kTag)) {
         return -1;
     }
     COutputFile file(targetPath);
@@ -140,13 +141,12 @@ int CUpdate::DownloadQCMaterialXML(CHttpConnection& connection, const char* targ
     return 0;
 }
 
-int CUpdate::GetUpdateInfoFromNet(Images& images) {
-    static constexpr char kTag[] = "[CUpdate::GetUpdateInfoFromNet]";
+int CUpdate::GetUpdateInfoFromNet() {
     std::string text;
     {
         const Connection connection = ConnectUpdateServer();
         if (connection == nullptr) {
-            log_->WriteError("%s Connect to update server failed", kTag);
+            log_->WriteError("%s Connect to update server failed", kInfoTag);
             return -1;
         }
         if (DownloadUpdateInfoXML(*connection, text) != 0) {
@@ -154,38 +154,45 @@ int CUpdate::GetUpdateInfoFromNet(Images& images) {
         }
     }
 
-    const UpdateInfo info = ParseUpdateInfo(text, {device_->GetModelType(), device_->GetProject()}, images);
-    if (info.error == UpdateInfoError::kNoModels) {
-        log_->WriteError("%s NULL pointer of 'NodeList *' is returned", kTag);
-        return -1;
-    }
-    if (info.error == UpdateInfoError::kOtherModels) {
-        log_->WriteError("%s Cannot find model information from XML", kTag);
-        return -1;
-    }
-    log_->WriteInfo("%s Find %s model information", kTag, info.model.c_str());
-    for (const ImageOffer& offer : info.offers) {
-        log_->WriteInfo("%s <%s> <VER:%s>", kTag, offer.name.c_str(), offer.version.getVersion());
-    }
-    if (info.error == UpdateInfoError::kAbnormal) {
-        log_->WriteError("%s Maybe abnormal XML is loaded", kTag);
-        return -1;
-    }
-    if (info.error == UpdateInfoError::kUnknownName) {
-        log_->WriteError("%s Cannot find update module name", kTag);
+    const UpdateInfo info = ParseUpdateInfo(text, {device_->GetModelType(), device_->GetProject()}, images_);
+    if (!IsUsable(info)) {
         return -1;
     }
     for (const ImageOffer& offer : info.offers) {
-        if (!IsOfRelease(offer.image)) {
-            log_->WriteInfo("%s <%s> is not taken from the update server", kTag, offer.name.c_str());
+        ImageInfo& image = images_[offer.image];
+        if (*image.Row.serverPath.human == '\0') {
+            log_->WriteInfo("%s <%s> is not taken from the update server", kInfoTag, offer.name.c_str());
             continue;
         }
-        ImageInfo& image = images[static_cast<std::size_t>(offer.image)];
         image.IsFile = true;
         image.ServerPath = offer.path;
-        device_->SetNewVersion(offer.image, offer.version);
+        image.SetNewVersion(offer.version);
     }
-    return static_cast<int>(std::ranges::count_if(images, [](const ImageInfo& image) { return image.IsFile.load(); }));
+    return static_cast<int>(std::ranges::count_if(images_, [](const ImageInfo& image) { return image.IsFile.load(); }));
+}
+
+bool CUpdate::IsUsable(const UpdateInfo& info) {
+    if (info.error == UpdateInfoError::kNoModels) {
+        log_->WriteError("%s NULL pointer of 'NodeList *' is returned", kInfoTag);
+        return false;
+    }
+    if (info.error == UpdateInfoError::kOtherModels) {
+        log_->WriteError("%s Cannot find model information from XML", kInfoTag);
+        return false;
+    }
+    log_->WriteInfo("%s Find %s model information", kInfoTag, info.model.c_str());
+    for (const ImageOffer& offer : info.offers) {
+        log_->WriteInfo("%s <%s> <VER:%s>", kInfoTag, offer.name.c_str(), offer.version.getVersion());
+    }
+    if (info.error == UpdateInfoError::kAbnormal) {
+        log_->WriteError("%s Maybe abnormal XML is loaded", kInfoTag);
+        return false;
+    }
+    if (info.error == UpdateInfoError::kUnknownName) {
+        log_->WriteError("%s Cannot find update module name", kInfoTag);
+        return false;
+    }
+    return true;
 }
 
 }  // namespace RMUP::Process

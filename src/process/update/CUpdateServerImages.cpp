@@ -1,7 +1,9 @@
 #include <cerrno>
 #include <cstring>
 
+#include "process/update/CPackageReader.h"
 #include "process/update/CUpdate.h"
+#include "process/update/CopyBytes.h"
 #include "process/update/HttpResponse.h"
 #include "process/update/ServerRequest.h"
 
@@ -13,168 +15,150 @@ constexpr char kTag[] = "[CUpdate::DownloadContentsFromNet]";
 
 }  // namespace
 
-int CUpdate::DownloadContentsFromNet(Images& images) {
-    for (int i = 0; i < kImageCount; ++i) {
-        if (!images[static_cast<std::size_t>(i)].NeedUpdate) {
+int CUpdate::DownloadContentsFromNet() {
+    for (ImageInfo& image : images_) {
+        if (!image.NeedUpdate) {
             continue;
         }
-        if (DownloadImageFromNet(i, images) != 0) {
+        if (!DownloadImageFromNet(image)) {
             log_->WriteError("%s Download file error", kTag);
             return -1;
         }
-        log_->WriteInfo("%s %s file download complete", kTag, images[static_cast<std::size_t>(i)].FileName.c_str());
+        log_->WriteInfo("%s %s file download complete", kTag, image.FileName.c_str());
     }
     return 0;
 }
 
-int CUpdate::DownloadImageFromNet(int index, Images& images) {
+bool CUpdate::DownloadImageFromNet(ImageInfo& image) {
     const Connection connection = ConnectUpdateServer();
     if (connection == nullptr) {
-        return -1;
+        return false;
     }
-    ImageInfo& image = images[static_cast<std::size_t>(index)];
     // The protocol version that has no answers in pieces: the body must be the image and nothing else.
     const std::string request = MakeServerRequest(image.ServerPath, kHttp10);
     log_->WriteInfo("%s Send to update server: %s", kTag, request.c_str());
-    if (SendRequest(*connection, request, kTag) != 0 || RemoveReceivingHeader(*connection) != 0) {
-        return -1;
+    if (!SendRequest(*connection, request, kTag) || !RemoveReceivingHeader(*connection)) {
+        return false;
     }
 
     UpdateHeader header;
     const char* name = image.FileName.c_str();
     if (!ReadMagic(*connection, header.magic)) {
         log_->WriteError("%s recv error during download %s file's magic", kTag, name);
-        return -1;
+        return false;
     }
     if (header.magic != image.Magic) {
         log_->WriteError("%s %s file's magic number(%s) compare failed", kTag, name, header.magic.c_str());
-        return -1;
+        return false;
     }
-    if (ReadHeaderFromNet(*connection, image.FileName, header) != 0) {
-        return -1;
+    const HeaderField missing = ReadHeaderAfterMagic(*connection, header);
+    if (!IsWholeHeader(image, header, missing)) {
+        return false;
     }
-    if (header.version != device_->GetNewVersion(index)) {
+    if (header.version != image.GetNewVersion()) {
         log_->WriteError("%s Update xml version and internal file version are different each other", kTag);
-        return -1;
+        return false;
     }
-    image.FileSize = header.size;
-    device_->SetHeaderTail(index, header.tail);
-    return index == kSYSImage ? DownloadPackageFromNet(*connection, images)
-                              : DownloadToFile(*connection, index, false, images);
+    TakeHeader(image, header);
+    return image.Row.installation == Wire::Installation::kItsParts ? DownloadPackageFromNet(*connection, image)
+                                                                   : DownloadToFile(*connection, image);
 }
 
-int CUpdate::RemoveReceivingHeader(CHttpConnection& connection) {
+bool CUpdate::RemoveReceivingHeader(CHttpConnection& connection) {
     static constexpr char kHeaderTag[] = "[CUpdate::RemoveReceivingHeader]";
     std::string header;
     if (!ReadHttpHeader(connection, header)) {
         log_->WriteError("%s recv error during HTTP header", kHeaderTag);
-        return -1;
+        return false;
     }
     connection.SetLimit(kBodyLimit);
-    return 0;
+    return true;
 }
 
-int CUpdate::ReadHeaderFromNet(CHttpConnection& connection, const std::string& name, UpdateHeader& header) {
-    switch (ReadHeaderAfterMagic(connection, header)) {
+bool CUpdate::IsWholeHeader(const ImageInfo& image, const UpdateHeader& header, HeaderField missing) {
+    const char* name = image.FileName.c_str();
+    switch (missing) {
         case HeaderField::kSize:
-            log_->WriteError("%s recv error during download %s file's length", kTag, name.c_str());
-            return -1;
+            log_->WriteError("%s recv error during download %s file's length", kTag, name);
+            return false;
         case HeaderField::kVersion:
-            log_->WriteError("%s recv error during download %s file's version", kTag, name.c_str());
-            return -1;
+            log_->WriteError("%s recv error during download %s file's version", kTag, name);
+            return false;
         case HeaderField::kTail:
-            log_->WriteError("%s recv error during download %s file's checksum", kTag, name.c_str());
-            return -1;
-        case HeaderField::kMagic:
+            log_->WriteError("%s recv error during download %s file's checksum", kTag, name);
+            return false;
         case HeaderField::kNone:
             break;
     }
     if (header.size < 0) {
-        log_->WriteError("%s (%s) Update File Size is abnormal: %d", kTag, name.c_str(), header.size);
-        return -1;
+        log_->WriteError("%s (%s) Update File Size is abnormal: %d", kTag, name, header.size);
+        return false;
     }
-    return 0;
+    return true;
 }
 
-int CUpdate::DownloadPackageFromNet(CHttpConnection& connection, Images& images) {
-    CPackageSections sections;
-    while (!sections.AreComplete()) {
-        UpdateHeader header;
-        if (!ReadMagic(connection, header.magic)) {
-            log_->WriteError("%s recv error during download %s file's magic", kTag, images[kSYSImage].FileName.c_str());
-            return -1;
+bool CUpdate::DownloadPackageFromNet(CHttpConnection& connection, const ImageInfo& package) {
+    CPackageReader reader(connection, images_);
+    while (!reader.IsComplete()) {
+        const auto section = reader.ReadMagic();
+        if (section == CPackageReader::Section::kCut) {
+            log_->WriteError("%s recv error during download %s file's magic", kTag, package.FileName.c_str());
+            return false;
         }
-        const int index = sections.Take(images, header.magic);
-        if (index < 0) {
+        if (section != CPackageReader::Section::kPart) {
             log_->WriteError("%s Not correct file", kTag);
-            return -1;
+            return false;
         }
-        ImageInfo& image = images[static_cast<std::size_t>(index)];
-        if (ReadHeaderFromNet(connection, image.FileName, header) != 0) {
-            return -1;
+        ImageInfo& image = reader.Image();
+        const HeaderField missing = reader.ReadHeader();
+        if (!IsWholeHeader(image, reader.Header(), missing)) {
+            return false;
         }
-        image.FileSize = header.size;
-        device_->SetNewVersion(index, header.version);
-        device_->SetHeaderTail(index, header.tail);
+        TakeHeader(image, reader.Header());
         log_->WriteInfo("%s SYS Subfile Info\n<Magic:%s><Ver:%s><Size:%d>", kTag, image.Magic.c_str(),
-                        header.version.getVersion(), header.size);
-        if (DownloadToFile(connection, index, true, images) != 0) {
-            return -1;
+                        reader.Header().version.getVersion(), reader.Header().size);
+        if (!DownloadToFile(connection, image)) {
+            return false;
         }
         image.IsFile = true;
         image.NeedUpdate = true;
         image.InPackage = true;
     }
-    return 0;
+    return true;
 }
 
-int CUpdate::DownloadToFile(CHttpConnection& connection, int index, bool section, Images& images) {
-    ImageInfo& image = images[static_cast<std::size_t>(index)];
+bool CUpdate::DownloadToFile(CHttpConnection& connection, ImageInfo& image) {
     COutputFile file(image.RawPath.c_str());
     if (!file.IsOpen()) {
         log_->WriteError("%s New file open error", kTag);
-        return -1;
+        return false;
     }
-    if (DownloadFile(connection, file, image.FileSize, index, section, images) != 0) {
-        return -1;
+    if (DownloadFile(connection, file, image) != 0) {
+        return false;
     }
     if (!file.Close()) {
         log_->WriteError("%s file write error: %s", kTag, strerror(errno));
-        return -1;
+        return false;
     }
-    if (section) {
-        AddBytes(images[kSYSImage].Download, kUpdateHeaderSize);
-    }
+    CountHeaderReceived(images_, image);
     log_->WriteInfo("%s %s file copy complete", kTag, image.RawPath.c_str());
-    return 0;
+    return true;
 }
 
-int CUpdate::DownloadFile(CHttpConnection& connection, COutputFile& file, std::int32_t size, int index, bool section,
-                          Images& images) {
+int CUpdate::DownloadFile(CHttpConnection& connection, COutputFile& file, ImageInfo& image) {
     static constexpr char kFileTag[] = "[CUpdate::DownloadFile]";
-    ImageInfo& image = images[static_cast<std::size_t>(index)];
-    for (auto left = static_cast<std::size_t>(size); left > 0;) {
-        const auto piece = connection.Take(left);
-        if (piece.empty()) {
-            const int error = errno == 0 ? ECONNRESET : errno;
-            log_->WriteError("%s recv error: %s", kFileTag, strerror(error));
-            return -1;
-        }
-        if (!file.Write(piece)) {
-            log_->WriteError("%s file write error: %s", kFileTag, strerror(errno));
-            return -1;
-        }
-        left -= piece.size();
-        ForEachChunk(piece.size(), [&](std::int32_t count) {
-            AddBytes(image.Download, count);
-            if (section) {
-                AddBytes(images[kSYSImage].Download, count);
-            }
-            log_->WriteInfo("%s Type(%d) Downloaded size: %d", kFileTag, index, image.Download.load());
-            SendUDSUpdateStatus(images);
-        });
+    auto left = static_cast<std::size_t>(image.FileSize);
+    const Copied copied = CopyBytes(connection, file, left, [&](std::int64_t count) {
+        CountReceived(images_, image, count);
+        log_->WriteInfo("%s Type(%d) Downloaded size: %d", kFileTag, image.Number(), image.Download.load());
+        SendUDSUpdateStatus();
+    });
+    if (copied == Copied::kNotRead) {
+        log_->WriteError("%s recv error: %s", kFileTag, strerror(errno == 0 ? ECONNRESET : errno));
+    } else if (copied == Copied::kNotWritten) {
+        log_->WriteError("%s file write error: %s", kFileTag, strerror(errno));
     }
-    return 0;
+    return copied == Copied::kWhole ? 0 : -1;
 }
 
 }  // namespace RMUP::Process

@@ -1,12 +1,16 @@
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <string_view>
 
 #include "common/Shell.h"
 #include "platform/upgrade.h"
+#include "process/update/CPackageReader.h"
 #include "process/update/CUpdate.h"
+#include "process/update/CopyBytes.h"
 
 namespace RMUP::Process {
 
@@ -23,9 +27,6 @@ constexpr int kConnectionTries = 3;
 constexpr int kFileRetries = 3;
 constexpr int kReadRetries = 3;
 constexpr unsigned kPauseSeconds = 1;
-
-/// The other images come only inside a SYS package.
-constexpr int kFilesOnStick[] = {kAppImage, kDSPImage, kXMLImage, kSYSImage};
 
 constexpr char kLogoOnStick[] = "/mnt/usb/zel_logo.n62v.bin";
 constexpr char kLogo[] = "/tmp/zel_logo.n62v.bin";
@@ -59,14 +60,16 @@ int CUpdate::MountUSB(bool mount, const char* mountPoint) {
     return 0;
 }
 
-int CUpdate::GetFileInfo(Images& images) {
+int CUpdate::GetFileInfo() {
     int retries = 0;
     int count = 0;
-    for (const int index : kFilesOnStick) {
-        count += ReadFileInfo(index, images, retries) ? 1 : 0;
+    for (ImageInfo& image : images_) {
+        // Parts of SYS are no files of their own.
+        count += !image.Row.isPartOfSYS && ReadFileInfo(image, retries) ? 1 : 0;
     }
-    const int together = images[kSYSImage].IsFile + images[kAppImage].IsFile + images[kXMLImage].IsFile;
-    if (together != 0 && together != 3) {
+    const auto together =
+        std::ranges::count_if(Wire::kReleaseImages, [this](ImageId image) { return images_[image].IsFile.load(); });
+    if (together != 0 && together != std::ssize(Wire::kReleaseImages)) {
         log_->WriteError("%s Sys & App & XML images must be together", kInfoTag);
         return 0;
     }
@@ -77,19 +80,18 @@ int CUpdate::GetFileInfo(Images& images) {
     return count;
 }
 
-bool CUpdate::ReadFileInfo(int index, Images& images, int& retries) {
-    ImageInfo& image = images[static_cast<std::size_t>(index)];
+bool CUpdate::ReadFileInfo(ImageInfo& image, int& retries) {
     for (;;) {
         CFileSource file(image.FilePath.c_str());
         if (!file.IsOpen()) {
             log_->WriteInfo("%s %s file doesn't exist.", kInfoTag, image.FilePath.c_str());
             return false;
         }
-        if (GetFileHeaderInfoFromUSB(index, file, images) == 0 &&
-            (index != kAppImage || GetPackageVersion(file, images) == 0)) {
+        if (GetFileHeaderInfoFromUSB(image, file) == 0 &&
+            (image.Row.id != ImageId::kApp || GetPackageVersion(image, file) == 0)) {
             image.IsFile = true;
             log_->WriteInfo("%s UPDATE FILE Info\n<Magic:%s><Ver:%s><Size:%d>", kInfoTag, image.Magic.c_str(),
-                            device_->GetNewVersion(index).getVersion(), image.FileSize.load());
+                            image.GetNewVersion().getVersion(), image.FileSize.load());
             return true;
         }
         if (retries >= kFileRetries) {
@@ -100,12 +102,13 @@ bool CUpdate::ReadFileInfo(int index, Images& images, int& retries) {
     }
 }
 
-int CUpdate::CopyContentsFromUSB(Images& images) {
-    for (int i = 0; i < kImageCount; ++i) {
-        if (!images[static_cast<std::size_t>(i)].NeedUpdate) {
+int CUpdate::CopyContentsFromUSB() {
+    for (ImageInfo& image : images_) {
+        if (!image.NeedUpdate) {
             continue;
         }
-        if ((i == kSYSImage ? CopyPackageFromUSB(images) : CopyImageFromUSB(i, images)) != 0) {
+        const bool package = image.Row.installation == Wire::Installation::kItsParts;
+        if (!(package ? CopyPackageFromUSB(image) : CopyImageFromUSB(image))) {
             return -1;
         }
     }
@@ -117,120 +120,98 @@ int CUpdate::CopyContentsFromUSB(Images& images) {
     return 0;
 }
 
-int CUpdate::CopyImageFromUSB(int index, Images& images) {
-    const ImageInfo& image = images[static_cast<std::size_t>(index)];
-    CFileSource source(image.FilePath.c_str());
+bool CUpdate::OpenData(const ImageInfo& image, CFileSource& source) {
     if (!source.IsOpen()) {
-        log_->WriteError("%s File(Type:%d) open error", kContentsTag, index);
-        return -1;
+        log_->WriteError("%s File(Type:%d) open error", kContentsTag, image.Number());
+        return false;
     }
     if (!source.Seek(kUpdateHeaderSize)) {
         log_->WriteError("%s file seek error: %s", kContentsTag, strerror(errno));
-        return -1;
+        return false;
     }
-    COutputFile file(image.RawPath.c_str());
-    if (!file.IsOpen()) {
-        log_->WriteError("%s New file open error", kContentsTag);
-        return -1;
-    }
-    if (CopyFile(source, file, index, images) != 0) {
-        log_->WriteError("%s Update file copy error", kContentsTag);
-        return -1;
-    }
-    log_->WriteInfo("%s %s file copy complete", kContentsTag, image.RawPath.c_str());
-    return 0;
+    return true;
 }
 
-int CUpdate::CopyPackageFromUSB(Images& images) {
-    CFileSource package(images[kSYSImage].FilePath.c_str());
-    if (!package.IsOpen()) {
-        log_->WriteError("%s File(Type:%d) open error", kContentsTag, kSYSImage);
-        return -1;
+bool CUpdate::CopyImageFromUSB(ImageInfo& image) {
+    CFileSource source(image.FilePath.c_str());
+    return OpenData(image, source) && CopyToFile(source, image);
+}
+
+bool CUpdate::CopyPackageFromUSB(const ImageInfo& package) {
+    CFileSource source(package.FilePath.c_str());
+    if (!OpenData(package, source)) {
+        return false;
     }
-    if (!package.Seek(kUpdateHeaderSize)) {
-        log_->WriteError("%s file seek error: %s", kContentsTag, strerror(errno));
-        return -1;
-    }
-    CPackageSections sections;
-    while (!sections.AreComplete()) {
-        if (CopySectionFromUSB(package, sections, images) != 0) {
-            return -1;
+    CPackageReader reader(source, images_);
+    while (!reader.IsComplete()) {
+        if (!CopySectionFromUSB(source, reader)) {
+            return false;
         }
     }
-    return 0;
+    return true;
 }
 
-int CUpdate::CopySectionFromUSB(CFileSource& package, CPackageSections& sections, Images& images) {
-    const off_t start = package.Tell();
-    std::string magic;
-    if (!ReadMagic(package, magic)) {
+bool CUpdate::CopySectionFromUSB(CFileSource& source, CPackageReader& reader) {
+    const auto section = reader.ReadMagic();
+    if (section == CPackageReader::Section::kCut) {
         log_->WriteError("%s file read error", kContentsTag);
-        return -1;
+        return false;
     }
-    if (start < 0 || !package.Seek(start)) {
-        log_->WriteError("%s file seek error: %s", kContentsTag, strerror(errno));
-        return -1;
-    }
-    const int index = sections.Take(images, magic);
-    if (index < 0) {
+    if (section != CPackageReader::Section::kPart) {
         log_->WriteError("%s Not correct file", kContentsTag);
-        return -1;
+        return false;
     }
-    if (GetFileHeaderInfoFromUSB(index, package, images) != 0) {
-        return -1;
+    ImageInfo& image = reader.Image();
+    const HeaderField missing = reader.ReadHeader();
+    if (!TakeHeaderFromUSB(image, reader.Header(), missing)) {
+        return false;
     }
-    ImageInfo& image = images[static_cast<std::size_t>(index)];
     log_->WriteInfo("%s SYS Subfile Info\n<Magic:%s><Ver:%s><Size:%d>", kContentsTag, image.Magic.c_str(),
-                    device_->GetNewVersion(index).getVersion(), image.FileSize.load());
-    COutputFile file(image.RawPath.c_str());
-    if (!file.IsOpen()) {
-        log_->WriteError("%s New file open error", kContentsTag);
-        return -1;
-    }
-    if (CopyFile(package, file, index, images) != 0) {
-        log_->WriteError("%s Update file copy error", kContentsTag);
-        return -1;
+                    image.GetNewVersion().getVersion(), image.FileSize.load());
+    if (!CopyToFile(source, image)) {
+        return false;
     }
     image.IsFile = true;
     image.NeedUpdate = true;
     image.InPackage = true;
-    log_->WriteInfo("%s %s file copy complete", kContentsTag, image.RawPath.c_str());
-    return 0;
+    return true;
 }
 
-int CUpdate::CopyFile(CFileSource& source, COutputFile& destination, int index, Images& images) {
+bool CUpdate::CopyToFile(CFileSource& source, ImageInfo& image) {
+    COutputFile file(image.RawPath.c_str());
+    if (!file.IsOpen()) {
+        log_->WriteError("%s New file open error", kContentsTag);
+        return false;
+    }
+    if (CopyFile(source, file, image) != 0) {
+        log_->WriteError("%s Update file copy error", kContentsTag);
+        return false;
+    }
+    log_->WriteInfo("%s %s file copy complete", kContentsTag, image.RawPath.c_str());
+    return true;
+}
+
+int CUpdate::CopyFile(CFileSource& source, COutputFile& destination, ImageInfo& image) {
     static constexpr char kTag[] = "[CUpdate::CopyFile]";
-    log_->WriteInfo("%s Copy file[%d] start", kTag, index);
-    ImageInfo& image = images[static_cast<std::size_t>(index)];
-    ImageInfo& sys = images[kSYSImage];
-    int retries = 0;
-    for (auto left = static_cast<std::size_t>(image.FileSize); left > 0;) {
-        const auto piece = source.Take(left);
-        if (piece.empty()) {
-            if (++retries > kReadRetries) {
-                log_->WriteError("%s %d retry, but file read error occured", kTag, retries);
-                return -1;
-            }
-            sleep(kPauseSeconds);
-            continue;
-        }
-        if (!destination.Write(piece)) {
-            log_->WriteError("%s file write error: %s", kTag, strerror(errno));
+    log_->WriteInfo("%s Copy file[%d] start", kTag, image.Number());
+    const auto count = [&](std::int64_t bytes) {
+        CountReceived(images_, image, bytes);
+        SendUDSUpdateStatus();
+    };
+    auto left = static_cast<std::size_t>(image.FileSize);
+    Copied copied = CopyBytes(source, destination, left, count);
+    for (int retries = 1; copied == Copied::kNotRead; ++retries) {
+        if (retries > kReadRetries) {
+            log_->WriteError("%s %d retry, but file read error occured", kTag, retries);
             return -1;
         }
-        left -= piece.size();
-        ForEachChunk(piece.size(), [&](std::int32_t count) {
-            AddBytes(image.Download, count);
-            if (IsPartOfSYS(index)) {
-                AddBytes(sys.Download, count);
-            }
-            SendUDSUpdateStatus(images);
-        });
+        sleep(kPauseSeconds);
+        copied = CopyBytes(source, destination, left, count);
     }
-    if (IsPartOfSYS(index)) {
-        AddBytes(sys.Download, kUpdateHeaderSize);
+    if (copied == Copied::kWhole) {
+        CountHeaderReceived(images_, image);
     }
-    if (!destination.Close()) {
+    if (copied == Copied::kNotWritten || !destination.Close()) {
         log_->WriteError("%s file write error: %s", kTag, strerror(errno));
         return -1;
     }

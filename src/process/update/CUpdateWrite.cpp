@@ -24,82 +24,80 @@ constexpr char kLogo[] = "/tmp/zel_logo.n62v.bin";
 
 }  // namespace
 
-int CUpdate::WriteImage(Images& images) {
-    SkipWhatIsNotWritten(images);
-    if (const int index = FindIncomplete(images); index >= 0) {
-        log_->WriteError("%s ID(%d) is not received completely, nothing is written", kTag, index);
+int CUpdate::WriteImage() {
+    SkipWhatIsNotWritten();
+    if (const ImageInfo* const image = FindIncomplete(images_); image != nullptr) {
+        log_->WriteError("%s ID(%d) is not received completely, nothing is written", kTag, image->Number());
         return -1;
     }
-    if (images[kXMLImage].NeedUpdate && CheckArchive(images[kXMLImage]) != 0) {
-        return -1;
-    }
-    SkipSameBootLoader(images);
-    for (int i = 0; i < kImageCount; ++i) {
-        ImageInfo& image = images[static_cast<std::size_t>(i)];
-        if (!image.NeedUpdate) {
-            continue;
+    for (const ImageInfo& image : images_) {
+        if (image.NeedUpdate && image.Row.installation == Wire::Installation::kUnzip && !CheckArchive(image)) {
+            return -1;
         }
-        switch (i) {
-            case kSYSImage:
-                // Its four parts are written under their own indexes.
-                break;
-            case kDSPImage:
-                image.Written = image.FileSize.load();
-                SendUDSUpdateStatus(images);
-                log_->WriteInfo("%s DSP update request to ZELApp by update status protocol", kTag);
-                break;
-            case kXMLImage:
-                UnpackXML(images);
-                break;
-            default:
-                if (WriteBlocks(i, images) != 0) {
-                    return -1;
-                }
-                break;
+    }
+    SkipSameBootLoader();
+    for (ImageInfo& image : images_) {
+        if (image.NeedUpdate && !Install(image)) {
+            return -1;
         }
     }
     InstallLogo();
     return 0;
 }
 
-void CUpdate::SkipWhatIsNotWritten(Images& images) {
-    ImageInfo& dsp = images[kDSPImage];
+bool CUpdate::Install(ImageInfo& image) {
+    switch (image.Row.installation) {
+        case Wire::Installation::kBlocks:
+            return WriteBlocks(image);
+        case Wire::Installation::kUnzip:
+            Unpack(image);
+            break;
+        case Wire::Installation::kZELApp:
+            image.Written = image.FileSize.load();
+            SendUDSUpdateStatus();
+            log_->WriteInfo("%s DSP update request to ZELApp by update status protocol", kTag);
+            break;
+        case Wire::Installation::kItsParts:
+            break;
+    }
+    return true;
+}
+
+void CUpdate::SkipWhatIsNotWritten() {
+    ImageInfo& dsp = images_[ImageId::kDSP];
     if (dsp.NeedUpdate && dsp.FileSize == 0) {
         // The PC offers a DSP image with the others but is not asked for it: there is nothing to install and nothing to
         // record.
         dsp.NeedUpdate = false;
         log_->WriteInfo("%s DSP update skip(image is not received.)", kTag);
     }
-    for (const int part : kSYSParts) {
+    for (const ImageId part : Wire::kSYSParts) {
         // Alone it would lie in a partition that nothing switches to.
-        ImageInfo& image = images[static_cast<std::size_t>(part)];
-        if (image.NeedUpdate && !images[kSYSImage].NeedUpdate) {
+        ImageInfo& image = images_[part];
+        if (image.NeedUpdate && !images_[ImageId::kSYS].NeedUpdate) {
             image.NeedUpdate = false;
-            log_->WriteInfo("%s ID(%d) update skip(image is not of a SYS package.)", kTag, part);
+            log_->WriteInfo("%s ID(%d) update skip(image is not of a SYS package.)", kTag, image.Number());
         }
     }
 }
 
-void CUpdate::SkipSameBootLoader(Images& images) {
-    ImageInfo& boot = images[kBootImage];
-    if (!boot.IsFile || !boot.NeedUpdate ||
-        device_->GetCurrentVersion(kBootImage) < device_->GetNewVersion(kBootImage)) {
+void CUpdate::SkipSameBootLoader() {
+    ImageInfo& boot = images_[ImageId::kBoot];
+    if (!boot.IsFile || !boot.NeedUpdate || boot.GetCurrentVersion() < boot.GetNewVersion()) {
         return;
     }
     // A boot loader that fails to write cannot be got round, so it is not written without need.
     boot.NeedUpdate = false;
-    AddBytes(images[kSYSImage].Written, std::int64_t{boot.FileSize} + kUpdateHeaderSize);
+    AddBytes(images_[ImageId::kSYS].Written, std::int64_t{boot.FileSize} + kUpdateHeaderSize);
     log_->WriteInfo("%s Boot Loader update skip(version is not changed.)", kTag);
 }
 
-int CUpdate::WriteBlocks(int index, Images& images) {
-    ImageInfo& image = images[static_cast<std::size_t>(index)];
-    ImageInfo& sys = images[kSYSImage];
-    log_->WriteInfo("%s ID(%d) write update image start", kTag, index);
+bool CUpdate::WriteBlocks(ImageInfo& image) {
+    log_->WriteInfo("%s ID(%d) write update image start", kTag, image.Number());
     CFileSource file(image.RawPath.c_str());
     if (!file.IsOpen()) {
         log_->WriteError("%s Cannot open copied file (%s)", kTag, image.RawPath.c_str());
-        return -1;
+        return false;
     }
     const auto size = static_cast<std::size_t>(image.FileSize);
     const auto block = std::make_unique<std::uint8_t[]>(kBlockSize);
@@ -107,48 +105,43 @@ int CUpdate::WriteBlocks(int index, Images& images) {
         const std::size_t length = std::min(kBlockSize, size - offset);
         if (!file.Read({block.get(), length})) {
             log_->WriteError("%s copied file (%s) read error", kTag, image.RawPath.c_str());
-            return -1;
+            return false;
         }
-        if (upImgWrite(index, block.get(), static_cast<unsigned>(offset), static_cast<unsigned>(length)) < 0) {
+        if (upImgWrite(image.Number(), block.get(), static_cast<unsigned>(offset), static_cast<unsigned>(length)) < 0) {
             log_->WriteError("%s Image write from upgrade util API error return", kTag);
-            return -1;
+            return false;
         }
-        const auto count = static_cast<std::int64_t>(length);
-        AddBytes(image.Written, count);
-        if (IsPartOfSYS(index)) {
-            AddBytes(sys.Written, count);
-            if (image.Written == image.FileSize) {
-                AddBytes(sys.Written, kUpdateHeaderSize);
-            }
+        CountWritten(images_, image, static_cast<std::int64_t>(length));
+        if (image.Written == image.FileSize) {
+            CountHeaderWritten(images_, image);
         }
-        SendUDSUpdateStatus(images);
+        SendUDSUpdateStatus();
     }
-    log_->WriteInfo("%s ID(%d) image update complete", kTag, index);
-    return 0;
+    log_->WriteInfo("%s ID(%d) image update complete", kTag, image.Number());
+    return true;
 }
 
-int CUpdate::CheckArchive(const ImageInfo& image) {
+bool CUpdate::CheckArchive(const ImageInfo& image) {
     CFileSource archive(image.RawPath.c_str());
     if (!archive.IsOpen()) {
         log_->WriteError("%s Cannot open copied file (%s)", kTag, image.RawPath.c_str());
-        return -1;
+        return false;
     }
     if (!MayBeUnpacked(archive)) {
         log_->WriteError("%s copied file (%s) holds what is not to be unpacked", kTag, image.RawPath.c_str());
-        return -1;
+        return false;
     }
-    return 0;
+    return true;
 }
 
-void CUpdate::UnpackXML(Images& images) {
-    ImageInfo& image = images[kXMLImage];
+void CUpdate::Unpack(ImageInfo& image) {
     const XmlBank& bank = XmlBank::Target();
     if (!bank.Unpack(image.RawPath)) {
         log_->WriteError("%s file (%s) open error", kTag, bank.notRun);
     }
     image.Written = image.FileSize.load();
-    SendUDSUpdateStatus(images);
-    log_->WriteInfo("%s ID(%d) unzipped to %s", kTag, kXMLImage, bank.directory);
+    SendUDSUpdateStatus();
+    log_->WriteInfo("%s ID(%d) unzipped to %s", kTag, image.Number(), bank.directory);
 }
 
 void CUpdate::InstallLogo() {
@@ -158,9 +151,9 @@ void CUpdate::InstallLogo() {
     }
 }
 
-int CUpdate::ChangeBootPartition(Images& images) {
+int CUpdate::ChangeBootPartition() {
     static constexpr char kBootTag[] = "[CUpdate::ChangeBootPartition]";
-    if (!images[kSYSImage].NeedUpdate && !images[kAppImage].NeedUpdate) {
+    if (!images_[ImageId::kSYS].NeedUpdate && !images_[ImageId::kApp].NeedUpdate) {
         return 0;
     }
     if (changeUpActiveIndex() != kSwitched) {
@@ -171,20 +164,20 @@ int CUpdate::ChangeBootPartition(Images& images) {
     return 0;
 }
 
-int CUpdate::SetNewVersion(Images& images) {
+int CUpdate::SetNewVersion() {
     static constexpr char kVersionTag[] = "[CUpdate::SetNewVersion]";
-    for (int i = 0; i < kImageCount; ++i) {
-        if (!images[static_cast<std::size_t>(i)].NeedUpdate) {
+    for (ImageInfo& image : images_) {
+        if (!image.NeedUpdate) {
             continue;
         }
-        const Version version = device_->GetNewVersion(i);
+        const Version version = image.GetNewVersion();
         const auto text = VersionField(version);
-        if (nv_set_img_version(i, reinterpret_cast<const char*>(text.data()), 0) != 0) {
+        if (nv_set_img_version(image.Number(), reinterpret_cast<const char*>(text.data()), 0) != 0) {
             log_->WriteError("%s nv version setting error", kVersionTag);
             return -1;
         }
-        device_->SetCurrentVersion(i, version);
-        log_->WriteInfo("%s ID:%d, version:%s set", kVersionTag, i, version.getVersion());
+        image.SetCurrentVersion(version);
+        log_->WriteInfo("%s ID:%d, version:%s set", kVersionTag, image.Number(), version.getVersion());
     }
     return 0;
 }

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <limits>
 #include <string_view>
-#include <utility>
 
 #include "wire/Bytes.h"
 
@@ -30,14 +29,14 @@ bool IsWhole(const ImageInfo& image) {
 
 bool IsPackageWhole(const ImageInfos& images) {
     std::int64_t size = 0;
-    for (const int part : kSYSParts) {
-        const ImageInfo& image = images[static_cast<std::size_t>(part)];
+    for (const ImageId part : Wire::kSYSParts) {
+        const ImageInfo& image = images[part];
         if (!image.InPackage || !IsWhole(image)) {
             return false;
         }
         size += std::int64_t{image.FileSize} + kUpdateHeaderSize;
     }
-    return size == images[kSYSImage].FileSize;
+    return size == images[ImageId::kSYS].FileSize;
 }
 
 }  // namespace
@@ -71,36 +70,35 @@ HeaderField ReadHeaderAfterMagic(CByteSource& source, UpdateHeader& header) {
     return HeaderField::kNone;
 }
 
-int FindImage(const ImageInfos& images, const std::string& magic) {
+int CountMarks(const ImageInfos& images) {
+    return static_cast<int>(
+        std::ranges::count_if(images, [](const ImageInfo& image) { return image.NeedUpdate.load(); }));
+}
+
+void TakeHeader(ImageInfo& image, const UpdateHeader& header) {
+    image.FileSize = header.size;
+    image.SetNewVersion(header.version);
+    image.SetTail(header.tail);
+}
+
+ImageInfo* FindImage(ImageInfos& images, const std::string& magic) {
     const auto found = std::ranges::find(images, magic, &ImageInfo::Magic);
-    return found == images.end() ? -1 : static_cast<int>(found - images.begin());
+    return found == images.end() ? nullptr : &*found;
 }
 
-int CPackageSections::Take(const ImageInfos& images, const std::string& magic) {
-    const int image = FindImage(images, magic);
-    return IsPartOfSYS(image) && !std::exchange(come_[static_cast<std::size_t>(image)], true) ? image : -1;
-}
-
-bool CPackageSections::AreComplete() const {
-    return std::ranges::all_of(kSYSParts, [this](int image) { return come_[static_cast<std::size_t>(image)]; });
-}
-
-int FindIncomplete(const ImageInfos& images) {
-    for (int i = 0; i < kImageCount; ++i) {
-        const ImageInfo& image = images[static_cast<std::size_t>(i)];
-        const bool whole = IsWhole(image) && (i != kSYSImage || IsPackageWhole(images));
-        if (image.NeedUpdate && !whole) {
-            return i;
-        }
-    }
-    return -1;
+const ImageInfo* FindIncomplete(const ImageInfos& images) {
+    const auto incomplete = std::ranges::find_if(images, [&](const ImageInfo& image) {
+        const bool package = image.Row.installation == Wire::Installation::kItsParts;
+        return image.NeedUpdate && !(IsWhole(image) && (!package || IsPackageWhole(images)));
+    });
+    return incomplete == images.end() ? nullptr : &*incomplete;
 }
 
 PackageBlock ReadPackageBlock(CByteSource& source) {
     PackageBlock block;
-    block.hasApp = ReadVersion(source, block.versions.app);
-    block.hasSys = ReadVersion(source, block.versions.sys);
-    block.hasXml = ReadVersion(source, block.versions.xml);
+    for (const ImageId image : Wire::kBlockImages) {
+        block.has[image] = ReadVersion(source, block.versions[image]);
+    }
     return block;
 }
 
@@ -109,12 +107,11 @@ bool IsToBeWritten(Comparison comparison, const Version& installed, const Versio
 }
 
 int CoupleRelease(ImageInfos& images) {
-    const auto record = [&images](int image) -> ImageInfo& { return images[static_cast<std::size_t>(image)]; };
-    if (std::ranges::none_of(kReleaseImages, [&](int image) { return record(image).NeedUpdate.load(); })) {
+    if (std::ranges::none_of(Wire::kReleaseImages, [&](ImageId image) { return images[image].NeedUpdate.load(); })) {
         return 0;
     }
-    for (const int image : kReleaseImages) {
-        record(image).NeedUpdate = true;
+    for (const ImageId image : Wire::kReleaseImages) {
+        images[image].NeedUpdate = true;
     }
     return 2;
 }
@@ -122,6 +119,32 @@ int CoupleRelease(ImageInfos& images) {
 void AddBytes(std::atomic<std::int32_t>& counter, std::int64_t bytes) {
     constexpr std::int64_t kMost = std::numeric_limits<std::int32_t>::max();
     counter = static_cast<std::int32_t>(std::min(counter + bytes, kMost));
+}
+
+void CountReceived(ImageInfos& images, ImageInfo& image, std::int64_t bytes) {
+    AddBytes(image.Download, bytes);
+    if (image.Row.isPartOfSYS) {
+        AddBytes(images[ImageId::kSYS].Download, bytes);
+    }
+}
+
+void CountWritten(ImageInfos& images, ImageInfo& image, std::int64_t bytes) {
+    AddBytes(image.Written, bytes);
+    if (image.Row.isPartOfSYS) {
+        AddBytes(images[ImageId::kSYS].Written, bytes);
+    }
+}
+
+void CountHeaderReceived(ImageInfos& images, const ImageInfo& image) {
+    if (image.Row.isPartOfSYS) {
+        AddBytes(images[ImageId::kSYS].Download, kUpdateHeaderSize);
+    }
+}
+
+void CountHeaderWritten(ImageInfos& images, const ImageInfo& image) {
+    if (image.Row.isPartOfSYS) {
+        AddBytes(images[ImageId::kSYS].Written, kUpdateHeaderSize);
+    }
 }
 
 int ProgressOf(std::int32_t received, std::int32_t written, std::int32_t size) {
@@ -135,17 +158,17 @@ int ProgressOf(std::int32_t received, std::int32_t written, std::int32_t size) {
 }
 
 bool RaiseProgress(ImageInfos& images) {
-    std::array<int, kReportedImages.size()> values{};
+    Wire::CImageTable<int> values;
     bool rose = false;
-    for (std::size_t i = 0; i < values.size(); ++i) {
-        const ImageInfo& image = images[static_cast<std::size_t>(kReportedImages[i])];
+    for (const ImageId reported : Wire::kReportedImages) {
+        const ImageInfo& image = images[reported];
         const int value = image.NeedUpdate ? ProgressOf(image.Download, image.Written, image.FileSize) : 0;
         rose = rose || value > image.Progress;
-        values[i] = std::max<int>(value, image.Progress);
+        values[reported] = std::max<int>(value, image.Progress);
     }
     if (rose) {
-        for (std::size_t i = 0; i < values.size(); ++i) {
-            images[static_cast<std::size_t>(kReportedImages[i])].Progress = values[i];
+        for (const ImageId reported : Wire::kReportedImages) {
+            images[reported].Progress = values[reported];
         }
     }
     return rose;

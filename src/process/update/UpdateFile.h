@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstddef>
@@ -22,18 +21,6 @@ using Wire::kUpdateHeaderSize;
 using Wire::kVersionSize;
 using Wire::PackageBlockOffset;
 
-/// What is copied is counted in pieces of this size, and progress looked at after each.
-inline constexpr std::size_t kChunkSize = 4096;
-
-/// Counts a copied piece, which may be of any size, chunk by chunk.
-template <typename Count>
-void ForEachChunk(std::size_t size, Count count) {
-    for (; size > kChunkSize; size -= kChunkSize) {
-        count(static_cast<std::int32_t>(kChunkSize));
-    }
-    count(static_cast<std::int32_t>(size));
-}
-
 struct UpdateHeader {
     std::string magic;
     std::int32_t size = 0;
@@ -45,7 +32,7 @@ struct UpdateHeader {
 [[nodiscard]] UpdateHeader ParseUpdateHeader(std::span<const std::uint8_t, kUpdateHeaderSize> bytes);
 
 /// A field of the header, by which a failed read is told.
-enum class HeaderField { kNone, kMagic, kSize, kVersion, kTail };
+enum class HeaderField { kNone, kSize, kVersion, kTail };
 
 /// Reads the magic alone, so that a foreign file is refused before more of it is waited for.
 [[nodiscard]] bool ReadMagic(CByteSource& source, std::string& magic);
@@ -53,58 +40,29 @@ enum class HeaderField { kNone, kMagic, kSize, kVersion, kTail };
 /// Reads what follows the magic. Returns the first field that did not come; the fields before it are filled.
 [[nodiscard]] HeaderField ReadHeaderAfterMagic(CByteSource& source, UpdateHeader& header);
 
-/// The catalogue image of a magic, -1 when there is none. The first match wins.
-[[nodiscard]] int FindImage(const ImageInfos& images, const std::string& magic);
+/// How many images are to be written.
+[[nodiscard]] int CountMarks(const ImageInfos& images);
 
-/// The images that come inside a SYS package, and so only with a switch to the partition that they are written to.
-inline constexpr std::array<int, kSYSSectionCount> kSYSParts = {kBootImage, kKernelImage, kRootFSImage, kQTEImage};
+/// Takes over what a header says of the image that follows it.
+void TakeHeader(ImageInfo& image, const UpdateHeader& header);
 
-constexpr bool IsPartOfSYS(int image) {
-    return std::ranges::find(kSYSParts, image) != kSYSParts.end();
-}
+/// The image of a magic, null when there is none.
+[[nodiscard]] ImageInfo* FindImage(ImageInfos& images, const std::string& magic);
 
-/// The images of one release. They are written together, and only they are taken from the update server.
-inline constexpr std::array<int, 3> kReleaseImages = {kAppImage, kXMLImage, kSYSImage};
-
-constexpr bool IsOfRelease(int image) {
-    return std::ranges::find(kReleaseImages, image) != kReleaseImages.end();
-}
-
-/// Which sections of a SYS package have come. One object for one reading of a package. In the place of one of its parts
-/// nothing else may come: the partition that the package is written to would be left without that part.
-class CPackageSections {
-public:
-    /// The image of the next section; -1 when the section is none of the four, or one of them that has come before.
-    [[nodiscard]] int Take(const ImageInfos& images, const std::string& magic);
-
-    /// Whether all four have come.
-    [[nodiscard]] bool AreComplete() const;
-
-private:
-    std::array<bool, kImageCount> come_{};
-};
-
-/// The first marked image that is not at hand whole, -1 when there is none. SYS is whole when it has brought its four
+/// The first marked image that is not at hand whole, null when there is none. SYS is whole when it has brought its four
 /// parts and nothing else. Nothing may be written before this is so for every mark.
-[[nodiscard]] int FindIncomplete(const ImageInfos& images);
+[[nodiscard]] const ImageInfo* FindIncomplete(const ImageInfos& images);
 
-/// The versions of the three images of one release, kept in the APP file.
-struct PackageVersions {
-    QENFx::Common::Version app;
-    QENFx::Common::Version sys;
-    QENFx::Common::Version xml;
+/// The versions of the images of one release, kept in the APP file; those of other images are 0.00.00.0000.
+using PackageVersions = Wire::CImageTable<QENFx::Common::Version>;
 
-    bool operator==(const PackageVersions&) const = default;
-};
-
+/// What could be read of them.
 struct PackageBlock {
     PackageVersions versions;
-    bool hasApp = false;
-    bool hasSys = false;
-    bool hasXml = false;
+    Wire::CImageTable<bool> has;
 };
 
-/// Reads the three version texts; each is tried whatever became of the one before.
+/// Reads the version texts; each is tried whatever became of the one before.
 [[nodiscard]] PackageBlock ReadPackageBlock(CByteSource& source);
 
 /// How the installed and the offered version of an image must stand for the image to be written.
@@ -117,12 +75,17 @@ enum class Comparison { kStrict, kInclusive };
 /// adds to a count of marks, which is 2 however many of the three were marked before.
 int CoupleRelease(ImageInfos& images);
 
-/// The images whose progress is reported, in the order of the report.
-inline constexpr std::array<int, 4> kReportedImages = {kAppImage, kDSPImage, kXMLImage, kSYSImage};
-
 /// Adds to an image's bytes received or written, which one thread counts at a time. The sum of a package's sections may
 /// be more than the field holds; it stays at the most then.
 void AddBytes(std::atomic<std::int32_t>& counter, std::int64_t bytes);
+
+/// Counts bytes of an image as received, or as written. Those of a part of SYS count for SYS as well.
+void CountReceived(ImageInfos& images, ImageInfo& image, std::int64_t bytes);
+void CountWritten(ImageInfos& images, ImageInfo& image, std::int64_t bytes);
+
+/// Counts the header of a section, which is not the section's but SYS's. For an image that is none nothing happens.
+void CountHeaderReceived(ImageInfos& images, const ImageInfo& image);
+void CountHeaderWritten(ImageInfos& images, const ImageInfo& image);
 
 /// Percent of an image's update: receiving is one fifth of it, writing four fifths. 0 for an image without size.
 [[nodiscard]] int ProgressOf(std::int32_t received, std::int32_t written, std::int32_t size);

@@ -64,7 +64,7 @@ UpdateInfoError ParseOffer(const Node* file, const ImageInfos& images, ImageOffe
     if (image == images.end()) {
         return UpdateInfoError::kUnknownName;
     }
-    offer.image = static_cast<int>(image - images.begin());
+    offer.image = image->Row.id;
     offer.name = values[kName];
     const std::string version = values[kMajor] + "." + values[kMinor] + "." + values[kRelease] + "." + values[kBuild];
     offer.version = version.c_str();

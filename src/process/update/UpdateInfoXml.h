@@ -22,7 +22,7 @@ struct ModelIdentity {
 };
 
 struct ImageOffer {
-    int image = 0;
+    ImageId image{};
     std::string name;
     QENFx::Common::Version version;
     std::string path;  ///< begins with "/" and holds no blank and no control character

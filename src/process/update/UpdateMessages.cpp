@@ -27,16 +27,16 @@ std::uint8_t PeerID() {
 
 }  // namespace
 
-std::vector<std::uint8_t> MakeUpdateInfo(CDeviceInfo& device, std::span<const int> order, int count) {
-    const ImageInfos& images = device.GetImageInfo();
+std::vector<std::uint8_t> MakeUpdateInfo(const ImageInfos& images, std::span<const ImageId> order) {
     try {
-        std::vector<std::uint8_t> payload = {kUpdateWillStart, static_cast<std::uint8_t>(count)};
-        for (const int image : order) {
-            if (!images[static_cast<std::size_t>(image)].NeedUpdate) {
+        std::vector<std::uint8_t> payload = {kUpdateWillStart, static_cast<std::uint8_t>(CountMarks(images))};
+        for (const ImageId wanted : order) {
+            const ImageInfo& image = images[wanted];
+            if (!image.NeedUpdate) {
                 continue;
             }
-            const auto version = VersionField(device.GetNewVersion(image));
-            payload.insert(payload.end(), {static_cast<std::uint8_t>(image), kVersionSize, 0});
+            const auto version = VersionField(image.GetNewVersion());
+            payload.insert(payload.end(), {static_cast<std::uint8_t>(image.Number()), kVersionSize, 0});
             payload.insert(payload.end(), version.begin(), version.end());
         }
         return payload;
@@ -47,11 +47,11 @@ std::vector<std::uint8_t> MakeUpdateInfo(CDeviceInfo& device, std::span<const in
 
 std::vector<std::uint8_t> MakeUpdateProgress(const ImageInfos& images) {
     std::vector<std::uint8_t> payload = {kUpdateProgress, 0};
-    for (const int index : kReportedImages) {
-        const ImageInfo& image = images[static_cast<std::size_t>(index)];
+    for (const ImageId reported : Wire::kReportedImages) {
+        const ImageInfo& image = images[reported];
         if (image.NeedUpdate) {
             payload.insert(payload.end(),
-                           {static_cast<std::uint8_t>(index), static_cast<std::uint8_t>(image.Progress)});
+                           {static_cast<std::uint8_t>(image.Number()), static_cast<std::uint8_t>(image.Progress)});
             ++payload[1];
         }
     }

@@ -43,9 +43,9 @@ inline constexpr UpdateError kErrorWrite{0x00204016, 0x0C};
 inline constexpr UpdateError kErrorBootPartition{0x00204017, 0x0C};
 inline constexpr UpdateError kErrorPackageVersion{0x00204018, 0x0C};
 
-/// The marked images among `order`, in that order, as "the update will start". The count is the caller's. Empty when
-/// there is no memory for it.
-[[nodiscard]] std::vector<std::uint8_t> MakeUpdateInfo(CDeviceInfo& device, std::span<const int> order, int count);
+/// The marked images among `order`, in that order, as "the update will start"; its count is that of all marks. Empty
+/// when there is no memory for it.
+[[nodiscard]] std::vector<std::uint8_t> MakeUpdateInfo(const ImageInfos& images, std::span<const ImageId> order);
 
 /// The progress of the marked ones of the reported images.
 [[nodiscard]] std::vector<std::uint8_t> MakeUpdateProgress(const ImageInfos& images);

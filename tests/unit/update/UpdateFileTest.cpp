@@ -24,23 +24,23 @@ TEST(UpdateFile, Progress) {
     EXPECT_EQ(ProgressOf(5, 5, 0), 0);
 
     ImageInfos images;
-    AddBytes(images[kSYSImage].Written, 10);
-    EXPECT_EQ(images[kSYSImage].Written, 10);
-    AddBytes(images[kSYSImage].Written, std::int64_t{2147483647} + kUpdateHeaderSize);
-    EXPECT_EQ(images[kSYSImage].Written, 2147483647);
-    images[kAppImage].FileSize = 100;
-    images[kAppImage].Download = 100;
+    AddBytes(images[ImageId::kSYS].Written, 10);
+    EXPECT_EQ(images[ImageId::kSYS].Written, 10);
+    AddBytes(images[ImageId::kSYS].Written, std::int64_t{2147483647} + kUpdateHeaderSize);
+    EXPECT_EQ(images[ImageId::kSYS].Written, 2147483647);
+    images[ImageId::kApp].FileSize = 100;
+    images[ImageId::kApp].Download = 100;
     EXPECT_FALSE(RaiseProgress(images));
-    images[kAppImage].NeedUpdate = true;
+    images[ImageId::kApp].NeedUpdate = true;
     EXPECT_TRUE(RaiseProgress(images));
     EXPECT_FALSE(RaiseProgress(images));
-    images[kAppImage].Download = 50;
-    images[kXMLImage].NeedUpdate = true;
-    images[kXMLImage].FileSize = 100;
-    images[kXMLImage].Download = 50;
+    images[ImageId::kApp].Download = 50;
+    images[ImageId::kXML].NeedUpdate = true;
+    images[ImageId::kXML].FileSize = 100;
+    images[ImageId::kXML].Download = 50;
     EXPECT_TRUE(RaiseProgress(images));
-    EXPECT_EQ(images[kAppImage].Progress, 20);
-    EXPECT_EQ(images[kXMLImage].Progress, 10);
+    EXPECT_EQ(images[ImageId::kApp].Progress, 20);
+    EXPECT_EQ(images[ImageId::kXML].Progress, 10);
 }
 
 // Faults: bytes lost or repeated where a buffer ends, a place told or sought without regard to what was read ahead, a
