@@ -12,8 +12,8 @@
 #include "net/UDSMessageId.h"
 #include "process/CConnect.h"
 #include "process/CTransferResult.h"
-#include "process/CUpdateCommand.h"
-#include "process/update/CImageReceiver.h"
+#include "process/update/CUpdateAccess.h"
+#include "process/update/CUpdateCommand.h"
 #include "wire/Bytes.h"
 #include "wire/PCCommand.h"
 
@@ -25,7 +25,7 @@ using RMUP::Net::CUDSServer;
 using RMUP::Net::TCPRoutes;
 using RMUP::Net::UDPRoute;
 using RMUP::Net::UDSRoute;
-using RMUP::Process::CImageReceiver;
+using RMUP::Process::CUpdateAccess;
 using RMUP::Process::ServiceContext;
 
 namespace {
@@ -78,7 +78,7 @@ TCPRoutes PCRoutes(const ServiceContext& service) {
              [&service](CPCMsg& message, Session session) { ProcessErrorNotice(service, message, session); }},
             {kResult, [](CPCMsg&, Session session) { session->AcknowledgeResult(); }},
         },
-        [](Session session) { CImageReceiver::GetInstance()->SessionEnded(session); },
+        [&service](Session session) { service.updates.Gate().SessionEnded(session); },
     };
 }
 
@@ -94,9 +94,11 @@ std::vector<UDSRoute> UDSRoutes(const ServiceContext& service) {
 }  // namespace
 
 const ServiceContext& Service() {
-    static const ServiceContext service = {*CConfigMgr::GetInstance(), *CDeviceInfo::GetInstance(),
+    // Never deleted: sessions and a worker may still use it while the process exits.
+    static CUpdateAccess* const updates = new CUpdateAccess(*CDeviceInfo::GetInstance());
+    static const ServiceContext service = {*CConfigMgr::GetInstance(),         *CDeviceInfo::GetInstance(),
                                            *CConnectionMonitor::GetInstance(), *CUDPServer::GetInstance(),
-                                           *CUDSServer::GetInstance()};
+                                           *CUDSServer::GetInstance(),         *updates};
     return service;
 }
 

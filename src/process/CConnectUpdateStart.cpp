@@ -4,12 +4,10 @@
 #include "net/CUDSServer.h"
 #include "net/UDSMessageId.h"
 #include "process/CConnect.h"
-#include "process/update/CImageReceiver.h"
-#include "process/update/CUpdateSlot.h"
+#include "process/update/CUpdateAccess.h"
 #include "process/update/UpdateMessages.h"
 
-using RMUP::Process::CImageReceiver;
-using RMUP::Process::CUpdateSlot;
+using RMUP::Process::CImageGate;
 
 namespace {
 
@@ -27,15 +25,15 @@ int CConnect::ProcessUpdateStart(CPCMsg& message, const SessionPtr& session) {
         log_->WriteError("%s Payload length differs from it's structure", kTag);
         return -1;
     }
-    if (RMUP::Process::IsForeign(session, kTag)) {
-        RMUP::Process::SendUpdateImpossible(session);
+    if (RMUP::Process::IsForeign(service_, session, kTag)) {
+        RMUP::Process::SendUpdateImpossible(service_, session);
         return -1;
     }
 
-    CUpdateSlot::WaitEnd();
+    service_.updates.Slot().WaitEnd();
     {
-        const CImageReceiver::Visit visit(CImageReceiver::GetInstance());
-        if (!visit.IsWelcome() || CUpdateSlot::IsTaken()) {
+        const CImageGate::Visit visit(service_.updates.Gate());
+        if (!visit.IsWelcome() || service_.updates.Slot().IsTaken()) {
             // ZELApp is asked all the same and will say no; the running update keeps its marks.
             log_->WriteError("%s Another update processing now", kTag);
         } else {

@@ -2,9 +2,10 @@
 
 #include <csignal>
 
+#include "core/Routes.h"
 #include "net/CConnectionMonitor.h"
 #include "net/CResultMarker.h"
-#include "process/update/CImageReceiver.h"
+#include "process/update/CUpdateAccess.h"
 
 /// Handlers that wait for the PC or for the system do so in vain here.
 extern "C" unsigned sleep(unsigned) {
@@ -84,8 +85,8 @@ void Device::Reset(std::uint8_t status) {
     auto* monitor = RMUP::Net::CConnectionMonitor::GetInstance();
     monitor->ReplaceLink(nullptr);
     monitor->SetUDPConnection(false);
-    RMUP::Process::CImageReceiver::GetInstance()->Shut();
-    RMUP::Process::CImageReceiver::GetInstance()->Open();
+    Service().updates.Gate().Shut();
+    Service().updates.Gate().Open();
     CResultMarker::Remove();
 }
 

@@ -1,6 +1,6 @@
 #include "core/Routes.h"
 #include "fuzz/Device.h"
-#include "process/CUpdateCommand.h"
+#include "process/update/CUpdateCommand.h"
 
 using Fuzz::Require;
 

@@ -7,7 +7,7 @@
 
 #include "common/Constants.h"
 #include "db/CRmDao.h"
-#include "process/update/CImageReceiver.h"
+#include "process/update/CUpdateAccess.h"
 #include "wire/PCCommand.h"
 
 namespace RMUP::Process {
@@ -21,30 +21,31 @@ constexpr char kQCMaterialFile[] = "/tmp/control_material_rm.xml";
 
 }  // namespace
 
-CUpdate::CUpdate(std::span<const std::uint8_t> request, CUpdateSlot slot)
-    : slot_(std::move(slot)),
+CUpdate::CUpdate(const ServiceContext& service, std::span<const std::uint8_t> request, CUpdateSlot::Hold slot)
+    : service_(service),
+      slot_(std::move(slot)),
       log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)),
-      device_(CDeviceInfo::GetInstance()),
-      images_(device_->GetImageInfo()),
-      savedStatus_(device_->GetStatus()) {
-    device_->SetStatus(DeviceStatus::kUpdating);
+      device_(service.device),
+      images_(device_.GetImageInfo()),
+      savedStatus_(device_.GetStatus()) {
+    device_.SetStatus(DeviceStatus::kUpdating);
     QENFx::Service::ThreadMemoryRemover::GetInstance()->addThread(this);
     requestMode_ = request.size() > 0 ? request[0] : std::uint8_t{0};
     method_ = request.size() > 1 ? request[1] : std::uint8_t{0};
 }
 
 CUpdate::~CUpdate() {
-    CUpdateSlot::BeginEnd();
+    service_.updates.Slot().BeginEnd();
     // What the PC still sends of an image begun for this update belongs to no update any more.
-    CImageReceiver::GetInstance()->Shut();
-    CImageReceiver::GetInstance()->Open();
-    device_->SetStatus(savedStatus_);
+    service_.updates.Gate().Shut();
+    service_.updates.Gate().Open();
+    device_.SetStatus(savedStatus_);
 }
 
 int CUpdate::Run() {
     log_->WriteInfo("%s Update Start", kRunTag);
-    CImageReceiver::GetInstance()->Shut();
-    device_->RefreshVersions();
+    service_.updates.Gate().Shut();
+    device_.RefreshVersions();
     DeleteRemainingFiles();
     start_ = std::chrono::steady_clock::now();
 
@@ -71,14 +72,14 @@ int CUpdate::Run() {
     if (fetched == Fetched::kNothing) {
         return 0;
     }
-    CImageReceiver::GetInstance()->Shut();
+    service_.updates.Gate().Shut();
     return WriteUpdate();
 }
 
 CUpdate::Fetched CUpdate::UpdateByUSB() {
     log_->WriteInfo("%s Update by USB", kRunTag);
     methodText_ = "USB";
-    device_->ClearImageInfo();
+    device_.ClearImageInfo();
     if (MountUSB(true, kUSBMountPoint) != 0) {
         log_->WriteError("%s Update process end as USB mount fail", kRunTag);
         SendUDSUpdateError(kErrorMount);
@@ -108,7 +109,7 @@ CUpdate::Fetched CUpdate::FetchFromUSB() {
         return Fetched::kNothing;
     }
     if (onlyAsked) {
-        CUpdateSlot::BeginEnd();
+        service_.updates.Slot().BeginEnd();
     }
     const int reported = SendUDSUpdateInfo();
     if (onlyAsked || reported != 0) {
@@ -125,10 +126,10 @@ CUpdate::Fetched CUpdate::FetchFromUSB() {
 CUpdate::Fetched CUpdate::UpdateByPC() {
     log_->WriteInfo("%s Update by PC", kRunTag);
     methodText_ = "by PC";
-    device_->ClearImageInfo();
-    CImageReceiver::GetInstance()->Open();
+    device_.ClearImageInfo();
+    service_.updates.Gate().Open();
     // Before the question goes out: the answer clears the flag, and it may be quick.
-    pc_ = device_->GetSession();
+    pc_ = device_.GetSession();
     if (pc_ != nullptr) {
         pc_->SetUpdateFlag(true);
     }
@@ -139,7 +140,7 @@ CUpdate::Fetched CUpdate::UpdateByPC() {
 CUpdate::Fetched CUpdate::UpdateByInternet() {
     log_->WriteInfo("%s Update by internet", kRunTag);
     methodText_ = "INTERNET";
-    device_->ClearImageInfo();
+    device_.ClearImageInfo();
     if (GetUpdateInfoFromNet() <= 0) {
         log_->WriteError("%s Update file does not exist.", kRunTag);
         SendUDSUpdateError(kErrorServer);
@@ -170,8 +171,8 @@ CUpdate::Fetched CUpdate::UpdateFromPC() {
         image.Written = 0;
         image.Progress = 0;
     }
-    CImageReceiver::GetInstance()->Open();
-    pc_ = device_->GetSession();
+    service_.updates.Gate().Open();
+    pc_ = device_.GetSession();
     SendPCUpdateReqResponse();
     if (DownloadFromPCMonitor() != 0) {
         log_->WriteError("%s Download update file from PC error", kRunTag);
@@ -251,29 +252,29 @@ int CUpdate::SendUDSUpdateInfo() {
         return -1;
     }
     log_->WriteInfo("%s Send UDS messsage update will be started", kTag);
-    SendUpdateStatus(payload);
+    SendUpdateStatus(service_, payload);
     return 0;
 }
 
 int CUpdate::SendUDSUpdateStatus() {
     if (RaiseProgress(images_)) {
-        SendUpdateStatus(MakeUpdateProgress(images_));
+        SendUpdateStatus(service_, MakeUpdateProgress(images_));
     }
     return 0;
 }
 
 int CUpdate::SendUDSUpdateComplete() {
-    CUpdateSlot::BeginEnd();
-    SendUpdateStatus(std::array<std::uint8_t, 1>{kUpdateFinished});
+    service_.updates.Slot().BeginEnd();
+    SendUpdateStatus(service_, std::array<std::uint8_t, 1>{kUpdateFinished});
     return 0;
 }
 
 int CUpdate::SendUDSUpdateError(int kind, std::uint32_t code, std::uint8_t group) {
-    CUpdateSlot::BeginEnd();
+    service_.updates.Slot().BeginEnd();
     if (kind == kNothingToUpdate) {
-        SendUpdateStatus(std::array<std::uint8_t, 1>{kNothingToUpdate});
+        SendUpdateStatus(service_, std::array<std::uint8_t, 1>{kNothingToUpdate});
     } else if (kind == kUpdateFailed) {
-        SendUpdateStatus(MakeUpdateError({code, group}));
+        SendUpdateStatus(service_, MakeUpdateError({code, group}));
     }
     return 0;
 }
@@ -290,7 +291,7 @@ int CUpdate::SendPCUpdateReqResponse() {
 }
 
 void CUpdate::AskPC(std::uint16_t command, std::span<const std::uint8_t> payload) {
-    if (!SendToPC(pc_, command, payload)) {
+    if (!SendToPC(service_, pc_, command, payload)) {
         pc_.reset();
     }
 }

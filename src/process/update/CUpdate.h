@@ -16,6 +16,7 @@
 #include "process/update/CPackageReader.h"
 #include "process/update/CUpdateSlot.h"
 #include "process/update/HttpResponse.h"
+#include "process/update/ServiceContext.h"
 #include "process/update/UpdateFile.h"
 #include "process/update/UpdateInfoXml.h"
 #include "process/update/UpdateMessages.h"
@@ -33,8 +34,9 @@ namespace RMUP::Process {
 /// Operations return 0 or true, or -1 or false after an error line, unless said otherwise.
 class CUpdate : public QENFx::Service::Thread {
 public:
-    /// The payload of ZELApp's start request: request mode and method; what is missing reads as 0.
-    CUpdate(std::span<const std::uint8_t> request, CUpdateSlot slot);
+    /// What it works with outlives it. The payload of ZELApp's start request: request mode and method; what is missing
+    /// reads as 0.
+    CUpdate(const ServiceContext& service, std::span<const std::uint8_t> request, CUpdateSlot::Hold slot);
     ~CUpdate() override;
 
     int Run() override;
@@ -167,9 +169,10 @@ private:
 
     static constexpr char kRunTag[] = "[CUpdate::Run]";
 
-    CUpdateSlot slot_;
+    const ServiceContext& service_;
+    CUpdateSlot::Hold slot_;
     QENFx::Log::FileLog* log_;
-    CDeviceInfo* device_;
+    CDeviceInfo& device_;
     ImageInfos& images_;
     std::uint8_t requestMode_ = 0;
     std::uint8_t method_ = 0;

@@ -1,25 +1,15 @@
 #include <cerrno>
 #include <cstring>
 
-#include "process/CUpdateCommand.h"
 #include "process/update/CFileSource.h"
 #include "process/update/CPackageReader.h"
-#include "process/update/CUpdateSlot.h"
+#include "process/update/CUpdateAccess.h"
+#include "process/update/CUpdateCommand.h"
 #include "process/update/CopyBytes.h"
 #include "process/update/UpdateFile.h"
 #include "process/update/UpdateMessages.h"
 #include "wire/PCCommand.h"
-
-using RMUP::Process::CByteSource;
-using RMUP::Process::CFileSource;
-using RMUP::Process::CImageReceiver;
-using RMUP::Process::CImageTransfer;
-using RMUP::Process::Copied;
-using RMUP::Process::COutputFile;
-using RMUP::Process::CPackageReader;
-using RMUP::Process::CUpdateSlot;
-using RMUP::Process::HeaderField;
-using RMUP::Process::UpdateHeader;
+using namespace RMUP::Process;
 
 namespace {
 
@@ -29,14 +19,14 @@ constexpr char kSplitTag[] = "[CUpdateCommand::SplitSYSUpdateFile]";
 }  // namespace
 
 int CUpdateCommand::ProcessReceiveUpdateImage(CPCMsg& message, const SessionPtr& session) {
-    CImageReceiver* receiver = CImageReceiver::GetInstance();
+    CImageGate& gate = service_.updates.Gate();
     const bool last = !message.GetFlag();
-    if (receiver->IsDropped(session, last)) {
+    if (gate.IsDropped(session, last)) {
         return 0;
     }
     {
-        CImageReceiver::Visit visit(receiver);
-        if (RMUP::Process::IsForeign(session, kTag) || !TakePacket(visit, message.GetPayload(), last, session)) {
+        CImageGate::Visit visit(gate);
+        if (IsForeign(service_, session, kTag) || !TakePacket(visit, message.GetPayload(), last, session)) {
             answers_.push_back(Answer::kImpossible);
             if (!last) {
                 visit.DropRest(session);
@@ -47,9 +37,9 @@ int CUpdateCommand::ProcessReceiveUpdateImage(CPCMsg& message, const SessionPtr&
     return 0;
 }
 
-bool CUpdateCommand::TakePacket(CImageReceiver::Visit& visit, std::span<const std::uint8_t> payload, bool last,
+bool CUpdateCommand::TakePacket(CImageGate::Visit& visit, std::span<const std::uint8_t> payload, bool last,
                                 const SessionPtr& session) {
-    CImageReceiver::Transfer* const transfer = visit.TransferOf(session);
+    CImageGate::Transfer* const transfer = visit.TransferOf(session);
     if (transfer == nullptr) {
         log_->WriteError("%s Another update processing now", kTag);
         return false;
@@ -60,7 +50,7 @@ bool CUpdateCommand::TakePacket(CImageReceiver::Visit& visit, std::span<const st
         if (*transfer == nullptr) {
             return false;
         }
-        data = payload.subspan(RMUP::Process::kUpdateHeaderSize);
+        data = payload.subspan(kUpdateHeaderSize);
     }
     if (!StorePiece(**transfer, data)) {
         LogClosed((*transfer)->image);
@@ -81,13 +71,13 @@ void CUpdateCommand::SendAnswers(const SessionPtr& session) {
     for (const Answer answer : answers_) {
         switch (answer) {
             case Answer::kReceived:
-                RMUP::Process::SendToPC(session, kImageReceived, {});
+                SendToPC(service_, session, kImageReceived, {});
                 break;
             case Answer::kImpossible:
-                RMUP::Process::SendUpdateImpossible(session);
+                SendUpdateImpossible(service_, session);
                 break;
             case Answer::kUnknownSection:
-                RMUP::Process::SendToPC(device_->GetSession(), kImageReceived, {});
+                SendToPC(service_, service_.device.GetSession(), kImageReceived, {});
                 break;
         }
     }
@@ -95,12 +85,12 @@ void CUpdateCommand::SendAnswers(const SessionPtr& session) {
 
 std::unique_ptr<CImageTransfer> CUpdateCommand::BeginImage(std::span<const std::uint8_t> payload,
                                                            const SessionPtr& session) {
-    if (payload.size() < RMUP::Process::kUpdateHeaderSize) {
+    if (payload.size() < kUpdateHeaderSize) {
         log_->WriteError("%s Payload length differs from it's structure", kTag);
         return nullptr;
     }
-    const UpdateHeader header = RMUP::Process::ParseUpdateHeader(payload.first<RMUP::Process::kUpdateHeaderSize>());
-    ImageInfo* const found = RMUP::Process::FindImage(device_->GetImageInfo(), header.magic);
+    const UpdateHeader header = ParseUpdateHeader(payload.first<kUpdateHeaderSize>());
+    ImageInfo* const found = FindImage(service_.device.GetImageInfo(), header.magic);
     if (found == nullptr) {
         log_->WriteError("%s There is no matched magic number", kTag);
         ForgetImages();
@@ -117,7 +107,7 @@ std::unique_ptr<CImageTransfer> CUpdateCommand::BeginImage(std::span<const std::
     log_->WriteInfo("%s Matched image: (%d)", kTag, image.Number());
     // An image that is sent again starts again. The count goes first, so that the new size never meets the old count.
     image.Download = 0;
-    RMUP::Process::TakeHeader(image, header);
+    TakeHeader(image, header);
     log_->WriteInfo("%s Update File Size: %d bytes", kTag, header.size);
     log_->WriteInfo("%s (%d)Image version: %s", kTag, image.Number(), header.version.getVersion());
 
@@ -133,8 +123,8 @@ std::unique_ptr<CImageTransfer> CUpdateCommand::BeginImage(std::span<const std::
 
 void CUpdateCommand::ForgetImages() {
     // A running update keeps what it has received. That the PC has given the update up stays in any case.
-    if (!CUpdateSlot::IsTaken()) {
-        for (ImageInfo& image : device_->GetImageInfo()) {
+    if (!service_.updates.Slot().IsTaken()) {
+        for (ImageInfo& image : service_.device.GetImageInfo()) {
             image.Clear();
         }
     }
@@ -194,7 +184,7 @@ void CUpdateCommand::LogClosed(const ImageInfo& image) {
 }
 
 int CUpdateCommand::SplitSYSUpdateFile() {
-    const std::string& path = device_->GetImageInfo()[ImageId::kSYS].RawPath;
+    const std::string& path = service_.device.GetImageInfo()[ImageId::kSYS].RawPath;
     CFileSource package(path.c_str());
     if (!package.IsOpen()) {
         log_->WriteError("%s File for temporary save (%s) open error", kSplitTag, path.c_str());
@@ -202,10 +192,10 @@ int CUpdateCommand::SplitSYSUpdateFile() {
     }
     // What came of a package, or of an image, before is not this package's.
     for (const ImageId part : Wire::kSYSParts) {
-        device_->GetImageInfo()[part].Clear();
+        service_.device.GetImageInfo()[part].Clear();
     }
-    CPackageReader reader(package, device_->GetImageInfo());
-    for (int i = 0; i < RMUP::Process::kSYSSectionCount; ++i) {
+    CPackageReader reader(package, service_.device.GetImageInfo());
+    for (int i = 0; i < kSYSSectionCount; ++i) {
         if (!CopySection(package, reader)) {
             return -1;
         }
@@ -247,7 +237,7 @@ bool CUpdateCommand::CopySection(CByteSource& package, CPackageReader& reader) {
         }
         return passed;
     }
-    RMUP::Process::TakeHeader(reader.Image(), header);
+    TakeHeader(reader.Image(), header);
     reader.Image().InPackage = true;
     return CopySectionData(package, reader.Image());
 }
@@ -259,8 +249,7 @@ bool CUpdateCommand::CopySectionData(CByteSource& package, ImageInfo& image) {
         return false;
     }
     auto left = static_cast<std::size_t>(image.FileSize);
-    const Copied copied = RMUP::Process::CopyBytes(
-        package, file, left, [&](std::int64_t count) { RMUP::Process::AddBytes(image.Download, count); });
+    const Copied copied = CopyBytes(package, file, left, [&](std::int64_t count) { AddBytes(image.Download, count); });
     if (copied == Copied::kNotRead) {
         log_->WriteError("%s file read error", kSplitTag);
         return false;

@@ -6,8 +6,8 @@
 #include <thread>
 
 #include "net/CConnectionMonitor.h"
-#include "process/update/CImageReceiver.h"
 #include "process/update/CUpdate.h"
+#include "process/update/CUpdateAccess.h"
 #include "wire/Bytes.h"
 #include "wire/PCCommand.h"
 
@@ -71,7 +71,7 @@ int CUpdate::DownloadByPCMonitor() {
 bool CUpdate::WaitForOffers() {
     for (;;) {
         // The answer's handler is let finish, so that an offer is not seen before its verdict.
-        CImageReceiver::GetInstance()->WaitIdle();
+        service_.updates.Gate().WaitIdle();
         const bool all = std::ranges::all_of(kRequests, [this](ImageId image) { return images_[image].IsFile.load(); });
         if (pc_ != nullptr && !pc_->GetUpdateFlag()) {
             return false;
@@ -136,13 +136,12 @@ int CUpdate::DownloadFromPCMonitor() {
 }
 
 bool CUpdate::IsPCLost() const {
-    return pc_ == nullptr || device_->GetSession() != pc_ || !Net::CConnectionMonitor::GetInstance()->IsConnected() ||
-           device_->GetUpdateFlag();
+    return pc_ == nullptr || device_.GetSession() != pc_ || !service_.monitor.IsConnected() || device_.GetUpdateFlag();
 }
 
 void CUpdate::GiveUpPC() {
     SendUDSUpdateError(kErrorPC);
-    device_->SetUpdateFlag(false);
+    device_.SetUpdateFlag(false);
 }
 
 }  // namespace RMUP::Process

@@ -31,7 +31,7 @@ constexpr char kQCPathVeterinary[] = "/n62v_vorn/control_material.xml";
 
 CUpdate::Connection CUpdate::ConnectUpdateServer() {
     static constexpr char kTag[] = "[CUpdate::ConnectUpdateServer]";
-    const std::string host = CConfigMgr::GetInstance()->GetContents(kUpdateURL);
+    const std::string host = service_.config.GetContents(kUpdateURL);
     // Its result is the process's one; only the update worker asks.
     const hostent* entry = gethostbyname(host.c_str());
     if (entry == nullptr || entry->h_addrtype != AF_INET || entry->h_addr_list[0] == nullptr) {
@@ -72,7 +72,8 @@ bool CUpdate::SendRequest(CHttpConnection& connection, const std::string& reques
 
 bool CUpdate::DownloadDocument(CHttpConnection& connection, const char* path, std::string& body, const char* tag) {
     HttpEnd end;
-    if (!SendRequest(connection, MakeServerRequest(path, kHttp11), tag) || !ReadDocumentHeader(connection, end, tag)) {
+    if (!SendRequest(connection, MakeServerRequest(service_.config.GetContents(kUpdateURL), path, kHttp11), tag) ||
+        !ReadDocumentHeader(connection, end, tag)) {
         return false;
     }
     connection.SetLimit(kBodyLimit);
@@ -121,7 +122,7 @@ int CUpdate::DownloadUpdateInfoXML(CHttpConnection& connection, std::string& tex
 
 int CUpdate::DownloadQCMaterialXML(CHttpConnection& connection, const char* targetPath) {
     static constexpr char kTag[] = "[CUpdate::DownloadQCMaterialXML]";
-    const char* path = device_->GetModelType() == kVeterinaryModel ? kQCPathVeterinary : kQCPathHuman;
+    const char* path = device_.GetModelType() == kVeterinaryModel ? kQCPathVeterinary : kQCPathHuman;
     // The document of an earlier download must not pass for this one.
     remove(targetPath);
     std::string body;
@@ -154,7 +155,7 @@ int CUpdate::GetUpdateInfoFromNet() {
         }
     }
 
-    const UpdateInfo info = ParseUpdateInfo(text, {device_->GetModelType(), device_->GetProject()}, images_);
+    const UpdateInfo info = ParseUpdateInfo(text, {device_.GetModelType(), device_.GetProject()}, images_);
     if (!IsUsable(info)) {
         return -1;
     }

@@ -1,6 +1,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "config/CConfigMgr.h"
 #include "process/update/CPackageReader.h"
 #include "process/update/CUpdate.h"
 #include "process/update/CopyBytes.h"
@@ -35,7 +36,7 @@ bool CUpdate::DownloadImageFromNet(ImageInfo& image) {
         return false;
     }
     // The protocol version that has no answers in pieces: the body must be the image and nothing else.
-    const std::string request = MakeServerRequest(image.ServerPath, kHttp10);
+    const std::string request = MakeServerRequest(service_.config.GetContents(kUpdateURL), image.ServerPath, kHttp10);
     log_->WriteInfo("%s Send to update server: %s", kTag, request.c_str());
     if (!SendRequest(*connection, request, kTag) || !RemoveReceivingHeader(*connection)) {
         return false;

@@ -1,9 +1,6 @@
 #include "process/update/CUpdateSlot.h"
 
 #include <chrono>
-#include <condition_variable>
-#include <memory>
-#include <mutex>
 #include <utility>
 
 namespace RMUP::Process {
@@ -12,65 +9,46 @@ namespace {
 
 constexpr std::chrono::seconds kEndWait{5};
 
-enum class Worker { kNone, kRuns, kEnds };
-
-struct State {
-    std::mutex mutex;
-    std::condition_variable ended;
-    Worker worker = Worker::kNone;
-
-    void WaitEnd(std::unique_lock<std::mutex>& lock) {
-        ended.wait_for(lock, kEndWait, [this] { return worker != Worker::kEnds; });
-    }
-};
-
-State& TheState() {
-    // Never destroyed: a worker may still end while the process exits.
-    static State* const state = std::make_unique<State>().release();
-    return *state;
-}
-
 }  // namespace
 
-std::optional<CUpdateSlot> CUpdateSlot::Take() {
-    State& state = TheState();
-    std::unique_lock lock(state.mutex);
-    state.WaitEnd(lock);
-    if (state.worker != Worker::kNone) {
+std::optional<CUpdateSlot::Hold> CUpdateSlot::Take() {
+    std::unique_lock lock(mutex_);
+    WaitEnd(lock);
+    if (worker_ != Worker::kNone) {
         return std::nullopt;
     }
-    state.worker = Worker::kRuns;
-    return CUpdateSlot();
+    worker_ = Worker::kRuns;
+    return std::optional<Hold>(std::in_place, *this);
 }
 
 bool CUpdateSlot::IsTaken() {
-    State& state = TheState();
-    const std::lock_guard lock(state.mutex);
-    return state.worker != Worker::kNone;
+    const std::lock_guard lock(mutex_);
+    return worker_ != Worker::kNone;
 }
 
 void CUpdateSlot::WaitEnd() {
-    State& state = TheState();
-    std::unique_lock lock(state.mutex);
-    state.WaitEnd(lock);
+    std::unique_lock lock(mutex_);
+    WaitEnd(lock);
+}
+
+void CUpdateSlot::WaitEnd(std::unique_lock<std::mutex>& lock) {
+    ended_.wait_for(lock, kEndWait, [this] { return worker_ != Worker::kEnds; });
 }
 
 void CUpdateSlot::BeginEnd() {
-    State& state = TheState();
-    const std::lock_guard lock(state.mutex);
-    if (state.worker == Worker::kRuns) {
-        state.worker = Worker::kEnds;
+    const std::lock_guard lock(mutex_);
+    if (worker_ == Worker::kRuns) {
+        worker_ = Worker::kEnds;
     }
 }
 
-CUpdateSlot::CUpdateSlot(CUpdateSlot&& other) noexcept : held_(std::exchange(other.held_, false)) {}
+CUpdateSlot::Hold::Hold(Hold&& other) noexcept : slot_(std::exchange(other.slot_, nullptr)) {}
 
-CUpdateSlot::~CUpdateSlot() {
-    if (held_) {
-        State& state = TheState();
-        const std::lock_guard lock(state.mutex);
-        state.worker = Worker::kNone;
-        state.ended.notify_all();
+CUpdateSlot::Hold::~Hold() {
+    if (slot_ != nullptr) {
+        const std::lock_guard lock(slot_->mutex_);
+        slot_->worker_ = Worker::kNone;
+        slot_->ended_.notify_all();
     }
 }
 

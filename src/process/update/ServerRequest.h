@@ -4,7 +4,6 @@
 #include <limits>
 #include <string>
 
-#include "config/CConfigMgr.h"
 #include "process/update/CReceiveLimit.h"
 
 namespace RMUP::Process {
@@ -18,10 +17,9 @@ inline constexpr CReceiveLimit kHeaderLimit{std::chrono::seconds{30}, std::numer
 /// What the body must bring. A server that is slower would keep the analyzer in an update for hours.
 inline constexpr CReceiveLimit kBodyLimit{std::chrono::seconds{60}, 4096};
 
-/// A request for a path on the update server.
-inline std::string MakeServerRequest(const std::string& path, const char* protocol) {
-    return "GET " + path + " " + protocol + "\r\nHost: " + CConfigMgr::GetInstance()->GetContents(kUpdateURL) +
-           "\r\n\r\n";
+/// A request for a path on the update server, which is known under this name.
+inline std::string MakeServerRequest(const std::string& host, const std::string& path, const char* protocol) {
+    return "GET " + path + " " + protocol + "\r\nHost: " + host + "\r\n\r\n";
 }
 
 }  // namespace RMUP::Process

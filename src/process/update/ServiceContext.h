@@ -11,6 +11,8 @@ class CUDSServer;
 
 namespace RMUP::Process {
 
+class CUpdateAccess;
+
 /// What the handlers of requests work with. Made once, by the main thread; all of it lives as long as the process and
 /// may be used from any thread.
 struct ServiceContext {
@@ -19,6 +21,7 @@ struct ServiceContext {
     Net::CConnectionMonitor& monitor;
     Net::CUDPServer& udp;
     Net::CUDSServer& local;
+    CUpdateAccess& updates;
 };
 
 }  // namespace RMUP::Process

@@ -6,6 +6,7 @@
 
 #include "common/Constants.h"
 #include "config/CConfigMgr.h"
+#include "config/CDeviceInfo.h"
 #include "net/CPCMsg.h"
 #include "net/CUDSMsg.h"
 #include "net/CUDSServer.h"
@@ -21,8 +22,8 @@ namespace {
 
 constexpr std::uint8_t kPCTag = 1;
 
-std::uint8_t PeerID() {
-    return static_cast<std::uint8_t>(CConfigMgr::GetInstance()->GetFirstChar(kPCPeerID));
+std::uint8_t PeerID(const ServiceContext& service) {
+    return static_cast<std::uint8_t>(service.config.GetFirstChar(kPCPeerID));
 }
 
 }  // namespace
@@ -66,43 +67,44 @@ std::vector<std::uint8_t> MakeUpdateError(const UpdateError& error) {
     return payload;
 }
 
-void SendUpdateStatus(std::span<const std::uint8_t> payload) {
+void SendUpdateStatus(const ServiceContext& service, std::span<const std::uint8_t> payload) {
     CUDSMsg message;
-    Net::CUDSServer::GetInstance()->SendMessage(message.GetSendPacket(kUDSUpdateStatus, payload));
+    service.local.SendMessage(message.GetSendPacket(kUDSUpdateStatus, payload));
 }
 
-bool SendToPC(const std::shared_ptr<IPCSession>& session, std::uint16_t command,
+bool SendToPC(const ServiceContext& service, const std::shared_ptr<IPCSession>& session, std::uint16_t command,
               std::span<const std::uint8_t> payload) {
     CPCMsg message;
-    return session != nullptr && session->SendMessage(message.MakePacket(command, kPCTag, PeerID(), payload)) > 0;
+    return session != nullptr &&
+           session->SendMessage(message.MakePacket(command, kPCTag, PeerID(service), payload)) > 0;
 }
 
-void SendUpdateImpossible(const std::shared_ptr<IPCSession>& session) {
+void SendUpdateImpossible(const ServiceContext& service, const std::shared_ptr<IPCSession>& session) {
     if (session != nullptr) {
-        session->SendErrorMessage(PeerID(), kPCTag, kUpdateImpossible);
+        session->SendErrorMessage(PeerID(service), kPCTag, kUpdateImpossible);
     }
 }
 
-void SendUpdateNotStarted(std::uint8_t method) {
+void SendUpdateNotStarted(const ServiceContext& service, std::uint8_t method) {
     switch (method) {
         case kByUSB:
-            SendUpdateStatus(MakeUpdateError(kErrorUSBFiles));
+            SendUpdateStatus(service, MakeUpdateError(kErrorUSBFiles));
             break;
         case kByPC:
         case kFromPC:
-            SendUpdateStatus(MakeUpdateError(kErrorPC));
+            SendUpdateStatus(service, MakeUpdateError(kErrorPC));
             break;
         case kByInternet:
         case kQCMaterial:
-            SendUpdateStatus(MakeUpdateError(kErrorServer));
+            SendUpdateStatus(service, MakeUpdateError(kErrorServer));
             break;
         default:
             break;
     }
 }
 
-bool IsForeign(const std::shared_ptr<IPCSession>& session, const char* tag) {
-    const auto current = CDeviceInfo::GetInstance()->GetSession();
+bool IsForeign(const ServiceContext& service, const std::shared_ptr<IPCSession>& session, const char* tag) {
+    const auto current = service.device.GetSession();
     if (current == nullptr || current == session) {
         return false;
     }

@@ -5,8 +5,9 @@
 #include <span>
 #include <vector>
 
-#include "config/CDeviceInfo.h"
 #include "config/IPCSession.h"
+#include "config/ImageInfo.h"
+#include "process/update/ServiceContext.h"
 
 /// The messages of an update to ZELApp and to the PC, and how they are sent.
 namespace RMUP::Process {
@@ -53,21 +54,23 @@ inline constexpr UpdateError kErrorPackageVersion{0x00204018, 0x0C};
 [[nodiscard]] std::vector<std::uint8_t> MakeUpdateError(const UpdateError& error);
 
 /// Sends ZELApp an update status with this payload.
-void SendUpdateStatus(std::span<const std::uint8_t> payload);
+void SendUpdateStatus(const ServiceContext& service, std::span<const std::uint8_t> payload);
 
 /// Sends the PC a packet of the update's, with the tag 1 and the PC's peer ID. False when it could not be sent, as
 /// without a session.
-bool SendToPC(const std::shared_ptr<IPCSession>& session, std::uint16_t command, std::span<const std::uint8_t> payload);
+bool SendToPC(const ServiceContext& service, const std::shared_ptr<IPCSession>& session, std::uint16_t command,
+              std::span<const std::uint8_t> payload);
 
 /// Tells the PC that its update is not possible.
-void SendUpdateImpossible(const std::shared_ptr<IPCSession>& session);
+void SendUpdateImpossible(const ServiceContext& service, const std::shared_ptr<IPCSession>& session);
 
 /// Tells ZELApp that an update of this method could not even begin: as when nothing can be had from its source. Says
 /// nothing for a method that there is not.
-void SendUpdateNotStarted(std::uint8_t method);
+void SendUpdateNotStarted(const ServiceContext& service, std::uint8_t method);
 
 /// Whether another session than this is the current one, which then has updates to itself. Logs it, under the tag of
 /// who asks.
-[[nodiscard]] bool IsForeign(const std::shared_ptr<IPCSession>& session, const char* tag);
+[[nodiscard]] bool IsForeign(const ServiceContext& service, const std::shared_ptr<IPCSession>& session,
+                             const char* tag);
 
 }  // namespace RMUP::Process

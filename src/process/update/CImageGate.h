@@ -6,6 +6,7 @@
 #include <mutex>
 #include <set>
 
+#include "config/CDeviceInfo.h"
 #include "config/IPCSession.h"
 #include "config/ImageInfo.h"
 #include "process/update/COutputFile.h"
@@ -43,22 +44,20 @@ private:
 /// work inside a Visit, one after the other, and the worker lets them in only while it waits for the PC. A visit is as
 /// long as the handler's work on the files; whoever sends something to anybody does so after it, because the other side
 /// may take its time.
-class CImageReceiver {
+class CImageGate {
 public:
     using SessionPtr = std::shared_ptr<IPCSession>;
     using Transfer = std::unique_ptr<CImageTransfer>;
 
-    static CImageReceiver* GetInstance();
-
-    CImageReceiver() = default;
-    CImageReceiver(const CImageReceiver&) = delete;
-    CImageReceiver& operator=(const CImageReceiver&) = delete;
+    explicit CImageGate(const CDeviceInfo& device) : device_(device) {}
+    CImageGate(const CImageGate&) = delete;
+    CImageGate& operator=(const CImageGate&) = delete;
 
     /// A handler's stay.
     class Visit {
     public:
         /// Waits until the visitor before has left.
-        explicit Visit(CImageReceiver* receiver);
+        explicit Visit(CImageGate& gate);
         Visit(const Visit&) = delete;
         Visit& operator=(const Visit&) = delete;
         ~Visit();
@@ -75,7 +74,7 @@ public:
         void DropRest(const SessionPtr& session);
 
     private:
-        CImageReceiver* receiver_;
+        CImageGate& gate_;
         bool welcome_;
     };
 
@@ -96,6 +95,7 @@ public:
     void SessionEnded(const SessionPtr& session);
 
 private:
+    const CDeviceInfo& device_;
     std::mutex mutex_;
     std::condition_variable left_;
     bool open_ = true;

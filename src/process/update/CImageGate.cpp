@@ -1,10 +1,8 @@
-#include "process/update/CImageReceiver.h"
+#include "process/update/CImageGate.h"
 
 #include <unistd.h>
 
 #include <chrono>
-
-#include "config/CDeviceInfo.h"
 
 namespace RMUP::Process {
 
@@ -29,34 +27,28 @@ bool CImageTransfer::BelongsTo(const std::shared_ptr<IPCSession>& session) const
     return !owner_.owner_before(session) && !session.owner_before(owner_);
 }
 
-CImageReceiver* CImageReceiver::GetInstance() {
-    // Never destroyed: sessions may still receive while the process exits.
-    static CImageReceiver* const instance = std::make_unique<CImageReceiver>().release();
-    return instance;
+CImageGate::Visit::Visit(CImageGate& gate) : gate_(gate) {
+    std::unique_lock lock(gate_.mutex_);
+    gate_.left_.wait(lock, [this] { return !gate_.visited_ || !gate_.open_; });
+    welcome_ = gate_.open_;
+    gate_.visited_ = gate_.visited_ || welcome_;
 }
 
-CImageReceiver::Visit::Visit(CImageReceiver* receiver) : receiver_(receiver) {
-    std::unique_lock lock(receiver_->mutex_);
-    receiver_->left_.wait(lock, [this] { return !receiver_->visited_ || !receiver_->open_; });
-    welcome_ = receiver_->open_;
-    receiver_->visited_ = receiver_->visited_ || welcome_;
-}
-
-CImageReceiver::Visit::~Visit() {
+CImageGate::Visit::~Visit() {
     if (welcome_) {
-        const std::lock_guard lock(receiver_->mutex_);
-        receiver_->visited_ = false;
-        receiver_->left_.notify_all();
+        const std::lock_guard lock(gate_.mutex_);
+        gate_.visited_ = false;
+        gate_.left_.notify_all();
     }
 }
 
-CImageReceiver::Transfer* CImageReceiver::Visit::TransferOf(const SessionPtr& session) {
+CImageGate::Transfer* CImageGate::Visit::TransferOf(const SessionPtr& session) {
     if (!welcome_) {
         return nullptr;
     }
-    Transfer& transfer = receiver_->transfer_;
+    Transfer& transfer = gate_.transfer_;
     if (transfer != nullptr && !transfer->BelongsTo(session)) {
-        if (CDeviceInfo::GetInstance()->GetSession() != session) {
+        if (gate_.device_.GetSession() != session) {
             return nullptr;
         }
         transfer.reset();
@@ -64,15 +56,15 @@ CImageReceiver::Transfer* CImageReceiver::Visit::TransferOf(const SessionPtr& se
     return &transfer;
 }
 
-void CImageReceiver::Visit::DropRest(const SessionPtr& session) {
-    const std::lock_guard lock(receiver_->mutex_);
+void CImageGate::Visit::DropRest(const SessionPtr& session) {
+    const std::lock_guard lock(gate_.mutex_);
     // Not what an opening has made void since.
-    if (welcome_ || !receiver_->open_) {
-        receiver_->dropped_.insert(session);
+    if (welcome_ || !gate_.open_) {
+        gate_.dropped_.insert(session);
     }
 }
 
-void CImageReceiver::Shut() {
+void CImageGate::Shut() {
     Transfer given;
     std::unique_lock lock(mutex_);
     open_ = false;
@@ -81,18 +73,18 @@ void CImageReceiver::Shut() {
     given.swap(transfer_);
 }
 
-void CImageReceiver::Open() {
+void CImageGate::Open() {
     const std::lock_guard lock(mutex_);
     open_ = true;
     dropped_.clear();
 }
 
-void CImageReceiver::WaitIdle() {
+void CImageGate::WaitIdle() {
     std::unique_lock lock(mutex_);
     left_.wait_for(lock, kIdleWait, [this] { return !visited_; });
 }
 
-bool CImageReceiver::IsDropped(const SessionPtr& session, bool last) {
+bool CImageGate::IsDropped(const SessionPtr& session, bool last) {
     const std::lock_guard lock(mutex_);
     const auto dropped = dropped_.find(session);
     if (dropped == dropped_.end()) {
@@ -104,13 +96,13 @@ bool CImageReceiver::IsDropped(const SessionPtr& session, bool last) {
     return true;
 }
 
-void CImageReceiver::SessionEnded(const SessionPtr& session) {
+void CImageGate::SessionEnded(const SessionPtr& session) {
     {
         const std::lock_guard lock(mutex_);
         dropped_.erase(session);
     }
     // What is shut holds no transfer.
-    Visit visit(this);
+    Visit visit(*this);
     if (visit.IsWelcome() && transfer_ != nullptr && transfer_->BelongsTo(session)) {
         transfer_.reset();
     }

@@ -5,13 +5,12 @@
 #include <span>
 #include <vector>
 
-#include "config/CDeviceInfo.h"
 #include "config/IPCSession.h"
 #include "net/CPCMsg.h"
 #include "net/CUDSMsg.h"
 #include "platform/Log.h"
 #include "process/update/CByteSource.h"
-#include "process/update/CImageReceiver.h"
+#include "process/update/CImageGate.h"
 #include "process/update/CPackageReader.h"
 #include "process/update/ServiceContext.h"
 #include "process/update/UpdateFile.h"
@@ -57,7 +56,7 @@ private:
     [[nodiscard]] std::vector<std::uint8_t> JudgeOffers(const SessionPtr& session);
 
     /// One packet of an image. False when the image is refused.
-    [[nodiscard]] bool TakePacket(RMUP::Process::CImageReceiver::Visit& visit, std::span<const std::uint8_t> payload,
+    [[nodiscard]] bool TakePacket(RMUP::Process::CImageGate::Visit& visit, std::span<const std::uint8_t> payload,
                                   bool last, const SessionPtr& session);
 
     /// Reads the header in the first packet and opens the image's temporary file. Null when the image is refused.
@@ -85,6 +84,5 @@ private:
 
     QENFx::Log::FileLog* log_;
     const RMUP::Process::ServiceContext& service_;
-    CDeviceInfo* device_;
     std::vector<Answer> answers_;
 };

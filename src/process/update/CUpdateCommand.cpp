@@ -1,4 +1,4 @@
-#include "process/CUpdateCommand.h"
+#include "process/update/CUpdateCommand.h"
 
 #include <algorithm>
 #include <memory>
@@ -7,16 +7,14 @@
 #include "common/Constants.h"
 #include "platform/Service.h"
 #include "process/update/CUpdate.h"
-#include "process/update/CUpdateSlot.h"
+#include "process/update/CUpdateAccess.h"
 #include "process/update/UpdateFile.h"
 #include "process/update/UpdateMessages.h"
 #include "wire/Bytes.h"
 
 using QENFx::Common::Version;
 using QENFx::Service::WorkException;
-using RMUP::Process::CImageReceiver;
-using RMUP::Process::CUpdate;
-using RMUP::Process::CUpdateSlot;
+using namespace RMUP::Process;
 
 namespace {
 
@@ -30,20 +28,20 @@ constexpr char kInfoTag[] = "[CUpdateCommand::ProcessUpdateInfoRes]";
 
 }  // namespace
 
-CUpdateCommand::CUpdateCommand(const RMUP::Process::ServiceContext& service)
-    : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)), service_(service), device_(&service.device) {}
+CUpdateCommand::CUpdateCommand(const ServiceContext& service)
+    : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)), service_(service) {}
 
 int CUpdateCommand::ProcessUpdateStart(CUDSMsg& message) {
     static constexpr char kTag[] = "[CUpdateCommand::ProcessUpdateStart]";
     log_->WriteInfo("%s Update start request from ZELApp accepted", kTag);
     const auto request = message.GetPayload();
     try {
-        auto slot = CUpdateSlot::Take();
-        if (!slot || device_->GetStatus() == DeviceStatus::kUpdating) {
+        auto slot = service_.updates.Slot().Take();
+        if (!slot || service_.device.GetStatus() == DeviceStatus::kUpdating) {
             log_->WriteError("%s Another update processing now", kTag);
             return -1;
         }
-        auto update = std::make_unique<CUpdate>(request, std::move(*slot));
+        auto update = std::make_unique<CUpdate>(service_, request, std::move(*slot));
         update->Start();
         // From here on the remover of finished threads owns it; it may be gone already.
         (void)update.release();
@@ -52,7 +50,7 @@ int CUpdateCommand::ProcessUpdateStart(CUDSMsg& message) {
         const std::unique_ptr<WorkException> exception(thrown);
         log_->WriteError("%s Exception: %s", kTag, exception->GetMessage());
     }
-    RMUP::Process::SendUpdateNotStarted(request.size() > 1 ? request[1] : std::uint8_t{0});
+    SendUpdateNotStarted(service_, request.size() > 1 ? request[1] : std::uint8_t{0});
     return -1;
 }
 
@@ -68,7 +66,7 @@ int CUpdateCommand::ProcessUpdateRequestRes(CUDSMsg& message) {
         log_->WriteInfo("%s Update possible status", kTag);
     } else if (payload[0] == kImpossible) {
         log_->WriteInfo("%s Update impossible status, send it to PC", kTag);
-        RMUP::Process::SendUpdateImpossible(service_.device.GetSession());
+        SendUpdateImpossible(service_, service_.device.GetSession());
     } else {
         log_->WriteError("%s Unknown status", kTag);
     }
@@ -82,19 +80,19 @@ int CUpdateCommand::ProcessUpdateInfoRes(CPCMsg& message, const SessionPtr& sess
     if (payload.size() >= kFlagsSize) {
         for (const ImageId image : Wire::kImagesOfPC) {
             const bool offered = (Bytes::GetBE16(payload, 0) & Wire::RowOf(image).versionItem) != 0;
-            expected += offered ? RMUP::Process::kVersionSize : 0;
+            expected += offered ? kVersionSize : 0;
         }
     }
     if (payload.size() < expected) {
         log_->WriteError("%s Payload length differs from it's structure", kInfoTag);
         return -1;
     }
-    if (RMUP::Process::IsForeign(session, kInfoTag)) {
+    if (IsForeign(service_, session, kInfoTag)) {
         return -1;
     }
     std::vector<std::uint8_t> report;
     {
-        const CImageReceiver::Visit visit(CImageReceiver::GetInstance());
+        const CImageGate::Visit visit(service_.updates.Gate());
         if (!visit.IsWelcome()) {
             log_->WriteError("%s Another update processing now", kInfoTag);
             return -1;
@@ -106,20 +104,20 @@ int CUpdateCommand::ProcessUpdateInfoRes(CPCMsg& message, const SessionPtr& sess
         log_->WriteError("%s memory allocate error for Send Update Info message", kInfoTag);
         return -1;
     }
-    RMUP::Process::SendUpdateStatus(report);
+    SendUpdateStatus(service_, report);
     return 0;
 }
 
 void CUpdateCommand::TakeOffers(std::span<const std::uint8_t> payload) {
-    ImageInfos& images = device_->GetImageInfo();
+    ImageInfos& images = service_.device.GetImageInfo();
     std::size_t offset = kFlagsSize;
     for (const ImageId offered : Wire::kImagesOfPC) {
         ImageInfo& image = images[offered];
         if ((Bytes::GetBE16(payload, 0) & image.Row.versionItem) == 0) {
             continue;
         }
-        const Version version = RMUP::Process::ParseVersionField(payload.subspan(offset, RMUP::Process::kVersionSize));
-        offset += RMUP::Process::kVersionSize;
+        const Version version = ParseVersionField(payload.subspan(offset, kVersionSize));
+        offset += kVersionSize;
         image.IsFile = true;
         image.SetNewVersion(version);
         if (image.GetCurrentVersion() < version) {
@@ -137,25 +135,25 @@ void CUpdateCommand::TakeOffers(std::span<const std::uint8_t> payload) {
 }
 
 std::vector<std::uint8_t> CUpdateCommand::JudgeOffers(const SessionPtr& session) {
-    const ImageInfos& images = device_->GetImageInfo();
-    if (RMUP::Process::CountMarks(images) > 0) {
-        return RMUP::Process::MakeUpdateInfo(images, Wire::kImagesOfPC);
+    const ImageInfos& images = service_.device.GetImageInfo();
+    if (CountMarks(images) > 0) {
+        return MakeUpdateInfo(images, Wire::kImagesOfPC);
     }
     if (session->GetUpdateFlag()) {
         // Who asked for the offers ends on seeing the flag cleared; that nothing is newer is its last report.
-        CUpdateSlot::BeginEnd();
+        service_.updates.Slot().BeginEnd();
         session->SetUpdateFlag(false);
     }
     log_->WriteInfo("%s There is no need to update file by PC", kInfoTag);
-    return {RMUP::Process::kNothingToUpdate};
+    return {kNothingToUpdate};
 }
 
 int CUpdateCommand::ProcessUpdateCancel(CPCMsg&, const SessionPtr& session) {
     static constexpr char kTag[] = "[CUpdateCommand::ProcessUpdateCancel]";
-    if (RMUP::Process::IsForeign(session, kTag)) {
+    if (IsForeign(service_, session, kTag)) {
         return -1;
     }
     log_->WriteInfo("%s Update cancel accepted", kTag);
-    device_->SetUpdateFlag(true);
+    service_.device.SetUpdateFlag(true);
     return 0;
 }
