@@ -30,6 +30,15 @@ std::span<const std::uint8_t> CByteSource::Take(std::size_t most) {
 
 bool CByteSource::Read(std::span<std::uint8_t> bytes) {
     while (!bytes.empty()) {
+        if (next_ == end_ && bytes.size() >= kBufferSize) {
+            // Past the buffer, so that it is moved once.
+            const ssize_t count = Fill(bytes);
+            if (count <= 0) {
+                return false;
+            }
+            bytes = bytes.subspan(static_cast<std::size_t>(count));
+            continue;
+        }
         const auto piece = Take(bytes.size());
         if (piece.empty()) {
             return false;

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdio>
 #include <ctime>
+#include <iterator>
 
 #include "common/Constants.h"
 #include "db/CRmDao.h"
@@ -27,11 +28,30 @@ CUpdate::CUpdate(const ServiceContext& service, std::span<const std::uint8_t> re
       log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)),
       device_(service.device),
       images_(device_.GetImageInfo()),
+      requestMode_(request.size() > 0 ? request[0] : std::uint8_t{0}),
+      method_(FindMethod(request)),
       savedStatus_(device_.GetStatus()) {
     device_.SetStatus(DeviceStatus::kUpdating);
     QENFx::Service::ThreadMemoryRemover::GetInstance()->addThread(this);
-    requestMode_ = request.size() > 0 ? request[0] : std::uint8_t{0};
-    method_ = request.size() > 1 ? request[1] : std::uint8_t{0};
+}
+
+const CUpdate::Method* CUpdate::FindMethod(std::span<const std::uint8_t> request) {
+    static constexpr Method kMethods[] = {
+        {1, "Update by USB", "USB", kErrorUSBFiles, &CUpdate::UpdateByUSB},
+        {2, "Update by PC", "by PC", kErrorPC, &CUpdate::UpdateByPC},
+        {3, "Update by internet", "INTERNET", kErrorServer, &CUpdate::UpdateByInternet},
+        {4, "Update from PC", "From PC", kErrorPC, &CUpdate::UpdateFromPC},
+        {6, "Update QC Material by internet", "", kErrorServer, &CUpdate::UpdateQCMaterial},
+    };
+    const auto* const method =
+        std::ranges::find(kMethods, request.size() > 1 ? request[1] : std::uint8_t{0}, &Method::number);
+    return method == std::end(kMethods) ? nullptr : method;
+}
+
+void CUpdate::SendNotStarted(const ServiceContext& service, std::span<const std::uint8_t> request) {
+    if (const Method* const method = FindMethod(request); method != nullptr) {
+        SendUpdateStatus(service, MakeUpdateError(method->nothingToBeHad));
+    }
 }
 
 CUpdate::~CUpdate() {
@@ -49,27 +69,11 @@ int CUpdate::Run() {
     DeleteRemainingFiles();
     start_ = std::chrono::steady_clock::now();
 
-    Fetched fetched = Fetched::kNothing;
-    switch (method_) {
-        case kByUSB:
-            fetched = UpdateByUSB();
-            break;
-        case kByPC:
-            fetched = UpdateByPC();
-            break;
-        case kByInternet:
-            fetched = UpdateByInternet();
-            break;
-        case kFromPC:
-            fetched = UpdateFromPC();
-            break;
-        case kQCMaterial:
-            UpdateQCMaterial();
-            break;
-        default:
-            return -1;
+    if (method_ == nullptr) {
+        return -1;
     }
-    if (fetched == Fetched::kNothing) {
+    log_->WriteInfo("%s %s", kRunTag, method_->line);
+    if ((this->*method_->fetch)() == Fetched::kNothing) {
         return 0;
     }
     service_.updates.Gate().Shut();
@@ -77,8 +81,6 @@ int CUpdate::Run() {
 }
 
 CUpdate::Fetched CUpdate::UpdateByUSB() {
-    log_->WriteInfo("%s Update by USB", kRunTag);
-    methodText_ = "USB";
     device_.ClearImageInfo();
     if (MountUSB(true, kUSBMountPoint) != 0) {
         log_->WriteError("%s Update process end as USB mount fail", kRunTag);
@@ -124,8 +126,6 @@ CUpdate::Fetched CUpdate::FetchFromUSB() {
 }
 
 CUpdate::Fetched CUpdate::UpdateByPC() {
-    log_->WriteInfo("%s Update by PC", kRunTag);
-    methodText_ = "by PC";
     device_.ClearImageInfo();
     service_.updates.Gate().Open();
     // Before the question goes out: the answer clears the flag, and it may be quick.
@@ -138,8 +138,6 @@ CUpdate::Fetched CUpdate::UpdateByPC() {
 }
 
 CUpdate::Fetched CUpdate::UpdateByInternet() {
-    log_->WriteInfo("%s Update by internet", kRunTag);
-    methodText_ = "INTERNET";
     device_.ClearImageInfo();
     if (GetUpdateInfoFromNet() <= 0) {
         log_->WriteError("%s Update file does not exist.", kRunTag);
@@ -160,8 +158,6 @@ CUpdate::Fetched CUpdate::UpdateByInternet() {
 }
 
 CUpdate::Fetched CUpdate::UpdateFromPC() {
-    log_->WriteInfo("%s Update from PC", kRunTag);
-    methodText_ = "From PC";
     // The marks stay as the PC's announcement has set them. What it pushed before the device was ready went with the
     // remaining files, so nothing counts as received.
     for (ImageInfo& image : images_) {
@@ -181,20 +177,20 @@ CUpdate::Fetched CUpdate::UpdateFromPC() {
     return Fetched::kImages;
 }
 
-void CUpdate::UpdateQCMaterial() {
-    log_->WriteInfo("%s Update QC Material by internet", kRunTag);
+CUpdate::Fetched CUpdate::UpdateQCMaterial() {
     const Connection connection = ConnectUpdateServer();
     if (connection == nullptr) {
         log_->WriteError("%s Connect to update server failed", kRunTag);
         SendUDSUpdateError(kErrorServer);
-        return;
+        return Fetched::kNothing;
     }
     if (DownloadQCMaterialXML(*connection, kQCMaterialFile) != 0) {
         log_->WriteError("%s Download update file error", kRunTag);
         SendUDSUpdateError(kErrorServer);
-        return;
+        return Fetched::kNothing;
     }
     SendUDSUpdateComplete();
+    return Fetched::kNothing;
 }
 
 int CUpdate::WriteUpdate() {
@@ -239,7 +235,7 @@ void CUpdate::RecordHistory() {
         if (image.NeedUpdate) {
             // A row that cannot be added has its line in the log; the images are written all the same.
             (void)dao.SetUpdateHistory(image.DisplayName, completeTime, elapsed, image.GetCurrentVersion().getVersion(),
-                                       image.GetNewVersion().getVersion(), methodText_);
+                                       image.GetNewVersion().getVersion(), method_->historyName);
         }
     }
 }

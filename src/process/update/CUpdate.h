@@ -41,11 +41,27 @@ public:
 
     int Run() override;
 
+    /// Tells ZELApp that what it requested could not even begin: as when nothing can be had from the update's source.
+    /// Says nothing for a method that there is not.
+    static void SendNotStarted(const ServiceContext& service, std::span<const std::uint8_t> request);
+
 private:
     using Version = QENFx::Common::Version;
 
     /// How a method's fetching ended: with images to write, or with nothing left to do.
     enum class Fetched { kImages, kNothing };
+
+    /// A source of updates.
+    struct Method {
+        std::uint8_t number;         ///< by which ZELApp requests it
+        const char* line;            ///< for the log
+        const char* historyName;     ///< in the update history
+        UpdateError nothingToBeHad;  ///< as which it fails that its source has nothing
+        Fetched (CUpdate::*fetch)();
+    };
+
+    /// Null when there is none that the request names.
+    static const Method* FindMethod(std::span<const std::uint8_t> request);
 
     // Run
     [[nodiscard]] Fetched UpdateByUSB();
@@ -53,7 +69,7 @@ private:
     [[nodiscard]] Fetched UpdateByPC();
     [[nodiscard]] Fetched UpdateByInternet();
     [[nodiscard]] Fetched UpdateFromPC();
-    void UpdateQCMaterial();
+    [[nodiscard]] Fetched UpdateQCMaterial();
     [[nodiscard]] int WriteUpdate();
     void RecordHistory();
 
@@ -174,12 +190,11 @@ private:
     QENFx::Log::FileLog* log_;
     CDeviceInfo& device_;
     ImageInfos& images_;
-    std::uint8_t requestMode_ = 0;
-    std::uint8_t method_ = 0;
+    const std::uint8_t requestMode_;
+    const Method* const method_;
     const DeviceStatus savedStatus_;
     PackageVersions package_;
     std::chrono::steady_clock::time_point start_;
-    std::string methodText_;          ///< how the history names the method
     std::shared_ptr<IPCSession> pc_;  ///< the session that is asked for the images
 };
 

@@ -50,7 +50,7 @@ int CUpdateCommand::ProcessUpdateStart(CUDSMsg& message) {
         const std::unique_ptr<WorkException> exception(thrown);
         log_->WriteError("%s Exception: %s", kTag, exception->GetMessage());
     }
-    SendUpdateNotStarted(service_, request.size() > 1 ? request[1] : std::uint8_t{0});
+    CUpdate::SendNotStarted(service_, request);
     return -1;
 }
 

@@ -85,24 +85,6 @@ void SendUpdateImpossible(const ServiceContext& service, const std::shared_ptr<I
     }
 }
 
-void SendUpdateNotStarted(const ServiceContext& service, std::uint8_t method) {
-    switch (method) {
-        case kByUSB:
-            SendUpdateStatus(service, MakeUpdateError(kErrorUSBFiles));
-            break;
-        case kByPC:
-        case kFromPC:
-            SendUpdateStatus(service, MakeUpdateError(kErrorPC));
-            break;
-        case kByInternet:
-        case kQCMaterial:
-            SendUpdateStatus(service, MakeUpdateError(kErrorServer));
-            break;
-        default:
-            break;
-    }
-}
-
 bool IsForeign(const ServiceContext& service, const std::shared_ptr<IPCSession>& session, const char* tag) {
     const auto current = service.device.GetSession();
     if (current == nullptr || current == session) {

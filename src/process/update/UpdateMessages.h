@@ -12,15 +12,6 @@
 /// The messages of an update to ZELApp and to the PC, and how they are sent.
 namespace RMUP::Process {
 
-/// The sources of an update, as ZELApp names them.
-enum UpdateMethod : std::uint8_t {
-    kByUSB = 1,
-    kByPC = 2,
-    kByInternet = 3,
-    kFromPC = 4,
-    kQCMaterial = 6,
-};
-
 /// The first byte of an update status to ZELApp.
 enum UpdateStatusKind : std::uint8_t {
     kNothingToUpdate = 1,  ///< alone
@@ -63,10 +54,6 @@ bool SendToPC(const ServiceContext& service, const std::shared_ptr<IPCSession>& 
 
 /// Tells the PC that its update is not possible.
 void SendUpdateImpossible(const ServiceContext& service, const std::shared_ptr<IPCSession>& session);
-
-/// Tells ZELApp that an update of this method could not even begin: as when nothing can be had from its source. Says
-/// nothing for a method that there is not.
-void SendUpdateNotStarted(const ServiceContext& service, std::uint8_t method);
 
 /// Whether another session than this is the current one, which then has updates to itself. Logs it, under the tag of
 /// who asks.
