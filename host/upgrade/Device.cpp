@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <sstream>
 #include <system_error>
@@ -21,7 +22,6 @@ constexpr std::size_t kMaxFileSize = 1024 * 1024;
 Device::Device(const std::vector<std::string>& call) {
     const char* named = std::getenv("ZEL_DEVICE_DIR");
     directory_ = std::filesystem::absolute(named != nullptr && *named != '\0' ? named : "/data/device");
-    std::filesystem::create_directories(directory_);
 
     std::string line;
     for (const std::string& word : call) {
@@ -30,15 +30,30 @@ Device::Device(const std::vector<std::string>& call) {
     std::replace_if(
         line.begin(), line.end(), [](unsigned char c) { return c < ' '; }, '?');
     line += '\n';
-    const FileDescriptor log(::open(Path("calls.log").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
+    const FileDescriptor log(OpenToWrite(Path("calls.log"), O_APPEND));
     // One write, so that the lines of several threads do not mix.
     if (!log || ::write(log.get(), line.data(), line.size()) != static_cast<ssize_t>(line.size())) {
         throw std::system_error(errno, std::generic_category(), Path("calls.log"));
     }
 }
 
+int Device::OpenToWrite(const std::filesystem::path& path, int flags) const {
+    const auto open = [&] { return ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | flags, 0644); };
+    const int file = open();
+    if (file >= 0 || errno != ENOENT) {
+        return file;
+    }
+    // Only once in a device's life is there no directory yet.
+    std::filesystem::create_directories(path.parent_path());
+    return open();
+}
+
 std::optional<std::string> Device::Value(const char* file, std::string_view name) const {
-    for (const std::string& line : Lines(file)) {
+    return ValueIn(Lines(file), name);
+}
+
+std::optional<std::string> ValueIn(const std::vector<std::string>& lines, std::string_view name) {
+    for (const std::string& line : lines) {
         if (line.size() > name.size() && line.starts_with(name) && line[name.size()] == '=') {
             return line.substr(name.size() + 1);
         }

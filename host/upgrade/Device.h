@@ -23,15 +23,22 @@ public:
     /// Whether the file has exactly this line.
     bool HasLine(const char* file, std::string_view line) const;
 
-    /// Replaces one of the device's files as a whole.
-    void Replace(const char* file, std::string_view content) const;
-
-private:
     /// The lines of the file without trailing blanks; none when it is missing.
     std::vector<std::string> Lines(const char* file) const;
 
+    /// Replaces one of the device's files as a whole.
+    void Replace(const char* file, std::string_view content) const;
+
+    /// Opens one of the device's files for writing, and makes it and its directory when missing. Returns a descriptor,
+    /// or -1 with errno.
+    int OpenToWrite(const std::filesystem::path& path, int flags) const;
+
+private:
     std::filesystem::path directory_;
 };
+
+/// The value of the first `name=value` among the lines.
+std::optional<std::string> ValueIn(const std::vector<std::string>& lines, std::string_view name);
 
 /// The names of the images in versions.cfg, by image id.
 inline constexpr const char* kImageNames[] = {"BOOT", "KERNEL", "ROOTFS", "APP", "QTE", "DSP", "XML", "SYS"};

@@ -1,5 +1,6 @@
 #include <fcntl.h>
 
+#include <algorithm>
 #include <charconv>
 #include <chrono>
 #include <climits>
@@ -16,8 +17,8 @@ namespace {
 
 constexpr int kSwitched = 100;
 
-std::chrono::milliseconds WriteDelay(const Device& device) {
-    const std::string text = device.Value("faults.cfg", "upImgWrite.delay_ms").value_or("0");
+std::chrono::milliseconds WriteDelay(const std::vector<std::string>& faults) {
+    const std::string text = ValueIn(faults, "upImgWrite.delay_ms").value_or("0");
     unsigned delay = 0;
     std::from_chars(text.data(), text.data() + text.size(), delay);
     return std::chrono::milliseconds(delay);
@@ -25,15 +26,17 @@ std::chrono::milliseconds WriteDelay(const Device& device) {
 
 int WriteBlock(const Device& device, int id, std::string_view block, unsigned offset) {
     const std::string image = std::to_string(id);
-    std::this_thread::sleep_for(WriteDelay(device));
-    if (device.HasLine("faults.cfg", "upImgWrite." + image + "=fail@" + std::to_string(offset))) {
-        return -1;
+    if (const auto faults = device.Lines("faults.cfg"); !faults.empty()) {
+        std::this_thread::sleep_for(WriteDelay(faults));
+        const std::string fault = "upImgWrite." + image + "=fail@" + std::to_string(offset);
+        if (std::find(faults.begin(), faults.end(), fault) != faults.end()) {
+            return -1;
+        }
     }
     const std::filesystem::path path = device.Path("images") / (image + ".img");
-    std::filesystem::create_directories(path.parent_path());
     // An image is written from its beginning; what a longer one left there before is not part of it.
     const int fresh = offset == 0 ? O_TRUNC : 0;
-    const FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | fresh, 0644));
+    const FileDescriptor file(device.OpenToWrite(path, fresh));
     if (!file) {
         return -1;
     }

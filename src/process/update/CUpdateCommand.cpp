@@ -14,6 +14,7 @@
 
 using QENFx::Common::Version;
 using QENFx::Service::WorkException;
+
 using namespace RMUP::Process;
 
 namespace {

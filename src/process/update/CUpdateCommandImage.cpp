@@ -9,6 +9,7 @@
 #include "process/update/UpdateFile.h"
 #include "process/update/UpdateMessages.h"
 #include "wire/PCCommand.h"
+
 using namespace RMUP::Process;
 
 namespace {
