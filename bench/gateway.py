@@ -7,13 +7,14 @@ import signal
 import socket
 import sqlite3
 import urllib.parse
+from contextlib import suppress
 from http.client import HTTPConnection, HTTPResponse
 from pathlib import Path
 from typing import Any
 
 from bench.daemon import RUNNERS, wait_until
 from bench.machine import Process, build_folder, preset
-from bench.sandbox import PC_ADDRESS, Sandbox
+from bench.sandbox import ANALYZER_ADDRESS, ENGINE, PC_ADDRESS, Sandbox, lab_address
 
 ZELPC = str(build_folder() / "bin/zelpc")
 WEB_PORT, LIS_PORT = 9080, 2575
@@ -29,7 +30,7 @@ min_free_mb = 0
 address = "{pc}"
 [scan]
 enabled = {scan}
-targets = ["192.168.40.255"]
+targets = ["{target}"]
 every_s = 5
 password_file = "{state}/password"
 [web]
@@ -72,16 +73,20 @@ class SandboxHttp(HTTPConnection):
 
 
 class Gateway:
+    _listener: socket.socket | None = None
+
     def __init__(self, sandbox: Sandbox, password: str, destinations: str = MLLP + FILES, more: str = "",
                  scan: bool = True, name: str = "gateway", store: str | None = None, program: str = ZELPC):
+        self.stop_listening()
         self.sandbox, self.program = sandbox, program
         self.state = sandbox.root / name
         self.state.mkdir()
         self.config = self.state / "gateway.toml"
         (self.state / "password").write_text(password + "\n")
         (self.state / "token").write_text(TOKEN + "\n")
-        text = (CONFIG + destinations).format(state=self.state, store=store or self.state / "store.db", pc=PC_ADDRESS,
-                                              scan=str(scan).lower(), host=PC_ADDRESS, port=LIS_PORT)
+        target = lab_address(255) if ENGINE.OWN_NETWORK else ANALYZER_ADDRESS  # loopback has no broadcast
+        text = (CONFIG + destinations).format(target=target, state=self.state, store=store or self.state / "store.db",
+                                              pc=PC_ADDRESS, scan=str(scan).lower(), host=PC_ADDRESS, port=LIS_PORT)
         self.config.write_text(text + more)
         self._process: Process | None = None
 
@@ -111,7 +116,18 @@ class Gateway:
 
     def listen(self) -> socket.socket:
         """Where the LIS of the configuration listens."""
-        return self.sandbox.socket(socket.SOCK_STREAM, (PC_ADDRESS, LIS_PORT), 5)
+        self.stop_listening()
+        Gateway._listener = self.sandbox.socket(socket.SOCK_STREAM, (PC_ADDRESS, LIS_PORT), 5)
+        return Gateway._listener
+
+    @classmethod
+    def stop_listening(cls) -> None:
+        """Without namespaces the port is the machine's, and the LIS of an earlier gateway may still have it."""
+        if cls._listener:
+            with suppress(OSError):
+                cls._listener.shutdown(socket.SHUT_RDWR)
+            cls._listener.close()
+            cls._listener = None
 
     def files(self) -> list[Path]:
         return sorted((self.state / "results").glob("[!.]*"))

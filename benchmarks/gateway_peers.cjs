@@ -22,25 +22,30 @@ function tell(start) {
     console.log(JSON.stringify({ seconds: Number(process.hrtime.bigint() - start) / 1e9 }));
 }
 
+// Counts from its start on: messages may come before it is told how many are wanted.
 function receive() {
     let start;
     let taken = 0;
     let wanted = 0;
+    const settle = () => {
+        if (wanted > 0 && taken >= wanted) {
+            tell(start);
+            taken = wanted = 0;
+        }
+    };
     const app = hl7.tcp();
     app.use((request, response) => {
         start = taken === 0 ? process.hrtime.bigint() : start;
         response.end();
         taken += 1;
-        if (taken === wanted) {
-            tell(start);
-        }
+        settle();
     });
     // A connection that a client closes at once is no news.
     app.use((error, request, response, next) => next);
     app.start(Number(port));
     obey((count) => {
-        taken = 0;
         wanted = count;
+        settle();
     });
 }
 

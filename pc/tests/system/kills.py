@@ -170,6 +170,8 @@ def run(who: str, kills: int, analyzers: list[Analyzer], results: int, seed: int
     for operator in operators:
         operator.join()
         if operator.error:
+            daemon = operator.analyzer.daemon
+            print(f"{daemon.log()[-3000:]}\nthe daemon's status: {daemon.status}\n{daemon.stderr()}")
             raise operator.error
     count.results = sum(operator.sent for operator in operators)
     count.tries = sum(operator.tries for operator in operators)

@@ -53,6 +53,7 @@ def test_receivers_of_others_take_every_result(name: str, text: str, analyzer: A
             install()
         except NoPackages as error:
             pytest.skip(str(error))
+    Gateway.stop_listening()
     told = analyzer.sandbox.root / "told"
     with open(told, "wb") as output:
         analyzer.sandbox.pc.spawn(["sh", "-c", f"(echo count {len(SENT)}; sleep 900) | {' '.join(RECEIVERS[name])} "

@@ -37,8 +37,9 @@ def test_finding_registering_and_leaving(analyzer: Analyzer, make_pc: Callable[.
     where = [] if ENGINE.OWN_NETWORK else ["--to", HOST]
     assert run(sandbox, "scan", "--seconds", "1", "--json", *where).events("analyzer", **free), "by broadcast"
     assert f"{SERIAL}      N62       {HOST:17}free" in run(sandbox, "scan", "--to", HOST, "--seconds", "1").output()
-    assert "no analyzer answers" in run(sandbox, "scan", "--to", NOBODY, "--seconds", "0.2", status=3).errors()
-    run(sandbox, "info", NOBODY, status=3)
+    if ENGINE.OWN_NETWORK:  # on loopback every address is the analyzer's
+        assert "no analyzer answers" in run(sandbox, "scan", "--to", NOBODY, "--seconds", "0.2", status=3).errors()
+        run(sandbox, "info", NOBODY, status=3)
 
     wrong = run(sandbox, "register", HOST, env={"ZELPC_PASSWORD": "wrong"}, status=4)
     assert "the administrator password is not correct" in wrong.errors()
