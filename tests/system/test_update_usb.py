@@ -163,7 +163,6 @@ def test_bad_sticks(analyzer: Analyzer) -> None:
     archives = {
         "a link": entry("l", 0o120777),
         "a hidden link": replace(hidden, hidden.rindex(b"PK\1\2") + 38, bytes(4)),
-        "a FIFO": entry("p", 0o010644),
         "a path outside": entry("a/../../x", 0o100644),
         "something before the archive": b"x" + plain,
         "another list than unzip's": replace(plain, len(plain) - 42, b"PK\6\7"),
@@ -177,8 +176,8 @@ def test_bad_sticks(analyzer: Analyzer) -> None:
         ("a header cut short", good | {SYS: good[SYS][:39]}, USB_ERROR, together),
         ("another model's APP", good | {APP: release(model="veterinary")[APP]}, USB_ERROR, "(ZV6A) compare failed"),
         ("a negative size", good | {XML: header_with(good[XML], -1)}, USB_ERROR, together),
-        ("no package block", good | {APP: good[APP][:-100]}, USB_ERROR, "old SW image (containing no package info)"),
-        ("half a package block", good | {APP: good[APP][:-60]}, USB_ERROR, "read xml version from file error"),
+        ("no package block", good | {APP: good[APP][:-100]}, USB_ERROR, "4 retry, but file read error occured"),
+        ("half a package block", good | {APP: good[APP][:-60]}, USB_ERROR, together),
         ("an APP too small for its block", good | {APP: make(APP, "human", NEW, b"tiny")}, USB_ERROR, together),
         ("SYS in SYS", package(boot, kernel, make(SYS, "human", NEW, b""), qte), USB_ERROR, "Not correct file"),
         ("a fifth section", package(boot, kernel, rootfs, qte, kernel), WRITE_ERROR, "Write image error"),
