@@ -44,7 +44,8 @@ std::string_view Credentials(std::string_view authorization, std::string_view sc
 std::string Password(std::string_view authorization) {
     namespace base64 = boost::beast::detail::base64;
     const std::string_view encoded = Credentials(authorization, "Basic ");
-    std::string decoded(base64::decoded_size(encoded.size()), '\0');
+    // The size is told for whole groups of four, but what is left over is decoded, too.
+    std::string decoded(base64::decoded_size(encoded.size() + 3), '\0');
     decoded.resize(base64::decode(decoded.data(), encoded.data(), encoded.size()).first);
     const std::size_t colon = decoded.find(':');
     return colon == decoded.npos ? std::string() : decoded.substr(colon + 1);

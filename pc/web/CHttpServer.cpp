@@ -8,7 +8,6 @@
 #include <boost/asio/strand.hpp>
 #include <boost/asio/use_awaitable.hpp>
 #include <boost/asio/write.hpp>
-#include <boost/beast/http/parser.hpp>
 #include <boost/beast/http/read.hpp>
 #include <boost/beast/http/write.hpp>
 
@@ -21,9 +20,6 @@ namespace http = boost::beast::http;
 
 constexpr auto kAsTuple = asio::as_tuple(asio::use_awaitable);
 constexpr auto kPatience = std::chrono::seconds(30);
-constexpr std::uint32_t kLongestHeader = 8 * 1024;
-constexpr std::uint64_t kLongestBody = 64 * 1024;
-constexpr char kForm[] = "application/x-www-form-urlencoded";
 
 /// Nothing is loaded from elsewhere, and no other page can frame this one or send its forms.
 constexpr std::pair<const char*, const char*> kHeaders[] = {
@@ -34,30 +30,6 @@ constexpr std::pair<const char*, const char*> kHeaders[] = {
     {"Referrer-Policy", "same-origin"},
     {"Cache-Control", "no-store"},
 };
-
-std::string Header(const http::request<http::string_body>& request, std::string_view name) {
-    const auto value = request[beast::string_view(name.data(), name.size())];
-    return {value.data(), value.size()};
-}
-
-WebRequest ToWebRequest(http::request<http::string_body>& request) {
-    WebRequest web;
-    web.method = std::string(request.method_string());
-    const std::string target(request.target());
-    const std::size_t query = std::min(target.find('?'), target.size());
-    web.path = PercentDecode(target.substr(0, query), false);
-    web.query = ParseFields(std::string_view(target).substr(std::min(query + 1, target.size())));
-    web.host = Header(request, "Host");
-    web.origin = Header(request, "Origin");
-    web.fetchSite = Header(request, "Sec-Fetch-Site");
-    web.authorization = Header(request, "Authorization");
-    web.contentType = Header(request, "Content-Type");
-    web.body = std::move(request.body());
-    if (web.contentType.starts_with(kForm)) {
-        web.form = ParseFields(web.body);
-    }
-    return web;
-}
 
 }  // namespace
 
@@ -126,21 +98,20 @@ asio::awaitable<void> CHttpServer::Serve(std::shared_ptr<Stream> stream) {
 
 /// One request and its answer; false when the connection is at its end.
 asio::awaitable<bool> CHttpServer::ServeOne(Stream& stream, beast::flat_buffer& buffer) {
-    http::request_parser<http::string_body> parser;
-    parser.header_limit(kLongestHeader);
-    parser.body_limit(kLongestBody);
+    HttpRequestParser parser;
+    LimitRequest(parser);
     stream.expires_after(kPatience);
     const auto [error, size] = co_await http::async_read(stream, buffer, parser, kAsTuple);
     if (error) {
         if (error == http::error::header_limit || error == http::error::body_limit ||
             error.category() == http::make_error_code(http::error::bad_method).category()) {
-            Response refusal = MakeResponse(WebResponse::Text(400, "this request cannot be read\n"), Request{});
+            Response refusal = MakeResponse(WebResponse::Text(400, "this request cannot be read\n"), HttpRequest{});
             refusal.keep_alive(false);
             co_await http::async_write(stream, refusal, kAsTuple);
         }
         co_return false;
     }
-    Request& request = parser.get();
+    HttpRequest& request = parser.get();
     WebRequest web = ToWebRequest(request);
     const WebResponse answer = co_await routes_.Handle(access_, web);
     if (answer.eventStream) {
@@ -153,7 +124,7 @@ asio::awaitable<bool> CHttpServer::ServeOne(Stream& stream, beast::flat_buffer& 
     co_return response.keep_alive();
 }
 
-CHttpServer::Response CHttpServer::MakeResponse(const WebResponse& answer, const Request& request) {
+CHttpServer::Response CHttpServer::MakeResponse(const WebResponse& answer, const HttpRequest& request) {
     Response response(static_cast<http::status>(answer.status), request.version());
     for (const auto& [name, value] : kHeaders) {
         response.set(name, value);

@@ -14,6 +14,7 @@
 #include "web/CAccess.h"
 #include "web/CEventHub.h"
 #include "web/CRoutes.h"
+#include "web/HttpRequest.h"
 
 namespace ZELPC {
 
@@ -30,7 +31,6 @@ public:
     asio::ip::tcp::endpoint Endpoint() const { return endpoint_; }
 
 private:
-    using Request = boost::beast::http::request<boost::beast::http::string_body>;
     using Response = boost::beast::http::response<boost::beast::http::string_body>;
     using Stream = boost::beast::tcp_stream;
 
@@ -40,7 +40,7 @@ private:
     asio::awaitable<void> Serve(std::shared_ptr<Stream> stream);
     asio::awaitable<bool> ServeOne(Stream& stream, boost::beast::flat_buffer& buffer);
     asio::awaitable<void> StreamEvents(Stream& stream);
-    static Response MakeResponse(const WebResponse& answer, const Request& request);
+    static Response MakeResponse(const WebResponse& answer, const HttpRequest& request);
     void Forget(const std::shared_ptr<Stream>& stream);
 
     asio::io_context& context_;
