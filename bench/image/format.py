@@ -106,7 +106,7 @@ def make_sys(model: str, version: str, sections: list[bytes]) -> bytes:
 
 def image_of(data: bytes) -> tuple[int, str] | None:
     """The image and the model that the magic at the front of an update file stands for."""
-    kinds = {magic(image, model).encode(): (image, model) for model in MODELS for image in range(8)}
+    kinds = {magic(image, model).encode(): (image, model) for model in MODELS for image in range(len(IMAGES))}
     return kinds.get(data[:4])
 
 

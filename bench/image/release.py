@@ -24,7 +24,7 @@ def make_release(model: str, version: str, payloads: dict[int, bytes],
 
     An APP payload that already ends with a package-version block is taken as it is.
     """
-    version_of = {image: version for image in range(8)} | (versions or {})
+    version_of = {image: version for image in range(len(IMAGES))} | (versions or {})
     files = {image: make(image, model, version_of[image], payloads[image])
              for image in (DSP, XML, SYS) if image in payloads}
     if APP in payloads:
@@ -65,7 +65,7 @@ class Build:
     def add_directory(self, directory: Path) -> None:
         """Takes what a directory holds by its name: payloads, update files, and a list of versions."""
         before = len(self._payloads)
-        for image in range(8):
+        for image in range(len(IMAGES)):
             for name in (PAYLOAD_NAMES[image], file_name(image, self.model)):
                 if (directory / name).exists():
                     self.add(image, directory / name)
