@@ -31,6 +31,9 @@ class Message:
     def text(self) -> str:
         return self.path.read_bytes().decode()
 
+    def size(self) -> int:
+        return len(self.path.read_bytes())
+
 
 @contextlib.contextmanager
 def open_message(_quick: bool) -> Iterator[Message]:
@@ -80,7 +83,7 @@ def library(name: str) -> Callable[[Message], float]:
 def row(measure: str, benchmark: str, what: str, goal: Goal) -> Row:
     peers = {package: npm(package, measure) for package in ("simple-hl7", "@medplum/core")}
     return Row(measure, what, SECONDS, library(f"{benchmark}/30"), peers | {"python-hl7": python_hl7(measure)}, goal,
-               turns=5)
+               turns=5, moved=Message.size)
 
 
 def by_analytes(_message: Message, count: int) -> dict[str, list[float]]:
@@ -93,6 +96,8 @@ GROUP = Group(
     [row("encode", "Encode", "HL7: encode a filled result of 30 analytes", faster(10)),
      row("decode", "Decode", "HL7: decode it into the typed tree", faster(10)),
      row("fill", "FillAndEncode", "HL7: fill it from plain values and encode it", faster(6)),
+     Row("decode-limit", "HL7: decode it, beside finding its delimiters and doing nothing else", SECONDS,
+         library("Decode/30"), {"a bare scan in C": library("FindDelimiters/30")}, turns=5, moved=Message.size),
      Row("heap", "HL7: heap of the filled message", BYTES, lambda message: message.heap["filled"],
          goal=at_most(200_000), turns=1),
      Row("heap-empty", "HL7: heap of an empty message", BYTES, lambda message: message.heap["empty"], turns=1)],

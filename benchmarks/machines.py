@@ -124,6 +124,8 @@ def socat(emulated: Emulated) -> float:
 
 EMULATED = Group("arm", open_emulated, [
     Row("arm-encode", "32-bit ARM, emulated: encode a filled result of 30 analytes", SECONDS, library("Encode/30")),
+    Row("arm-decode", "32-bit ARM, emulated: decode it, beside finding its delimiters", SECONDS, library("Decode/30"),
+        {"a bare scan in C": library("FindDelimiters/30")}),
     Row("arm-transfer", "32-bit ARM, emulated: a result of 30 analytes from ZELApp's request to the report", SECONDS,
         of_service(transfers(30))),
     Row("arm-scan", "32-bit ARM, emulated: scan answered, half of them", SECONDS, of_service(p50(ANALYZER_UDP_PORT)),

@@ -58,6 +58,7 @@ class Row:
     parts: Mapping[str, Measure] = field(default_factory=dict)
     floor: str = ""
     turns: int = 7
+    moved: Callable[[Any], int] | None = None  # the bytes that are moved meanwhile, for telling bytes a second
 
 
 @dataclass(frozen=True)
@@ -104,6 +105,7 @@ class Measured:
     goal: Goal | None = None
     floor: str = ""
     failed: str = ""  # why it could not be measured
+    moved: int = 0  # bytes
 
     def spread(self) -> Spread:
         return spread(self.ours)

@@ -117,6 +117,7 @@ class Run:
         result, reason = blank(row), ""
         turns = min(row.turns, QUICK_TURNS) if self._quick else row.turns
         try:
+            result.moved = row.moved(opened) if row.moved else 0
             for turn in range(turns):
                 self._progress.tell(row.key, f"turn {turn + 1} of {turns}")
                 result.ours.append(row.ours(opened))

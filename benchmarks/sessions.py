@@ -1,4 +1,4 @@
-"""What sessions cost while they are idle and while they talk: memory, threads, and how long a scan takes beside them."""
+"""What sessions cost while they are idle and while they talk: memory, threads, and the time of a scan beside them."""
 
 from __future__ import annotations
 

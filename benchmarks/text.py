@@ -58,9 +58,16 @@ def told_ratio(row: Measured) -> str:
     return "" if ratio is None else f"{ratio:.3g} x"
 
 
+def told_rate(row: Measured, seconds: float) -> str:
+    return f"({told(row.moved / seconds, BYTES)}/s)" if row.moved and seconds else ""
+
+
 def peers(row: Measured) -> str:
     others = sorted((spread(values).median, name) for name, values in row.peers.items() if values)
-    text = ", ".join(f"{name} {told(median, row.unit)}" for median, name in others)
+    text = ", ".join(" ".join(filter(None, (name, told(median, row.unit), told_rate(row, median))))
+                     for median, name in others)
+    if row.moved:
+        text = f"ours {told_rate(row, row.spread().median)}{', ' if text else ''}{text}"
     inside = ", ".join(f"{name} {told(spread(values).median, row.unit)}"
                        for name, values in row.parts.items() if values)
     return text + (f"{'; ' if text else ''}of it: {inside}" if inside else "")

@@ -288,17 +288,18 @@ GROUP = Group(
     "update", open_updates,
     [Row("stick", "Copying an image of 192 MiB from the stick", SECONDS, Updates.copying, {"cp": Updates.by_cp},
          faster(0.95), floor="cp has the kernel copy from file to file; the service sees the data, and reports its "
-         "progress on the way."),
+         "progress on the way.", moved=lambda updates: updates.size),
      Row("push", "Receiving a push of 64 MiB from the PC", SECONDS, Updates.push, {"socat": Updates.by_socat},
-         faster(1.5)),
+         faster(1.5), moved=lambda _updates: PUSH_SIZE),
      Row("server", "Receiving an image of 64 MiB from the update server", SECONDS, Updates.from_server,
          {"curl": Updates.by_curl}, faster(1.0), {"its lines in the log": Updates.by_log},
          "A line goes to the log for each 4 KiB received, and each is in the file before the next piece is taken. Such "
-         "lines are part of the service's interface. Their time alone is given beside."),
+         "lines are part of the service's interface. Their time alone is given beside.",
+         moved=lambda _updates: SERVER_SIZE),
      Row("write", "Writing an image of 192 MiB to its partition", SECONDS, Updates.writing,
          {"dd bs=128k": Updates.by_dd}, faster(0.95), {"the device library's stand-in": Updates.by_library},
          "Each block goes through the device library, whose stand-in opens and closes the image and writes a line to a "
-         "file for each call. Its time alone is given beside."),
+         "file for each call. Its time alone is given beside.", moved=lambda updates: updates.size),
      Row("release", "A whole release of 63 MiB from the stick, eight images, from the start request to the end",
          SECONDS, Updates.whole_release, {"cp twice": Updates.by_cp_twice}, faster(0.8), floor="It is a copy to /tmp "
          "and the writing from there, with the floors of stick and write.")],
