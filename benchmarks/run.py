@@ -77,7 +77,8 @@ class Progress:
     def done(self, lines: list[str]) -> None:
         self._done += 1
         cleared = "\r\033[K" if sys.stdout.isatty() else ""
-        print(f"{cleared}[{self._done:2}/{self._total}] {lines[0].strip()}"[:len(cleared) + 79], flush=True)
+        line = f"[{self._done:2}/{self._total}] {lines[0].strip()}"
+        print(cleared + (line if len(line) < 80 else " ".join(line.split())), flush=True)
 
 
 class Run:

@@ -239,6 +239,10 @@ class Updates:
         self.put_on_stick(files)
         return self.update(USB)
 
+    def recording(self) -> float:
+        """What of it comes after the images: the switch of partitions, histories and versions."""
+        return self.logged("[CUpdate::WriteImage] ID(6) unzipped", "[CUpdate::SetNewVersion] ID:7")
+
     def by_cp_twice(self) -> float:
         for path in (COPIES + ".1", COPIES + ".2"):
             shutil.rmtree(self.path(path), ignore_errors=True)
@@ -301,8 +305,10 @@ GROUP = Group(
          "Each block goes through the device library, whose stand-in opens and closes the image and writes a line to a "
          "file for each call. Its time alone is given beside.", moved=lambda updates: updates.size),
      Row("release", "A whole release of 63 MiB from the stick, eight images, from the start request to the end",
-         SECONDS, Updates.whole_release, {"cp twice": Updates.by_cp_twice}, faster(0.8), floor="It is a copy to /tmp "
-         "and the writing from there, with the floors of stick and write.")],
+         SECONDS, Updates.whole_release, {"cp twice": Updates.by_cp_twice}, faster(0.8),
+         {"recording versions and history": Updates.recording}, "It is a copy to /tmp and the writing from there, with "
+         "the floors of stick and write. Then the version and the history of each image are recorded so that they "
+         "outlive a power cut: each waits for the disk, which cp does not.")],
     [Sweep([Curve("push-size", "Receiving a push", SECONDS, "MiB"),
             Curve("push-memory", "Most memory resident during a push", BYTES, "MiB", steady=True),
             Curve("stick-size", "An update from the stick, from the start request to the end", SECONDS, "MiB"),
