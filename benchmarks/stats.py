@@ -52,7 +52,9 @@ def growth(points: Sequence[tuple[float, Sequence[float]]]) -> Growth:
     if max(medians) <= CONSTANT * min(medians) or medians[-1] - medians[0] <= noise:
         return Growth("constant", slope)
     least, most = exponents(sizes, spreads)
-    return Growth("worse than linear" if least > WORSE else "below linear" if most < LESS else "linear", slope)
+    if least > WORSE and steepening(sizes, spreads) > WORSE:
+        return Growth("worse than linear", slope)
+    return Growth("below linear" if most < LESS else "linear", slope)
 
 
 def exponents(sizes: Sequence[float], spreads: Sequence[Spread]) -> tuple[float, float]:
@@ -60,11 +62,19 @@ def exponents(sizes: Sequence[float], spreads: Sequence[Spread]) -> tuple[float,
     the smallest size costs is taken as the fixed cost."""
     first, middle, last = spreads[0], spreads[len(spreads) // 2], spreads[-1]
     power = math.log((sizes[-1] - sizes[0]) / (sizes[len(sizes) // 2] - sizes[0]))
+    return power_of(last.low - first.high, middle.high - first.low, power), \
+        power_of(last.high - first.low, middle.low - first.high, power)
 
-    def exponent(added: float, before: float) -> float:
-        if before <= 0:
-            return math.inf
-        return math.log(added / before) / power if added > 0 else 0
 
-    return exponent(last.low - first.high, middle.high - first.low), \
-        exponent(last.high - first.low, middle.low - first.high)
+def steepening(sizes: Sequence[float], spreads: Sequence[Spread]) -> float:
+    """The least power that fits how much more one more costs between the last two sizes than between the two before. A
+    step somewhere below, as where a memory block gets too large for the heap, leaves it at 1."""
+    (before, middle, last), (low, mid, high) = sizes[-3:], spreads[-3:]
+    power = math.log((last + middle) / (middle + before))
+    return 1 + power_of((high.low - mid.high) / (last - middle), (mid.high - low.low) / (middle - before), power)
+
+
+def power_of(added: float, before: float, power: float) -> float:
+    if before <= 0:
+        return math.inf
+    return math.log(added / before) / power if added > 0 else -math.inf
