@@ -51,3 +51,18 @@ def program(name: str) -> list[str]:
     loader = next(path for each in folders for path in each.glob("ld-linux*"))
     libraries = ":".join(map(str, folders))
     return [str(loader), "--library-path", libraries, str(find(folder, name))]
+
+
+def main() -> None:
+    """Before anything is measured, since it may take minutes."""
+    for architecture in (machine(), "armhf"):
+        if not (FOLDER / architecture / ".packages").exists():
+            print(f"Unpacking rauc, swupdate and socat for {architecture} into build/bench; nothing of them is installed")
+        try:
+            provide(architecture)
+        except MissingPeer as error:
+            print(f"Going on without them: {error}")
+
+
+if __name__ == "__main__":
+    main()
