@@ -59,7 +59,7 @@ apt_install() {
     become_root || return 1
     apt_log=$(mktemp)
     say "Installing from Debian's packages, once, which may take minutes:"
-    say "$*" | sed 's/^/   /'
+    echo "$*" | fold -s -w 76 | sed "s|^|   |"
     apt update || true
     status=0
     apt install -y --no-install-recommends "$@" || {

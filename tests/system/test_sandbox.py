@@ -28,7 +28,7 @@ with Analyzer() as analyzer:
         Analyzer()
     except SandboxError as error:
         print(error)
-sys.exit(demo.main())
+sys.exit(demo.run(demo.STEPS, demo.Console(width=80)))
 """
 
 
