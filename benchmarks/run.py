@@ -99,10 +99,8 @@ class Run:
                     self._row(row, opened)
                 for sweep in sweeps:
                     self._sweep(sweep, opened)
-        except OSError as error:
-            self._not_opened(rows, sweeps, str(error))
-        except RuntimeError as error:
-            self._not_opened(rows, sweeps, str(error))
+        except Exception as error:
+            self._not_opened(rows, sweeps, told_error(error))
 
     def _not_opened(self, rows: list[Row], sweeps: list[Sweep], reason: str) -> None:
         told = {each.key for each in (*self.report.rows, *self.report.curves)}
@@ -124,8 +122,8 @@ class Run:
                 result.ours.append(row.ours(opened))
                 self._others(row.peers, result.peers, opened)
                 self._others(row.parts, result.parts, opened)
-        except (OSError, RuntimeError, AssertionError, ValueError) as error:
-            reason = f"{type(error).__name__}: {error}"
+        except Exception as error:  # whatever it is, the others are still measured
+            reason = told_error(error)
         self._keep(result, reason)
 
     def _others(self, measures: Mapping[str, Callable[[Any], float]], values: dict[str, list[float]],
@@ -146,8 +144,8 @@ class Run:
                 for key, values in sweep.at(opened, size).items():
                     if key in results:
                         results[key].points.append((size, list(values)))
-        except (OSError, RuntimeError, AssertionError, ValueError) as error:
-            reason = f"{type(error).__name__}: {error}"
+        except Exception as error:  # whatever it is, the others are still measured
+            reason = told_error(error)
         for result in results.values():
             self._keep_curve(result, reason)
 
@@ -160,6 +158,10 @@ class Run:
         curve.failed = " ".join(reason.split())
         self.report.curves.append(curve)
         self._progress.done(curve_lines(curve))
+
+
+def told_error(error: Exception) -> str:
+    return f"{type(error).__name__}: {error}"
 
 
 def surroundings(quick: bool) -> dict[str, str]:
@@ -193,16 +195,19 @@ def measure(arguments: argparse.Namespace) -> int:
     os.environ["ZEL_PRESET"] = "release"
     started = time.monotonic()
     run = Run(chosen_keys(arguments.words), arguments.quick)
-    for group in GROUPS:
-        run.group(group)
-    report = run.report
-    report.about["took"] = f"took {time.monotonic() - started:.0f} s"
+    report, interrupted = run.report, False
+    try:
+        for group in GROUPS:
+            run.group(group)
+    except KeyboardInterrupt:
+        interrupted = True
+    report.about["took"] = f"{'interrupted after' if interrupted else 'took'} {time.monotonic() - started:.0f} s"
     for path in filter(None, (LAST, arguments.json)):
         save(report, path)
     show(report)
-    if arguments.markdown:
+    if arguments.markdown and not interrupted:
         put_into_page(report)
-    return 1 if report.missed() else 0
+    return 130 if interrupted else 1 if report.missed() else 0
 
 
 def show(report: Report) -> None:

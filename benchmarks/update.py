@@ -9,6 +9,7 @@ Everything happens in one sandbox, from and to the same file system, over the sa
 from __future__ import annotations
 
 import contextlib
+import functools
 import re
 import shutil
 import socket
@@ -213,7 +214,7 @@ class Updates:
 
     def release(self, sizes: dict[int, int], small: int) -> dict[int, bytes]:
         """The files of a release, whose images have these sizes or the small one."""
-        payloads = sample_payloads(small) | {image: pattern(size, image << 28) for image, size in sizes.items()}
+        payloads = sample_payloads(small) | {image: payload(size, image) for image, size in sizes.items()}
         return make_release(MODEL, self.next_version(), payloads)
 
     def writing(self) -> float:
@@ -265,6 +266,11 @@ def finish(zelapp: ZelApp) -> None:
     while not isinstance(report := zelapp.receive(120), UpdateComplete):
         if isinstance(report, (UpdateFailed, NothingToUpdate)):
             raise RuntimeError(f"the update ended with {report}")
+
+
+@functools.cache
+def payload(size: int, image: int) -> bytes:
+    return pattern(size, image << 28)
 
 
 def log_time(line: str) -> datetime:
