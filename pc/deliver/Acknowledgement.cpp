@@ -69,7 +69,7 @@ std::optional<Acknowledgement> ReadAcknowledgement(std::string_view message) {
 std::string ControlIdOf(std::string_view message) {
     MSH header;
     Decode(header, message);
-    return header.Field<10>().GetValue();
+    return std::string(header.Field<10>().GetValue());
 }
 
 }  // namespace ZELPC

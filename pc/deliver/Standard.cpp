@@ -43,7 +43,7 @@ void Empty(HL7DataType& value) {
 /// "2024-12-31" or "2024-12-31 07:30:00" as HL7 writes it. What is no such date stays as it is.
 void SetDate(HL7DataType& value) {
     constexpr std::string_view kForm = "0000-00-00 00:00:00";
-    const std::string& text = value.GetValue();
+    const std::string_view text = value.GetValue();
     if (text.size() != 10 && text.size() != kForm.size()) {
         return;
     }
@@ -63,7 +63,7 @@ void SetDate(HL7DataType& value) {
 
 /// The analyzer escapes nothing, so a delimiter that arrived inside a value is part of it.
 void Escape(HL7DataType& value) {
-    const std::string& text = value.GetValue();
+    const std::string_view text = value.GetValue();
     if (text.find_first_of("\\&~") == text.npos) {
         return;
     }
@@ -175,8 +175,8 @@ private:
     }
 
     void ChangeObservation(OBX& observation) {
-        const std::string analyte = observation.Field<4>().GetValue();
-        const std::string& value = observation.Field<5>().GetValue();
+        const std::string analyte(observation.Field<4>().GetValue());
+        const std::string_view value = observation.Field<5>().GetValue();
         if (observation.Field<2>().GetValue().empty() && !value.empty()) {
             observation.Field<2>().SetValue(IsNumber(value) ? "NM" : "ST");
         }
@@ -189,7 +189,7 @@ private:
             observation.Field<3>().Component<3>().SetValue(known ? "LN" : "ORVELA");
         }
         // "0-0" of a patient says that ranges are switched off, "-" that none is stored; read as a range, either lies.
-        if (const std::string& range = observation.Field<7>().GetValue();
+        if (const std::string_view range = observation.Field<7>().GetValue();
             range == "-" || (range == "0-0" && !control_)) {
             observation.Field<7>().SetValue("");
         }

@@ -63,19 +63,39 @@ LabValue ReadValue(const ZELHL7::Observation& observation, LabResult& result) {
 }
 
 void ReadPatient(const ZELHL7::COUL_R22Wrap& message, LabResult& result) {
-    std::string familyName;
-    std::string givenName;
-    (void)message.GetPatient(result.patient, familyName, givenName, result.birth, result.sex, result.species,
-                             result.client, result.speciesName);
+    ZELHL7::Patient patient;
+    (void)message.GetPatient(patient);
+    result.patient = Plain(patient.patientId);
+    result.birth = Plain(patient.birthDate);
+    result.sex = Plain(patient.sex);
+    result.client = Plain(patient.clientId);
+    result.species = Plain(patient.speciesCode);
+    result.speciesName = Plain(patient.speciesText);
+}
+
+void ReadContainer(const ZELHL7::COUL_R22Wrap& message, LabResult& result) {
+    ZELHL7::Container container;
+    (void)message.GetContainer(container);
+    result.hemolysis = Plain(container.hemolysisIndex);
+    result.lipemia = Plain(container.lipemiaIndex);
+    result.icterus = Plain(container.icterusIndex);
+    result.reagentVersion = Plain(container.reagentVersion);
+    ZELHL7::Inventory material;
+    (void)message.GetInventory(material);
+    result.materialName = Plain(material.substanceText);
+    result.materialLevel = Plain(material.substanceAltText);
+    result.materialLot = Plain(material.lotNumber);
+    result.materialExpiry = Plain(material.expirationDate);
 }
 
 void ReadOrder(const ZELHL7::COUL_R22Wrap& message, LabResult& result) {
-    std::string placer;
-    std::string provider;
-    (void)message.GetOrder(placer, result.panelSerial, result.panel, provider);
-    (void)message.GetContainer(result.hemolysis, result.lipemia, result.icterus, result.reagentVersion);
-    (void)message.GetInventory(result.materialName, result.materialLevel, result.materialLot, result.materialExpiry);
-    (void)message.GetSubstanceLot(result.lot);
+    ZELHL7::Order order;
+    (void)message.GetOrder(order);
+    result.panelSerial = Plain(order.serviceId);
+    result.panel = Plain(order.serviceText);
+    ZELHL7::SubstanceLot lot;
+    (void)message.GetSubstanceLot(lot);
+    result.lot = Plain(lot.lotNumber);
 }
 
 constexpr std::string_view kHeaderName = "MSH|";
@@ -122,24 +142,19 @@ std::optional<LabResult> ReadLabResult(std::string_view text) {
         return std::nullopt;
     }
     ZELHL7::COUL_R22Wrap message;
-    std::string specimenRole;
-    LabResult result;
+    ZELHL7::Specimen specimen;
     std::string_view rest = text;
-    if (message.Decode(rest) != 1 || message.GetSpecimen(result.specimen, specimenRole) == 0) {
+    if (message.Decode(rest) != 1 || message.GetSpecimen(specimen) == 0) {
         return std::nullopt;
     }
-    result.control = specimenRole == "Q";
+    LabResult result;
+    result.control = specimen.specimenRole == "Q";
+    result.specimen = Plain(specimen.specimenType);
     const Place built = BuildTime(text);
-    result.built = text.substr(built.begin, built.size);
+    result.built = Plain(std::string(text.substr(built.begin, built.size)));
     ReadPatient(message, result);
+    ReadContainer(message, result);
     ReadOrder(message, result);
-    for (std::string* field :
-         {&result.patient, &result.birth, &result.sex, &result.client, &result.species, &result.speciesName,
-          &result.specimen, &result.hemolysis, &result.lipemia, &result.icterus, &result.reagentVersion,
-          &result.panelSerial, &result.panel, &result.lot, &result.materialName, &result.materialLevel,
-          &result.materialLot, &result.materialExpiry, &result.built}) {
-        *field = Plain(*field);
-    }
     ZELHL7::Observation observation;
     for (int i = 0; message.GetObservation(i, observation) != 0; ++i) {
         LabValue value = ReadValue(observation, result);

@@ -5,11 +5,31 @@
 #include <string_view>
 
 #include "hl7/message/Messages.h"
-#include "hl7wrap/SegmentValues.h"
+#include "hl7wrap/Occurrences.h"
+#include "hl7wrap/Subjects.h"
 
 namespace ZELHL7 {
 
+namespace Segment = HL7v251::Segment;
+
+/// Which acknowledgements the sender of a message expects (MSH-15 and MSH-16).
+enum class Acknowledge {
+    kByApplication,  ///< of a message that asks or reports: an accept acknowledgement on error, an answer always
+    kNever,          ///< of an answer
+};
+
+/// Fills a header with the time of now; `profile` is the laboratory profile that the message follows, or empty.
+void FillHeader(Segment::MSH& segment, const MessageHeader& header, Acknowledge acknowledge, std::string_view profile);
+
+/// Whether a header that was read may begin a message whose new header is `own`: where both name a message code, a
+/// trigger event or a structure (MSH-9), it is the same.
+[[nodiscard]] bool IsHeaderOf(const Segment::MSH& own, const Segment::MSH& read);
+
 /// What the wrappers have in common: one message, its header and its text.
+///
+/// Setters make the first occurrence of what they reach when it is absent and always write into that one; getters
+/// return 0 and leave their outputs alone when it is absent, else 1. Values are written as they stand: none may hold a
+/// delimiter of the encoding.
 template <class Message>
 class CLabMessageWrap {
 public:
@@ -19,11 +39,7 @@ public:
     CLabMessageWrap& operator=(const CLabMessageWrap&) = delete;
 
     /// Returns 1: every message has a header.
-    int GetHeader(std::string& sendingApplication, std::string& sendingFacility, std::string& receivingApplication,
-                  std::string& receivingFacility, std::string& messageControlId) const {
-        return ReadHeader(Header(), sendingApplication, sendingFacility, receivingApplication, receivingFacility,
-                          messageControlId);
-    }
+    int GetHeader(MessageHeader& header) const { return Read(&Header(), header); }
 
     /// Replaces `out` by the encoded message.
     void GetMessageText(std::string& out) const {
@@ -46,23 +62,27 @@ public:
         return message_->DecodeFrom(text);
     }
 
-    /// MSH-9 as it was read or set: the message code, the trigger event and the structure, for example "OUL", "R22" and
-    /// "OUL_R22". Returns 1: every message has a header.
-    int GetMessageType(std::string& code, std::string& triggerEvent, std::string& structure) const {
-        return ReadMessageType(Header(), code, triggerEvent, structure);
-    }
+    /// MSH-9 as it was read or set. Returns 1: every message has a header.
+    int GetMessageType(MessageType& type) const { return Read(&Header(), type); }
 
     /// MSH-12.1, the version of HL7. Returns 1: every message has a header.
     int GetVersion(std::string& version) const {
-        version = Header().template Field<12>().template Component<1>().GetValue();
+        version = ValueAt<12, 1>(Header()).GetValue();
         return 1;
     }
 
 protected:
     CLabMessageWrap() = default;
 
-    Message& Content() { return *message_; }
-    const Message& Content() const { return *message_; }
+    /// The segment or group at the end of the path, as MakeFirst and FindFirst go.
+    template <class... Path>
+    auto& Make() {
+        return MakeFirst<Path...>(*message_);
+    }
+    template <class... Path>
+    const auto* Find() const {
+        return FindFirst<Path...>(*message_);
+    }
     Segment::MSH& Header() { return message_->template Child<Segment::MSH>(); }
     const Segment::MSH& Header() const { return message_->template Child<Segment::MSH>(); }
 

@@ -1,43 +1,41 @@
 #pragma once
 
-#include <string>
-#include <string_view>
-
 #include "hl7wrap/CLabAnswerWrap.h"
 
 namespace ZELHL7 {
 
-/// The tabular answer to a query, RTB^K13: a table of one column. The common manner of the wrappers is described at
-/// COUL_R22Wrap.
+/// The tabular answer to a query, RTB^K13: a table of one column.
 class CRTB_K13Wrap : public CLabAnswerWrap<HL7v251::Message::RTB_K13> {
 public:
-    void SetHeader(std::string_view sendingApplication, std::string_view sendingFacility,
-                   std::string_view receivingApplication, std::string_view receivingFacility,
-                   std::string_view messageControlId);
+    void SetHeader(const MessageHeader& header) { FillHeader(Header(), header, Acknowledge::kNever, ""); }
 
-    /// QAK-1 (the tag of the query), QAK-2 ("OK" found, "NF" nothing found, "AE" error), QAK-4 (rows found), QAK-5
-    /// (rows in this answer) and QAK-6 (rows that remain).
-    void SetQueryStatus(std::string_view queryTag, std::string_view status, std::string_view rowsFound,
-                        std::string_view rowsHere, std::string_view rowsRemaining);
+    void SetQueryStatus(const QueryStatus& status) { Fill(Make<Segment::QAK>(), status); }
     /// Returns 1: every message of this kind has this segment.
-    int GetQueryStatus(std::string& queryTag, std::string& status, std::string& rowsFound, std::string& rowsHere,
-                       std::string& rowsRemaining) const;
+    int GetQueryStatus(QueryStatus& status) const { return Read(Find<Segment::QAK>(), status); }
 
-    /// QPD-1.1, QPD-1.2, QPD-2 (the tag that pairs question and answer) and QPD-3, repeated from the
-    /// query.
-    void SetQuery(std::string_view nameCode, std::string_view nameText, std::string_view queryTag,
-                  std::string_view parameter);
+    /// The query, repeated.
+    void SetQuery(const Query& query) { Fill(Make<Segment::QPD>(), query); }
     /// Returns 1: every message of this kind has a query.
-    int GetQuery(std::string& nameCode, std::string& nameText, std::string& queryTag, std::string& parameter) const;
+    int GetQuery(Query& query) const { return Read(Find<Segment::QPD>(), query); }
 
-    /// RDF-2: the name, data type and maximum width of the one column.
-    void SetColumn(std::string_view name, std::string_view dataType, std::string_view maximumWidth);
-    int GetColumn(std::string& name, std::string& dataType, std::string& maximumWidth) const;
+    void SetColumn(const Column& column) { Fill(Make<Table, Segment::RDF>(), column); }
+    int GetColumn(Column& column) const { return Read(Find<Table, Segment::RDF>(), column); }
 
     /// Appends a row.
-    void AddRow(std::string_view value);
+    void AddRow(std::string_view value) { Appended(Make<Table>().Child<Segment::RDT>()).Field<1>().SetValue(value); }
     /// Reads the row at `index`, counted from 0.
-    int GetRow(int index, std::string& value) const;
+    int GetRow(int index, std::string& value) const {
+        const auto* table = Find<Table>();
+        const auto* row = table != nullptr ? table->Child<Segment::RDT>().GetAt(index) : nullptr;
+        if (row == nullptr) {
+            return 0;
+        }
+        value = row->Field<1>().GetValue();
+        return 1;
+    }
+
+private:
+    using Table = Segment::G_RTB_K13_ROW_DEFINITION;
 };
 
 }  // namespace ZELHL7

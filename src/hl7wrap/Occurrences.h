@@ -43,4 +43,11 @@ const auto* FindFirst(const Node& node) {
     }
 }
 
+/// A new occurrence at the end.
+template <class Occurrences>
+auto& Appended(Occurrences& occurrences) {
+    occurrences.Append();
+    return *occurrences.GetAt(occurrences.Count() - 1);
+}
+
 }  // namespace ZELHL7

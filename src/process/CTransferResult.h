@@ -27,10 +27,6 @@ public:
     /// Loads a result and builds its message. Returns 0, or -1 with an empty text when the tables cannot be read.
     [[nodiscard]] int SetHL7ResultPacket(int kind, const std::string& key, std::string& hl7Text);
 
-    /// The digits of a date "YYYY-MM-DD..." (mode 1) or of a date and time "YYYY-MM-DD hh:mm:ss" (mode 2, as far as the
-    /// text goes); empty for any other mode and for a text that is too short.
-    static std::string ConvertDate(const std::string& text, int mode);
-
 private:
     [[nodiscard]] bool Send(const std::string& hl7Text);
     void MarkAsSent(int kind, const std::string& key);

@@ -6,6 +6,7 @@
 #include <tuple>
 
 #include "hl7/base/HL7Object.h"
+#include "hl7/base/HL7PartStore.h"
 
 namespace HL7v251::Base {
 
@@ -36,6 +37,16 @@ public:
     template <class Element>
     const auto& Get() const {
         return std::get<IndexOf<Element>()>(children_);
+    }
+
+    /// Makes what is below the children live in `store`.
+    void LiveIn(HL7PartStore& store) {
+        const auto live = [&](auto& child) {
+            if constexpr (requires { child.LiveIn(store); }) {
+                child.LiveIn(store);
+            }
+        };
+        std::apply([&](Types&... child) { (live(child), ...); }, children_);
     }
 
     std::array<HL7Object*, sizeof...(Types)> List() {

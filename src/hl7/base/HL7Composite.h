@@ -13,7 +13,7 @@ public:
     using HL7PartOwner::HL7PartOwner;
 
     /// Components joined by the separator; separators at the end are removed.
-    void Write(HL7Writer& out) const override;
+    void Write(HL7Writer& out) const final;
     /// Components beyond the supplied pieces keep their values; pieces beyond the components stay in the text.
     int Read(HL7Reader& in) override;
 
@@ -23,23 +23,6 @@ public:
 private:
     char separator_ = kComponentSeparator;
 };
-
-/// Makes a part of type T: a field, or a component when `kComponent`.
-template <class T, bool kComponent>
-HL7Object* MakePart(HL7PartStore& store, std::string_view text, int& result) {
-    static_assert(alignof(T) <= alignof(void*), "what the store aligns for");
-    T* part = ::new (store.Allocate(sizeof(T))) T;
-    if constexpr (std::derived_from<T, HL7Composite>) {
-        part->LiveIn(store);
-        if constexpr (kComponent) {
-            part->UseSubcomponentSeparator();
-        }
-    }
-    HL7Reader in{text, &store};
-    // The type is known here: no need to ask the object for it.
-    result = part->T::Read(in);
-    return part;
-}
 
 /// The composite with components of the given types; positions count from 1.
 template <class... Components>
@@ -51,7 +34,7 @@ public:
 
     template <std::size_t N>
     auto& Component() {
-        return static_cast<PartAt<N, Components...>&>(Make(N - 1));
+        return PartOf<PartAt<N, Components...>, true>(N - 1, kComponents);
     }
 
     template <std::size_t N>
@@ -66,8 +49,9 @@ protected:
 
 private:
     static_assert(kComponents <= kMaxParts);
+    static_assert(((std::derived_from<Components, HL7DataType> || std::derived_from<Components, HL7Composite>)&&...));
     static constexpr HL7PartType kTypes[] = {
-        {&MakePart<Components, true>, std::derived_from<Components, HL7DataType>}...};
+        {&HL7PartOwner::ReadPart<Components, true>, std::derived_from<Components, HL7DataType>}...};
 };
 
 }  // namespace HL7v251::Base

@@ -9,10 +9,6 @@ void HL7Message::WriteChildren(std::span<const HL7Object* const> children, HL7Wr
 }
 
 int HL7Message::ReadChildren(std::span<HL7Object* const> children, HL7Reader& in) {
-    if (store_ == nullptr) {
-        store_ = std::make_unique<HL7PartStore>();
-    }
-    in.store = store_.get();
     for (HL7Object* child : children) {
         if (child->Read(in) == kMalformed) {
             return kMalformed;

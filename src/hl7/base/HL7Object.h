@@ -7,8 +7,6 @@
 
 namespace HL7v251::Base {
 
-class HL7PartStore;
-
 /// Results of decoding, the same for every element.
 enum DecodeResult : int {
     kMalformed = -1,  ///< the element is there but cannot be read
@@ -18,8 +16,8 @@ enum DecodeResult : int {
 
 /// A text that is being read.
 struct HL7Reader {
-    std::string_view text;          ///< what is left of it
-    HL7PartStore* store = nullptr;  ///< where the fields that are read live; null: each segment sees to it itself
+    std::string_view text;  ///< what is left of it
+    bool kept = false;      ///< whether the text lives as long as the values that are read from it
 };
 
 /// The root of everything that can write itself as HL7 text and read itself from it. All text is a string of 8-bit

@@ -1,16 +1,15 @@
 #include "hl7/base/HL7Occurrences.h"
 
-#include <utility>
+#include <algorithm>
+#include <bit>
 
 #include "hl7/base/HL7ParsingError.h"
 
 namespace HL7v251::Base {
 
 void HL7OccurrenceList::Write(HL7Writer& out) const {
-    if (elements_ != nullptr) {
-        for (const auto& element : *elements_) {
-            element->Write(out);
-        }
+    for (const HL7Object* element : Items()) {
+        element->Write(out);
     }
 }
 
@@ -45,10 +44,10 @@ int HL7OccurrenceList::ReadOne(HL7Reader& in) {
     if (!type.begins(in.text)) {
         return kAbsent;
     }
-    std::unique_ptr<HL7Object> element = type.make();
-    const int result = element->Read(in);
+    HL7Object& element = type.make(Store());
+    const int result = element.Read(in);
     if (result == kDecoded) {
-        Keep(std::move(element));
+        Keep(element);
     }
     return result;
 }
@@ -59,11 +58,14 @@ int HL7OccurrenceList::Fail(int result) const {
     return result;
 }
 
-void HL7OccurrenceList::Keep(std::unique_ptr<HL7Object> element) {
-    if (elements_ == nullptr) {
-        elements_ = std::make_unique<Elements>();
+void HL7OccurrenceList::Keep(HL7Object& element) {
+    // Room is doubled, so it is used up whenever the number is a power of two.
+    const std::size_t count = ItemCount();
+    if (count == 0 || std::has_single_bit(count)) {
+        MakeRoom(std::max<std::size_t>(1, 2 * count));
     }
-    elements_->push_back(std::move(element));
+    Lengthen(count + 1);
+    Items()[count] = &element;
 }
 
 }  // namespace HL7v251::Base

@@ -1,10 +1,8 @@
 #pragma once
 
-#include <memory>
 #include <string_view>
-#include <vector>
 
-#include "hl7/base/HL7Object.h"
+#include "hl7/base/HL7Parent.h"
 
 namespace HL7v251::Base {
 
@@ -12,39 +10,33 @@ namespace HL7v251::Base {
 struct HL7ElementType {
     std::string_view name;
     bool (*begins)(std::string_view text);  ///< false: decoding `text` would return "absent" and consume nothing
-    std::unique_ptr<HL7Object> (*make)();
+    HL7Object& (*make)(HL7PartStore& store);
 };
 
 /// The occurrences of one segment or group at one place of a message; they belong to this container.
-class HL7OccurrenceList : public HL7Object {
+class HL7OccurrenceList : public HL7Parent {
 public:
-    int Count() const { return elements_ != nullptr ? static_cast<int>(elements_->size()) : 0; }
+    int Count() const { return static_cast<int>(ItemCount()); }
 
     /// Adds a new, empty occurrence at the end.
-    void Append() { Keep(Type().make()); }
+    void Append() { Keep(Type().make(Store())); }
 
     void Write(HL7Writer& out) const override;
 
 protected:
     virtual const HL7ElementType& Type() const = 0;
 
-    HL7Object* Find(int index) const {
-        return index >= 0 && index < Count() ? (*elements_)[static_cast<std::size_t>(index)].get() : nullptr;
-    }
+    /// Null when `index` is negative, too.
+    HL7Object* Find(int index) const { return Item(static_cast<std::size_t>(index)); }
 
     int ReadOptional(HL7Reader& in);
     int ReadRequired(HL7Reader& in);
     int ReadRepeated(HL7Reader& in);
 
 private:
-    using Elements = std::vector<std::unique_ptr<HL7Object>>;
-
     int ReadOne(HL7Reader& in);
     int Fail(int result) const;
-    void Keep(std::unique_ptr<HL7Object> element);
-
-    // Most containers of a message stay empty; a null pointer keeps them small.
-    std::unique_ptr<Elements> elements_;
+    void Keep(HL7Object& element);
 };
 
 /// The occurrences of the segment or group T.
@@ -60,7 +52,7 @@ public:
 protected:
     const HL7ElementType& Type() const override {
         static constexpr HL7ElementType kType{T::kName, &T::Begins,
-                                              []() -> std::unique_ptr<HL7Object> { return std::make_unique<T>(); }};
+                                              [](HL7PartStore& store) -> HL7Object& { return store.Make<T>(); }};
         return kType;
     }
 };

@@ -1,53 +1,29 @@
 #include "hl7/base/HL7PartOwner.h"
 
-#include <algorithm>
-#include <memory>
 #include <utility>
 
+#include "hl7/base/HL7Composite.h"
 #include "hl7/base/HL7DataType.h"
 
 namespace HL7v251::Base {
 
-namespace {
-
-constexpr std::size_t kGrowth = 8;
-
-}  // namespace
-
 HL7PartOwner::HL7PartOwner(HL7PartOwner&& other) noexcept
-    : HL7Object(std::move(other)),
-      store_(std::exchange(other.store_, nullptr)),
-      parts_(std::exchange(other.parts_, nullptr)),
-      made_(std::exchange(other.made_, std::uint8_t{0})),
-      ownsStore_(std::exchange(other.ownsStore_, false)),
+    : HL7Parent(std::move(other)),
+      room_(std::exchange(other.room_, std::uint8_t{0})),
       onlyPrimitives_(other.onlyPrimitives_) {}
-
-HL7PartOwner::~HL7PartOwner() {
-    for (std::size_t index = 0; index < made_; ++index) {
-        if (parts_[index] != nullptr) {
-            std::destroy_at(parts_[index]);
-        }
-    }
-    if (ownsStore_) {
-        std::unique_ptr<HL7PartStore> owned(store_);
-    }
-}
 
 HL7Object& HL7PartOwner::Make(std::size_t index) {
     const auto types = Types();
-    if (index >= made_) {
-        // In steps: parts are mostly set in ascending order, and what was outgrown stays in the store.
-        Grow(std::min(types.size(), (index + kGrowth) / kGrowth * kGrowth));
-    }
-    if (parts_[index] == nullptr) {
+    HL7Object*& part = Slot(index, types.size());
+    if (part == nullptr) {
         int result = kDecoded;
-        parts_[index] = types[index].make(*store_, {}, result);
+        part = types[index].read(Store(), {}, result);
     }
-    return *parts_[index];
+    return *part;
 }
 
 void HL7PartOwner::WriteParts(HL7Writer& out, char separator, std::size_t first) const {
-    const std::span<HL7Object* const> parts(parts_, made_);
+    const auto parts = Items();
     const HL7PartType* const types = onlyPrimitives_ ? nullptr : Types().data();
     std::size_t written = first;
     for (std::size_t index = first; index < parts.size(); ++index) {
@@ -59,24 +35,25 @@ void HL7PartOwner::WriteParts(HL7Writer& out, char separator, std::size_t first)
             static_cast<const HL7DataType&>(*parts[index]).WriteBehind(separator, index - written, out);
         } else {
             out.PutRun(separator, index - written);
-            parts[index]->Write(out);
+            static_cast<const HL7Composite&>(*parts[index]).Write(out);
         }
         written = index;
     }
 }
 
-int HL7PartOwner::ReadParts(const HL7Pieces& pieces, std::size_t first) {
+int HL7PartOwner::ReadParts(const HL7Pieces& pieces, std::size_t first, bool kept) {
     const auto filled = pieces.Filled();
     const auto types = Types();
     const bool hadParts = HasParts();
-    if (!filled.empty() && first + filled.back().index >= made_) {
-        Grow(first + filled.back().index + 1);
+    if (!filled.empty() && first + filled.back().index >= ItemCount()) {
+        const std::size_t count = first + filled.back().index + 1;
+        MakeSlots(count, count);
     }
     int result = kDecoded;
     if (!hadParts) {
         for (const HL7Piece& piece : filled) {
             const std::size_t index = first + piece.index;
-            parts_[index] = types[index].make(*store_, piece.Text(), result);
+            Items()[index] = types[index].read(Store(), {pieces.Text(piece), kept}, result);
             if (result == kMalformed) {
                 return static_cast<int>(index);
             }
@@ -86,15 +63,15 @@ int HL7PartOwner::ReadParts(const HL7Pieces& pieces, std::size_t first) {
     // To a part that may hold something, an empty piece matters too.
     auto next = filled.begin();
     for (std::size_t index = first; index < first + pieces.Count(); ++index) {
-        HL7Reader piece{{}, store_};
+        HL7Reader piece{{}, kept};
         if (next != filled.end() && first + next->index == index) {
-            piece.text = next->Text();
+            piece.text = pieces.Text(*next);
             ++next;
         }
-        if (HL7Object* part = index < made_ ? parts_[index] : nullptr; part != nullptr) {
+        if (HL7Object* part = Item(index); part != nullptr) {
             result = part->Read(piece);
         } else if (!piece.text.empty()) {
-            parts_[index] = types[index].make(*store_, piece.text, result);
+            Items()[index] = types[index].read(Store(), piece, result);
         }
         if (result == kMalformed) {
             return static_cast<int>(index);
@@ -103,31 +80,15 @@ int HL7PartOwner::ReadParts(const HL7Pieces& pieces, std::size_t first) {
     return -1;
 }
 
-int HL7PartOwner::ReadOnlyPart(std::string_view text) {
+int HL7PartOwner::ReadOnlyPart(HL7Reader text) {
     int result = kDecoded;
     if (!HasParts()) {
-        Grow(1);
-        parts_[0] = Types()[0].make(*store_, text, result);
+        MakeSlots(1, 1);
+        Items()[0] = Types()[0].read(Store(), text, result);
     } else {
-        HL7Reader piece{text, store_};
-        result = Make(0).Read(piece);
+        result = Make(0).Read(text);
     }
     return result == kMalformed ? 0 : -1;
-}
-
-HL7PartStore& HL7PartOwner::Store() {
-    if (store_ == nullptr) {
-        store_ = std::make_unique<HL7PartStore>().release();
-        ownsStore_ = true;
-    }
-    return *store_;
-}
-
-void HL7PartOwner::Grow(std::size_t count) {
-    auto** grown = static_cast<HL7Object**>(Store().Allocate(count * sizeof(HL7Object*)));
-    std::fill(std::copy_n(parts_, made_, grown), grown + count, nullptr);
-    parts_ = grown;
-    made_ = static_cast<std::uint8_t>(count);
 }
 
 }  // namespace HL7v251::Base

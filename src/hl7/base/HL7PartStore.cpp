@@ -1,7 +1,7 @@
 #include "hl7/base/HL7PartStore.h"
 
-#include <new>
-#include <utility>
+#include <algorithm>
+#include <cstring>
 
 namespace HL7v251::Base {
 
@@ -22,11 +22,19 @@ HL7PartStore::~HL7PartStore() {
     }
 }
 
+std::string_view HL7PartStore::Keep(std::string_view text) {
+    char* const kept = AllocateText(text.size());
+    std::memcpy(kept, text.data(), text.size());
+    return {kept, text.size()};
+}
+
 void HL7PartStore::AddChunk(std::size_t size) {
-    const std::size_t room = std::max(size, std::clamp(total_, kSmallestChunk, kLargestChunk));
+    constexpr std::size_t kAlignment = alignof(void*);
+    const std::size_t wanted = std::max(size, std::clamp(total_, kSmallestChunk, kLargestChunk));
+    const std::size_t room = (wanted + kAlignment - 1) / kAlignment * kAlignment;
     Chunk chunk = std::make_unique_for_overwrite<std::byte[]>(sizeof(Chunk) + room);
     free_ = chunk.get() + sizeof(Chunk);
-    left_ = room;
+    end_ = free_ + room;
     total_ += room;
     ::new (chunk.get()) Chunk(std::move(newest_));
     newest_ = std::move(chunk);

@@ -28,7 +28,7 @@ std::uint64_t Matches(std::uint64_t word, char c) {
 }  // namespace
 
 // Eight characters at a time: cutting is most of the work of decoding.
-HL7Pieces::HL7Pieces(std::string_view text, char separator, std::size_t limit) {
+HL7Pieces::HL7Pieces(std::string_view text, char separator, std::size_t limit) : text_(text.data()) {
     const char* const textStart = text.data();
     const char* const textEnd = textStart + text.size();
     const char* at = textStart;
@@ -37,7 +37,8 @@ HL7Pieces::HL7Pieces(std::string_view text, char separator, std::size_t limit) {
     std::size_t filled = 0;
     const auto add = [&](const char* end) {
         if (end != pieceStart) {
-            filled_[filled++] = {pieceStart, static_cast<std::size_t>(end - pieceStart), count};
+            filled_[filled++] = {static_cast<std::size_t>(pieceStart - textStart),
+                                 static_cast<std::size_t>(end - pieceStart), count};
         }
         ++count;
     };

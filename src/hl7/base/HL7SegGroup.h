@@ -48,6 +48,9 @@ public:
         return children_.template Get<Element>();
     }
 
+    /// Makes what is below the children live in `store`, which outlives this object. For a new group.
+    void LiveIn(HL7PartStore& store) { children_.LiveIn(store); }
+
     void Write(HL7Writer& out) const override { WriteChildren(children_.List(), out); }
     int Read(HL7Reader& in) override { return ReadChildren(children_.List(), in); }
 

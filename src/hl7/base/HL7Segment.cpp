@@ -37,19 +37,21 @@ int HL7Segment::Read(HL7Reader& in) {
     std::string_view line = in.text.substr(0, in.text.find(kSegmentTerminator));
     in.text.remove_prefix(std::min(line.size() + 1, in.text.size()));
     line.remove_prefix(std::min(kPrefixLength, line.size()));
-    if (!HasStore() && in.store != nullptr) {
-        LiveIn(*in.store);
-    }
 
+    HL7Pieces pieces(line, kFieldSeparator, Count() - FirstField(name));
+    // The values of a new segment are pieces of one copy of the line. Those of an old one may be kept already.
+    const bool kept = !HasParts() && !pieces.Filled().empty();
+    if (kept) {
+        pieces.MoveTo(Store().Keep(line.substr(0, pieces.Consumed())));
+    }
     const std::size_t first = FirstField(name);
     if (first > 0) {
-        HL7Reader separator{{&kFieldSeparator, 1}, in.store};
+        HL7Reader separator{{&kFieldSeparator, 1}};
         if (Make(0).Read(separator) == kMalformed) {
             WriteParsingError({"The FieldSeparator parsing error"});
         }
     }
-    const HL7Pieces pieces(line, kFieldSeparator, Count() - first);
-    const int malformed = ReadParts(pieces, first);
+    const int malformed = ReadParts(pieces, first, kept);
     if (malformed >= 0) {
         WriteParsingError({name, " Segment's ", std::to_string(malformed + 1), "th field has a parsing error"});
         return kMalformed;

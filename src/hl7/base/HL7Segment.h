@@ -35,7 +35,7 @@ public:
 
     template <std::size_t N>
     auto& Field() {
-        return static_cast<PartAt<N, FieldTypes...>&>(Make(N - 1));
+        return PartOf<PartAt<N, FieldTypes...>, false>(N - 1, kFields);
     }
 
     template <std::size_t N>
@@ -51,8 +51,9 @@ protected:
 private:
     static_assert(kName.size() == 3);
     static_assert(kFields <= kMaxParts);
+    static_assert(((std::derived_from<FieldTypes, HL7DataType> || std::derived_from<FieldTypes, HL7Composite>)&&...));
     static constexpr HL7PartType kTypes[] = {
-        {&MakePart<FieldTypes, false>, std::derived_from<FieldTypes, HL7DataType>}...};
+        {&HL7PartOwner::ReadPart<FieldTypes, false>, std::derived_from<FieldTypes, HL7DataType>}...};
 };
 
 }  // namespace HL7v251::Base

@@ -48,6 +48,27 @@ public:
         at_ = at + text.size();
     }
 
+    /// Copies a text to where no part of it is. Two moves that may overlap cover any short length: most values are
+    /// short, and a call for each takes longer.
+    static void Copy(char* to, const char* from, std::size_t size) {
+        if (size > 32) {
+            std::memcpy(to, from, size);
+        } else if (size >= 16) {
+            std::memcpy(to, from, 16);
+            std::memcpy(to + size - 16, from + size - 16, 16);
+        } else if (size >= 8) {
+            std::memcpy(to, from, 8);
+            std::memcpy(to + size - 8, from + size - 8, 8);
+        } else if (size >= 4) {
+            std::memcpy(to, from, 4);
+            std::memcpy(to + size - 4, from + size - 4, 4);
+        } else if (size > 0) {
+            to[0] = from[0];
+            to[size / 2] = from[size / 2];
+            to[size - 1] = from[size - 1];
+        }
+    }
+
     /// The length of the text so far.
     std::size_t Size() const { return out_.size() + Buffered(); }
 
@@ -75,23 +96,6 @@ private:
             std::memset(at + 8, c, kLongestRun - 8);
         }
         return at + count;
-    }
-
-    // Two moves that may overlap cover any short length: most values are short, and a call for each takes longer.
-    static void Copy(char* to, const char* from, std::size_t size) {
-        if (size > 16) {
-            std::memcpy(to, from, size);
-        } else if (size >= 8) {
-            std::memcpy(to, from, 8);
-            std::memcpy(to + size - 8, from + size - 8, 8);
-        } else if (size >= 4) {
-            std::memcpy(to, from, 4);
-            std::memcpy(to + size - 4, from + size - 4, 4);
-        } else if (size > 0) {
-            to[0] = from[0];
-            to[size / 2] = from[size / 2];
-            to[size - 1] = from[size - 1];
-        }
     }
 
     void Flush();

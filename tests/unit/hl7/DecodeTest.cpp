@@ -65,11 +65,31 @@ TEST(Pieces, AreCutAtEverySeparator) {
         const HL7v251::Base::HL7Pieces pieces(text, '|', limit);
         std::vector<std::string> cut(pieces.Count());
         for (const auto& piece : pieces.Filled()) {
-            cut.at(piece.index) = piece.Text();
+            cut.at(piece.index) = pieces.Text(piece);
         }
         ASSERT_EQ(cut, expected) << testing::PrintToString(text);
         ASSERT_EQ(pieces.Consumed(), std::min(start, text.size()));
     }
+}
+
+// Faults: a value that was read and is set again written over its neighbours in the line, or lost when it grows.
+TEST(Decode, ValuesThatWereReadCanBeReplaced) {
+    NTE note;
+    std::string line = "NTE|1|L|text|code^more\r";
+    EXPECT_EQ(note.Decode(line), 1);
+    auto& text = note.Field<3>();
+    std::string value;
+    for (int length = 0; length < 100; ++length) {
+        text.SetValue(value);
+        ASSERT_EQ(note.Encode(), "NTE|1|L|" + value + "|code^more\r");
+        value += static_cast<char>('a' + length % 26);
+    }
+    text.SetValue(text.GetValue().substr(1));
+    text.SetValue(text.GetValue().substr(90, 5));
+    EXPECT_EQ(note.Encode(), "NTE|1|L|nopqr|code^more\r");
+    line = "NTE|2||longer than before";
+    EXPECT_EQ(note.Decode(line), 1);
+    EXPECT_EQ(note.Encode(), "NTE|2||longer than before|code^more\r");
 }
 
 TEST(Decode, CompositeKeepsComponentsBeyondThePieces) {
