@@ -3,16 +3,28 @@
 #include <sqlite3.h>
 
 #include <algorithm>
-#include <numeric>
 
 namespace QENFx::Data::Collection {
 
-Table::Content::Content(std::vector<std::string> columns) : columns_(std::move(columns)), byName_(columns_.size()) {
-    std::iota(byName_.begin(), byName_.end(), std::size_t{0});
-    // Stable, so that of two columns of one name the first is found.
-    std::stable_sort(byName_.begin(), byName_.end(), [this](std::size_t left, std::size_t right) {
-        return sqlite3_stricmp(columns_[left].c_str(), columns_[right].c_str()) < 0;
-    });
+namespace {
+
+/// Equal for names that SQLite takes for the same column.
+std::uint32_t HashOf(const char* name) {
+    std::uint32_t hash = 0;
+    for (; *name != '\0'; ++name) {
+        const bool upper = *name >= 'A' && *name <= 'Z';
+        hash = hash * 31 + static_cast<unsigned char>(upper ? *name + ('a' - 'A') : *name);
+    }
+    return hash;
+}
+
+}  // namespace
+
+Table::Content::Content(std::vector<std::string> columns) {
+    for (std::string& name : columns) {
+        const std::uint32_t hash = HashOf(name.c_str());
+        columns_.push_back({hash, std::move(name)});
+    }
 }
 
 void Table::Content::AddNull() {
@@ -44,14 +56,15 @@ const Row* Table::Content::Current() const {
 }
 
 const Table::Content::Cell* Table::Content::MemoryRow::Find(const char* column) const {
-    const auto& columns = table_.columns_;
-    const auto found = std::lower_bound(
-        table_.byName_.begin(), table_.byName_.end(), column,
-        [&](std::size_t index, const char* name) { return sqlite3_stricmp(columns[index].c_str(), name) < 0; });
-    if (found == table_.byName_.end() || sqlite3_stricmp(columns[*found].c_str(), column) != 0) {
+    // Of two columns of one name the first is found.
+    const auto found = std::ranges::find_if(table_.columns_, [&, hash = HashOf(column)](const Column& each) {
+        return each.hash == hash && sqlite3_stricmp(each.name.c_str(), column) == 0;
+    });
+    if (found == table_.columns_.end()) {
         return nullptr;
     }
-    const Cell& cell = table_.cells_[firstCell_ + *found];
+    const auto index = static_cast<std::size_t>(found - table_.columns_.begin());
+    const Cell& cell = table_.cells_[firstCell_ + index];
     return cell.text == kNull ? nullptr : &cell;
 }
 

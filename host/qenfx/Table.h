@@ -47,8 +47,12 @@ private:
 
     void Add(Cell cell);
 
-    std::vector<std::string> columns_;
-    std::vector<std::size_t> byName_;  // columns in the order of their names
+    struct Column {
+        std::uint32_t hash;  // of the name, without regard to case
+        std::string name;
+    };
+
+    std::vector<Column> columns_;
     std::vector<Cell> cells_;
     std::string texts_;  // each text with its terminating zero
     std::deque<MemoryRow> rows_;
