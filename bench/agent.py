@@ -57,6 +57,10 @@ def do_poll(_fds, pid):
     return {"status": children[pid].poll()}, []
 
 
+def do_wait(_fds, pid):
+    return {"status": children[pid].wait()}, []
+
+
 def do_signal(_fds, pid, number):
     children[pid].send_signal(number)
     return {}, []
