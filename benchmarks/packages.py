@@ -57,7 +57,7 @@ def main() -> None:
     """Before anything is measured, since it may take minutes."""
     for architecture in (machine(), "armhf"):
         if not (FOLDER / architecture / ".packages").exists():
-            print(f"Unpacking rauc, swupdate and socat for {architecture} into build/bench; nothing of them is installed")
+            print(f"Unpacking rauc, swupdate and socat for {architecture} into build/bench; nothing is installed")
         try:
             provide(architecture)
         except MissingPeer as error:
