@@ -108,8 +108,8 @@ GROUP = Group(
     "database", open_results,
     [Row("result", "A result of 30 analytes loaded, filled and encoded", SECONDS, program("LoadFillAndEncode"),
          {"the same rows by SQLite alone": program("SelectAndJoin")}, within(1.5), floor="Besides the queries there is "
-         "the table that the framework's interface hands out, whose cells are copies, then the message and lines of the "
-         "log.")],
+         "the table that the framework's interface hands out, whose cells are copies, then the message and lines of "
+         "the log.")],
     [Sweep([Curve("result-rows", "A result of 30 analytes from the request to the PC, no index", SECONDS,
                   "rows of results", steady=True, floor=INDEX),
             Curve("result-rows-indexed", "The same, with an index on ResultID", SECONDS, "rows of results",

@@ -168,9 +168,9 @@ def bare_start(analyzer: Analyzer) -> float:
 
 STEP = "After sending, the service looks for the PC's acknowledgement every 80 ms, first one step after sending."
 
-SCANNED = "For each scan the route table is read and the interface asked for its address, since the network may " \
-          "change at any time; that takes longer than receiving and answering. The lines of the log are in " \
-          "the file before the next datagram is taken."
+SCANNED = "Before each answer the service reads its settings, asks the device library for the model, and the system for " \
+          "the route and the address, since all of them may change at any time: some thirty calls of the system beside " \
+          "two of the echo. The lines of the log are in the file before the next datagram is taken."
 
 GROUP = Group(
     "service", open_service,
