@@ -51,7 +51,8 @@ public:
     }
 
 private:
-    char texts_[kImageCount * Wire::kVersionSize] = {};
+    static constexpr std::size_t kTexts = 8;
+    char texts_[kTexts * Wire::kVersionSize] = {};
 };
 
 }  // namespace

@@ -12,8 +12,6 @@
 /// The eight software images. Their numbers are those of the device library, of ZELApp and of the log.
 enum class ImageId : int { kBoot, kKernel, kRootFS, kApp, kQTE, kDSP, kXML, kSYS };
 
-inline constexpr std::size_t kImageCount = 8;
-
 constexpr int NumberOf(ImageId image) {
     return static_cast<int>(image);
 }
@@ -61,7 +59,7 @@ struct ImageRow {
 // In the order of ImageId. The temporary files bear the Human name on both models, the DSP image has no name in the
 // history and its own kind of file, and the XML archive lies beside the banks that it is for: ZELApp and the device's
 // scripts know these names.
-inline constexpr std::array<ImageRow, kImageCount> kImages = {{
+inline constexpr auto kImages = std::to_array<ImageRow>({
     {.id = ImageId::kBoot,
      .name = "BOOT",
      .historyName = "Boot",
@@ -148,7 +146,9 @@ inline constexpr std::array<ImageRow, kImageCount> kImages = {{
      .isOfRelease = true,
      .isReported = true,
      .installation = Installation::kItsParts},
-}};
+});
+
+inline constexpr std::size_t kImageCount = kImages.size();
 
 constexpr const ImageRow& RowOf(ImageId image) {
     return kImages[static_cast<std::size_t>(image)];
