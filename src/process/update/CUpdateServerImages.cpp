@@ -141,7 +141,7 @@ bool CUpdate::DownloadToFile(CHttpConnection& connection, ImageInfo& image) {
         log_->WriteError("%s file write error: %s", kTag, strerror(errno));
         return false;
     }
-    CountHeaderReceived(images_, image);
+    CountHeader(images_, image, &ImageInfo::Download);
     log_->WriteInfo("%s %s file copy complete", kTag, image.RawPath.c_str());
     return true;
 }
@@ -150,7 +150,7 @@ int CUpdate::DownloadFile(CHttpConnection& connection, COutputFile& file, ImageI
     static constexpr char kFileTag[] = "[CUpdate::DownloadFile]";
     auto left = static_cast<std::size_t>(image.FileSize);
     const Copied copied = CopyBytes(connection, file, left, [&](std::int64_t count) {
-        CountReceived(images_, image, count);
+        Count(images_, image, &ImageInfo::Download, count);
         log_->WriteInfo("%s Type(%d) Downloaded size: %d", kFileTag, image.Number(), image.Download.load());
         SendUDSUpdateStatus();
     });

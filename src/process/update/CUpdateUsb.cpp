@@ -195,7 +195,7 @@ int CUpdate::CopyFile(CFileSource& source, COutputFile& destination, ImageInfo& 
     static constexpr char kTag[] = "[CUpdate::CopyFile]";
     log_->WriteInfo("%s Copy file[%d] start", kTag, image.Number());
     const auto count = [&](std::int64_t bytes) {
-        CountReceived(images_, image, bytes);
+        Count(images_, image, &ImageInfo::Download, bytes);
         SendUDSUpdateStatus();
     };
     auto left = static_cast<std::size_t>(image.FileSize);
@@ -209,7 +209,7 @@ int CUpdate::CopyFile(CFileSource& source, COutputFile& destination, ImageInfo& 
         copied = CopyBytes(source, destination, left, count);
     }
     if (copied == Copied::kWhole) {
-        CountHeaderReceived(images_, image);
+        CountHeader(images_, image, &ImageInfo::Download);
     }
     if (copied == Copied::kNotWritten || !destination.Close()) {
         log_->WriteError("%s file write error: %s", kTag, strerror(errno));

@@ -111,9 +111,9 @@ bool CUpdate::WriteBlocks(ImageInfo& image) {
             log_->WriteError("%s Image write from upgrade util API error return", kTag);
             return false;
         }
-        CountWritten(images_, image, static_cast<std::int64_t>(length));
+        Count(images_, image, &ImageInfo::Written, static_cast<std::int64_t>(length));
         if (image.Written == image.FileSize) {
-            CountHeaderWritten(images_, image);
+            CountHeader(images_, image, &ImageInfo::Written);
         }
         SendUDSUpdateStatus();
     }

@@ -121,29 +121,16 @@ void AddBytes(std::atomic<std::int32_t>& counter, std::int64_t bytes) {
     counter = static_cast<std::int32_t>(std::min(counter + bytes, kMost));
 }
 
-void CountReceived(ImageInfos& images, ImageInfo& image, std::int64_t bytes) {
-    AddBytes(image.Download, bytes);
+void Count(ImageInfos& images, ImageInfo& image, ByteCounter counter, std::int64_t bytes) {
+    AddBytes(image.*counter, bytes);
     if (image.Row.isPartOfSYS) {
-        AddBytes(images[ImageId::kSYS].Download, bytes);
+        AddBytes(images[ImageId::kSYS].*counter, bytes);
     }
 }
 
-void CountWritten(ImageInfos& images, ImageInfo& image, std::int64_t bytes) {
-    AddBytes(image.Written, bytes);
+void CountHeader(ImageInfos& images, const ImageInfo& image, ByteCounter counter) {
     if (image.Row.isPartOfSYS) {
-        AddBytes(images[ImageId::kSYS].Written, bytes);
-    }
-}
-
-void CountHeaderReceived(ImageInfos& images, const ImageInfo& image) {
-    if (image.Row.isPartOfSYS) {
-        AddBytes(images[ImageId::kSYS].Download, kUpdateHeaderSize);
-    }
-}
-
-void CountHeaderWritten(ImageInfos& images, const ImageInfo& image) {
-    if (image.Row.isPartOfSYS) {
-        AddBytes(images[ImageId::kSYS].Written, kUpdateHeaderSize);
+        AddBytes(images[ImageId::kSYS].*counter, kUpdateHeaderSize);
     }
 }
 

@@ -79,13 +79,13 @@ int CoupleRelease(ImageInfos& images);
 /// be more than the field holds; it stays at the most then.
 void AddBytes(std::atomic<std::int32_t>& counter, std::int64_t bytes);
 
-/// Counts bytes of an image as received, or as written. Those of a part of SYS count for SYS as well.
-void CountReceived(ImageInfos& images, ImageInfo& image, std::int64_t bytes);
-void CountWritten(ImageInfos& images, ImageInfo& image, std::int64_t bytes);
+using ByteCounter = std::atomic<std::int32_t> ImageInfo::*;
 
-/// Counts the header of a section, which is not the section's but SYS's. For an image that is none nothing happens.
-void CountHeaderReceived(ImageInfos& images, const ImageInfo& image);
-void CountHeaderWritten(ImageInfos& images, const ImageInfo& image);
+/// Adds to a counter of an image; what is added to a part of SYS is added to SYS as well.
+void Count(ImageInfos& images, ImageInfo& image, ByteCounter counter, std::int64_t bytes);
+
+/// Counts the header of a section, which is SYS's and not the part's. For an image that is no part nothing happens.
+void CountHeader(ImageInfos& images, const ImageInfo& image, ByteCounter counter);
 
 /// Percent of an image's update: receiving is one fifth of it, writing four fifths. 0 for an image without size.
 [[nodiscard]] int ProgressOf(std::int32_t received, std::int32_t written, std::int32_t size);
