@@ -18,7 +18,7 @@ from bench.analyzer import PASSWORD, PATIENT_ID, Analyzer
 from bench.daemon import Daemon, preset, wait_until
 from bench.pc import ANALYZER_TCP_PORT, Pc, Refused
 from bench.pcpacket import Command, Packet
-from bench.sandbox import ANALYZER_ADDRESS, USB_ANALYZER_ADDRESS, USB_PC_ADDRESS
+from bench.sandbox import ANALYZER_ADDRESS, lab_address
 from bench.updates import USB, insert_stick, release
 from bench.zelapp import PATIENT, SOCKET_PATH, PcConnection, ResultSent, frame
 
@@ -138,7 +138,8 @@ def test_ends_while_all_threads_work(new_analyzer: Analyzer, make_pc: Callable[.
     analyzer.set_faults(**{"upImgWrite.delay_ms": "1"})
     registered = make_pc()
     # From an address of its own: a session from the registered PC's address may be given results.
-    asking = make_pc(address=USB_PC_ADDRESS, analyzer=USB_ANALYZER_ADDRESS)
+    analyzer.sandbox.laboratory.add_pc_address(lab_address(21))
+    asking = make_pc(address=lab_address(21))
     open_socket = analyzer.sandbox.socket
 
     def scan() -> None:

@@ -5,7 +5,6 @@ from __future__ import annotations
 import socket
 import struct
 import time
-from collections.abc import Callable
 
 import pytest
 
@@ -15,7 +14,6 @@ from bench.daemon import wait_until
 from bench.image import APP, DSP, HEADER_SIZE, SYS, XML, make, make_sys
 from bench.pc import IMAGE_PIECE, Pc
 from bench.pcpacket import Command, Info, Packet
-from bench.sandbox import USB_ANALYZER_ADDRESS, USB_PC_ADDRESS
 from bench.updates import (BY_PC, FROM_PC, NEW, OLD, PC_ERROR, USB, WRITE_ERROR, announced, begin_push,
                            check_nothing_open, check_updated, fail, follow, header_with, insert_stick, record, release,
                            replace, sections_of, start, statuses, succeed, wait_idle, written)
@@ -206,10 +204,10 @@ def test_what_does_not_belong_together(analyzer: Analyzer, connected_pc: Pc) -> 
     push_all(analyzer, connected_pc)
 
 
-def test_a_neighbour(analyzer: Analyzer, pc: Pc, make_pc: Callable[..., Pc]) -> None:
+def test_a_neighbour(analyzer: Analyzer, pc: Pc, other_pc: Pc) -> None:
     """Catches a stranger who cancels, feeds, spoils or holds up the update of the connected PC, or who is answered
     piece by piece."""
-    stranger = make_pc(address=USB_PC_ADDRESS, analyzer=USB_ANALYZER_ADDRESS)
+    stranger = other_pc
     stranger.connect()
     stranger.send(Command.IMAGE_DATA, FILES[SYS][:20000], flag=True)
     analyzer.daemon.wait_for_log("Tmp save file open: /tmp/zel_sys.n62.raw")
