@@ -13,6 +13,7 @@ from collections.abc import Callable, Iterator
 from dataclasses import dataclass
 from pathlib import Path
 
+from bench.daemon import RUNNERS
 from bench.pc import ANALYZER_UDP_PORT
 from bench.sandbox import PROJECT
 from benchmarks.measure import google_benchmark, run
@@ -23,7 +24,7 @@ from benchmarks.update import MIB, Updates
 
 ARM = "armhf"
 SYSROOT = PROJECT / "build/arm-sysroot"
-QEMU = ["qemu-arm-static", "-L", str(SYSROOT)]
+QEMU = RUNNERS["arm"]
 PUSH_SIZE = 16 * MIB
 
 # Sizes

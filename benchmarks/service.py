@@ -13,14 +13,13 @@ from collections.abc import Callable, Iterator, Sequence
 from typing import Any
 
 from bench.analyzer import PASSWORD, PATIENT, Analyzer, insert
-from bench.daemon import wait_until
-from bench.machine import preset
+from bench.daemon import RUNNERS, wait_until
+from bench.machine import build_folder, preset
 from bench.pc import ANALYZER_UDP_PORT, Pc
 from bench.pcpacket import Command, Packet
-from bench.sandbox import ANALYZER_ADDRESS, PC_ADDRESS, PROJECT
+from bench.sandbox import ANALYZER_ADDRESS, PC_ADDRESS
 from bench.zelapp import PATIENT as PATIENT_KIND
 from bench.zelapp import PcConnection, ResultSent
-from benchmarks.measure import BIN
 from benchmarks.model import SECONDS, Curve, Group, Row, Sweep, at_most, more, within
 from benchmarks.stats import percentile
 
@@ -86,10 +85,10 @@ def register(analyzer: Analyzer, pc: Pc) -> None:
 @contextlib.contextmanager
 def echo(analyzer: Analyzer) -> Iterator[None]:
     """A bare echo of datagrams on the analyzer's machine, built for the machine that the daemon is built for."""
-    program = str(BIN.parent.parent / preset() / "bin/zelrm_udp_echo")
-    runner = ["qemu-arm-static", "-L", str(PROJECT / "build/arm-sysroot")] if preset() == "arm" else []
+    program = str(build_folder() / "bin/zelrm_udp_echo")
     with tempfile.TemporaryFile("w+") as output:
-        process = analyzer.sandbox.spawn([*runner, program, ANALYZER_ADDRESS, str(ECHO_PORT)], output, output)
+        command = [*RUNNERS.get(preset(), []), program, ANALYZER_ADDRESS, str(ECHO_PORT)]
+        process = analyzer.sandbox.spawn(command, output, output)
 
         def ready() -> bool:
             output.seek(0)
@@ -166,11 +165,12 @@ def bare_start(analyzer: Analyzer) -> float:
         return time.perf_counter() - start
 
 
-STEP = "After sending, the service looks for the PC's acknowledgement every 80 ms, first one step after sending."
+STEP = "After sending, the service looks for the PC's acknowledgement at once and then every 80 ms; the first look mostly " \
+       "comes before the PC has answered."
 
-SCANNED = "Before each answer the service reads its settings, asks the device library for the model, and the system for " \
-          "the route and the address, since all of them may change at any time: some thirty calls of the system beside " \
-          "two of the echo. The lines of the log are in the file before the next datagram is taken."
+SCANNED = "Before each answer the service reads its settings, asks the device library for the model, and the system " \
+          "for the route and the address, since all of them may change at any time: some thirty calls of the system " \
+          "beside two of the echo. The lines of the log are in the file before the next datagram is taken."
 
 GROUP = Group(
     "service", open_service,
