@@ -18,6 +18,11 @@ namespace {
 
 std::unique_ptr<CDatabase> Open(const std::string& path) {
     try {
+        if (std::filesystem::exists(path)) {
+            // By a look that changes nothing: closing a file that could be written to would bring its log into it.
+            CDatabase look(path, CDatabase::Access::kRead);
+            RequireSound(look);
+        }
         auto database = std::make_unique<CDatabase>(path, CDatabase::Access::kCreate);
         PrepareSchema(*database);
         return database;

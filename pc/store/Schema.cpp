@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 #include <random>
 #include <stdexcept>
@@ -62,7 +63,8 @@ void CheckPages(CDatabase& database) {
     constexpr int kMilliseconds = 5000;
     database.LimitTime(kMilliseconds);
     try {
-        if (const std::string found = database.Text("PRAGMA quick_check(1)"); found != "ok") {
+        if (std::string found = database.Text("PRAGMA quick_check(1)"); found != "ok") {
+            std::ranges::replace(found, '\n', ' ');
             throw std::runtime_error("it is damaged: " + found);
         }
     } catch (const CDatabaseError& error) {
@@ -75,10 +77,7 @@ void CheckPages(CDatabase& database) {
 
 }  // namespace
 
-void PrepareSchema(CDatabase& database) {
-    if (database.ReadOnly()) {
-        throw std::runtime_error("it cannot be written to");
-    }
+void RequireSound(CDatabase& database) {
     const auto version = static_cast<std::size_t>(database.Number("PRAGMA user_version"));
     const bool isNew = version == 0 && database.Number("SELECT count(*) FROM sqlite_schema") == 0;
     if (!isNew && database.Number("PRAGMA application_id") != kApplicationId) {
@@ -89,6 +88,13 @@ void PrepareSchema(CDatabase& database) {
             "it was made by a newer version (it is of version {}, this program knows {})", version, kSteps.size()));
     }
     CheckPages(database);
+}
+
+void PrepareSchema(CDatabase& database) {
+    if (database.ReadOnly()) {
+        throw std::runtime_error("it cannot be written to");
+    }
+    const auto version = static_cast<std::size_t>(database.Number("PRAGMA user_version"));
     database.Execute("PRAGMA journal_mode = WAL");
     database.Execute("PRAGMA synchronous = FULL");
     database.Execute("PRAGMA foreign_keys = ON");
