@@ -201,6 +201,9 @@ OutgoingMessage CDeliveryQueue::Build(Delivery& delivery, std::string& error) co
     } else {
         message.text = std::move(delivery.text);
         message.controlId = ControlIdOf(message.text);
+        if (options_.type == DestinationType::kMllp && message.text.find_first_of("\x0B\x1C") != std::string::npos) {
+            error = "the result has a byte that begins or ends a message";
+        }
     }
     return message;
 }

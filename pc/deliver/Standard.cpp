@@ -112,6 +112,11 @@ void Each(Occurrences& occurrences, Work work) {
     }
 }
 
+/// Some receivers end segments at a line feed, too, and would read more of them than the analyzer wrote.
+bool HasControls(std::string_view text) {
+    return std::ranges::any_of(text, [](unsigned char byte) { return byte < ' ' && byte != '\r' && byte != '\t'; });
+}
+
 class CStandard {
 public:
     CStandard(std::string_view controlId, const DestinationOptions& options)
@@ -206,6 +211,9 @@ private:
 }  // namespace
 
 StandardText MakeStandard(std::string_view text, std::string_view controlId, const DestinationOptions& options) {
+    if (HasControls(text)) {
+        return {{}, "the result has a control character"};
+    }
     HL7v251::Message::OUL_R22 message;
     std::string_view rest = text;
     if (message.DecodeFrom(rest) != HL7v251::Base::kDecoded) {

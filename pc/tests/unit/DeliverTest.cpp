@@ -195,6 +195,15 @@ TEST_F(DeliverTest, AHeldMessageStopsItsAnalyzersQueueWhereThatIsWanted) {
     EXPECT_EQ(script_.accepted, (std::vector{bad, behind}));
 }
 
+TEST_F(DeliverTest, WhatWouldEndItsFrameIsHeld) {
+    options_.standard = false;
+    options_.type = DestinationType::kMllp;
+    AppendNow(store_, "A1", ResultMessage("Rex\x1C\r\x0BMSH|^~\\&|"));
+    StartQueue();
+    ASSERT_TRUE(WaitHeld(1));
+    EXPECT_TRUE(script_.attempts.empty());
+}
+
 TEST_F(DeliverTest, WhatCannotBeMadeStandardIsHeldWithItsReason) {
     AppendNow(store_, "A1", ResultMessage("Rex") + "ZZZ|1\r");
     StartQueue();

@@ -51,7 +51,10 @@ TEST(StandardTest, WhatWouldLoseSomethingIsRefused) {
     const std::string cases[] = {text + "ZZZ|what the library does not know\r",   // a segment
                                  text + "OBX|2|" + std::string(40, '|') + "x\r",  // a field beyond the last
                                  text.substr(0, text.size() - 1),                 // cut, or without its end
-                                 text.substr(0, text.find("SPM")) + "NTE|1\r" + text.substr(text.find("SPM")), ""};
+                                 text.substr(0, text.find("SPM")) + "NTE|1\r" + text.substr(text.find("SPM")), "",
+                                 // what another reader takes for one more segment, or for the end of the message
+                                 text.substr(0, text.size() - 1) + "|a\nOBX|9\r",
+                                 text.substr(0, text.size() - 1) + "|a\x1C\r"};
     for (const std::string& lossy : cases) {
         const StandardText standard = MakeStandard(lossy, "S-1", Options());
         EXPECT_NE(standard.error, "") << lossy;
