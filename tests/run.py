@@ -75,6 +75,9 @@ def main() -> int:
     suites = ["-m", "arm", "tests/system"] if preset == "arm" else ["tests/system", "pc/tests/system"]
     # How the results are read elsewhere does not depend on how the service was built.
     suites += ["tests/hl7peers"] if preset in ("release", "pc", "debug") else []
+    units = build
+    if preset in ("pc-asan", "pc-tsan"):  # the service itself is looked at in asan and tsan
+        suites, units = ["pc/tests/system"], build / "pc/tests/unit"
     environment = dict(os.environ, ZEL_PRESET=preset, PYTHONPATH=str(ROOT))
     if ENGINE.NAME != "none":
         environment["ZEL_SANDBOX"] = ENGINE.NAME  # not to be found out again for each test
@@ -82,7 +85,7 @@ def main() -> int:
         print(ENGINE.NOTICE)
     with tempfile.TemporaryDirectory(prefix="zel-test-") as directory:
         unit, system = Path(directory) / "unit.xml", Path(directory) / "system.xml"
-        statuses = [run_unit_tests(build, unit, environment), run_system_tests(suites, system, environment)]
+        statuses = [run_unit_tests(units, unit, environment), run_system_tests(suites, system, environment)]
         reports = [Report(unit), Report(system)]
     tell_skipped(reports)
     passed, failed = (sum(getattr(report, name) for report in reports) for name in ("passed", "failed"))

@@ -13,7 +13,7 @@ usage: ./zel COMMAND [--help]
   lint             formatter and linter, as warnings that are errors
   bench [name...]  the benchmarks: ratios to peers measured in the same run,
                    and how costs grow; compares runs
-  fuzz [seconds]   every decoder under libFuzzer, each for so long
+  fuzz [pc] [secs] every decoder under libFuzzer, each for so long
   soak [minutes]   a PC and ZELApp without pause; leaks and drifts fail
   image COMMAND    update files: make, inspect, verify, extract, diff, publish,
                    serve, stick
@@ -39,16 +39,16 @@ built, and its gateway brings a result to a laboratory's system; with gateway
 only that is shown. Ends by itself, with status 1 when a step did not happen.
 TEXT
     test) cat <<'TEXT' ;;
-usage: ./zel test [release|pc|debug|asan|tsan|arm]
+usage: ./zel test [release|pc|debug|asan|tsan|arm|pc-asan|pc-tsan]
 
 Builds everything and runs every test: unit tests, the service on a simulated
 analyzer, and other HL7 parsers against it. pc does it with zelpc, asan and
-tsan under the sanitizers, arm in an emulator. What cannot run on this machine
-is named and counted as skipped. The last line is "N passed, N failed, N
-skipped".
+tsan under the sanitizers, arm in an emulator; pc-asan and pc-tsan run zelpc's
+own tests under the sanitizers. What cannot run on this machine is named and
+counted as skipped. The last line is "N passed, N failed, N skipped".
 TEXT
     build) cat <<'TEXT' ;;
-usage: ./zel build [release|pc|debug|asan|tsan|fuzz|arm]
+usage: ./zel build [release|pc|debug|asan|tsan|fuzz|arm|pc-asan|pc-tsan|pc-fuzz]
 
 Builds everything into build/PRESET; the service is build/PRESET/bin/ZELRmUp.
 pc adds zelpc, the PC's side, which needs more packages.
@@ -64,10 +64,11 @@ usage: ./zel lint
 Checks the format and runs clang-tidy over src/ and host/.
 TEXT
     fuzz) cat <<'TEXT' ;;
-usage: ./zel fuzz [SECONDS]
+usage: ./zel fuzz [pc] [SECONDS]
 
 Gives every decoder of what comes from outside to libFuzzer, each for SECONDS
-(60 unless given). What it finds is put below build/fuzz/found.
+(60 unless given); with pc those of zelpc. What it finds is put below
+build/fuzz/found or build/pc-fuzz/found.
 TEXT
     package) cat <<'TEXT' ;;
 usage: ./zel package [pc]

@@ -33,18 +33,24 @@ class Target:
     name: str
     longest: int  # bytes of an input: what lets it reach every branch, and no more, because small inputs run faster
     dictionary: str | None = None
+    pc: bool = False  # needs what zelpc is built with
 
 
 TARGETS = [
     Target("hl7_message", 8192, "hl7"),
+    Target("gateway_config", 2048, "toml", pc=True),
     Target("http_response", 4096, "http"),
     Target("lab_result", 8192, "hl7"),
+    Target("loinc_table", 512, pc=True),
+    Target("mllp_answer", 1024, "hl7", pc=True),
     Target("pc_datagram", 4200, "pc"),
     Target("pc_packets", 4096, "pc"),
     Target("pc_session", 2048, "pc"),
     Target("settings", 2048, "settings"),
+    Target("standard_text", 8192, "hl7", pc=True),
     Target("system_package", 2048, "update"),
     Target("update_info_xml", 4096, "xml"),
+    Target("web_request", 2048, "web", pc=True),
 ]
 
 
@@ -99,8 +105,9 @@ def main() -> int:
     if unknown or options.seconds < 1:
         parser.error(f"no such target: {', '.join(unknown)}; there are {', '.join(known)}" if unknown
                      else "a target needs a second at least")
-    chosen = [known[name] for name in options.target or known]
     build = options.build.resolve()
+    with_pc = build.name.startswith("pc")
+    chosen = [known[name] for name in options.target or known if options.target or known[name].pc == with_pc]
     console = Console(width=None if sys.stdout.isatty() else 120)
     console.print(f"{len(chosen)} targets, {options.seconds} s each, {JOBS} at a time ...")
     with ThreadPoolExecutor(JOBS) as pool:
