@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <spdlog/spdlog.h>
 
+#include <boost/asio/as_tuple.hpp>
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
 #include <boost/asio/dispatch.hpp>
@@ -25,7 +26,8 @@ constexpr auto kGrace = std::chrono::seconds(5);
 
 CDeliveryQueue::CDeliveryQueue(const asio::any_io_executor& executor, CStore& store, const DestinationOptions& options,
                                const Factory& factory)
-    : strand_(asio::make_strand(executor)),
+    : executor_(executor),
+      strand_(asio::make_strand(executor)),
       store_(store),
       reader_(store.Path()),
       options_(options),
@@ -107,12 +109,18 @@ asio::awaitable<void> CDeliveryQueue::Work(CDestination& destination) {
 
 asio::awaitable<void> CDeliveryQueue::ServeLane(CDestination& destination, const std::string& serial) {
     Lane& lane = lanes_.at(serial);
-    lane.again = false;
+    const bool complete = lane.ahead != nullptr && lane.ahead->made && lane.ahead->more;
+    if (std::exchange(lane.again, false) && !complete) {
+        lane.ahead = nullptr;  // read before the last result came
+    }
     Next next = Next::kPause;
     try {
         next = co_await ServeBatch(destination, serial, lane);
     } catch (const std::exception& error) {
         NoteProblem(fmt::format("the store cannot be read: {}", error.what()));
+    }
+    if (next != Next::kLater || !ready_.empty()) {
+        lane.ahead = nullptr;
     }
     switch (next) {
         case Next::kGoOn:
@@ -132,51 +140,101 @@ asio::awaitable<void> CDeliveryQueue::ServeLane(CDestination& destination, const
 /// A few messages of one analyzer. kLeave: nothing is left that could be sent.
 asio::awaitable<CDeliveryQueue::Next> CDeliveryQueue::ServeBatch(CDestination& destination, const std::string& serial,
                                                                  Lane& lane) {
-    std::vector<Delivery> batch = Read(serial, lane);
-    if (batch.empty()) {
+    if (options_.stopOnReject && reader_.IsHeld(options_.name, serial)) {
         co_return Next::kLeave;
     }
-    for (Delivery& delivery : batch) {
+    const std::shared_ptr<Batch> batch = co_await NextBatch(serial, lane);
+    for (Prepared& prepared : batch->deliveries) {
         if (stopping_) {
             co_return Next::kLeave;
         }
-        const Next next = co_await ServeOne(destination, serial, lane, delivery);
+        if (lane.rewind) {
+            co_return Next::kLater;
+        }
+        if (lane.marked.contains(prepared.delivery.id)) {
+            lane.sent = prepared.delivery.id;
+            continue;
+        }
+        const Next next = co_await ServeOne(destination, serial, lane, prepared);
         if (next != Next::kGoOn) {
             co_return next;
         }
     }
-    co_return Next::kLater;
+    co_return batch->deliveries.empty() ? Next::kLeave : Next::kLater;
 }
 
-std::vector<Delivery> CDeliveryQueue::Read(const std::string& serial, Lane& lane) {
-    if (options_.stopOnReject && reader_.IsHeld(options_.name, serial)) {
-        return {};
+/// What comes next, and begins with what comes after that, of this analyzer or of the one whose turn is next: reading
+/// and building take longer than a quick receiver does.
+asio::awaitable<std::shared_ptr<CDeliveryQueue::Batch>> CDeliveryQueue::NextBatch(const std::string& serial,
+                                                                                  Lane& lane) {
+    Rewind(lane);
+    std::shared_ptr<Batch> batch = std::exchange(lane.ahead, nullptr);
+    if (batch == nullptr || batch->after != lane.sent) {
+        batch = std::make_shared<Batch>(strand_, lane.sent);
+        Make(*batch, serial);
     }
+    while (!batch->made) {
+        co_await batch->done.async_wait(asio::as_tuple(asio::use_awaitable));
+    }
+    if (batch->failure != nullptr) {
+        std::rethrow_exception(batch->failure);
+    }
+    if (!ready_.empty()) {
+        Lane& next = lanes_.at(ready_.front());
+        Rewind(next);
+        if (next.ahead == nullptr) {
+            next.ahead = Ahead(ready_.front(), next.sent);
+        }
+    } else if (batch->more) {
+        lane.ahead = Ahead(serial, batch->deliveries.back().delivery.id);
+    }
+    co_return batch;
+}
+
+/// What was read before something else waits again is of no use.
+void CDeliveryQueue::Rewind(Lane& lane) {
     if (std::exchange(lane.rewind, false)) {
         lane.sent = 0;
+        lane.ahead = nullptr;
     }
-    std::vector<Delivery> batch;
-    bool more = true;
-    while (batch.empty() && more) {
-        batch = reader_.Waiting(options_.name, serial, kBatch, lane.sent);
-        more = batch.size() == kBatch;
-        const std::int64_t last = batch.empty() ? 0 : batch.back().id;
-        std::erase_if(batch, [&lane](const Delivery& delivery) { return lane.marked.contains(delivery.id); });
-        if (batch.empty()) {
-            lane.sent = std::max(lane.sent, last);
-        }
-    }
+}
+
+std::shared_ptr<CDeliveryQueue::Batch> CDeliveryQueue::Ahead(const std::string& serial, std::int64_t after) {
+    auto batch = std::make_shared<Batch>(strand_, after);
+    asio::post(executor_, [self = shared_from_this(), batch, serial] {
+        Batch made(self->strand_, batch->after);
+        self->Make(made, serial);
+        asio::post(self->strand_, [batch, deliveries = std::move(made.deliveries), more = made.more,
+                                   failure = made.failure]() mutable {
+            batch->deliveries = std::move(deliveries);
+            batch->more = more;
+            batch->failure = failure;
+            batch->made = true;
+            batch->done.cancel();
+        });
+    });
     return batch;
 }
 
-asio::awaitable<CDeliveryQueue::Next> CDeliveryQueue::ServeOne(CDestination& destination, const std::string& serial,
-                                                               Lane& lane, Delivery& delivery) {
-    std::string error;
-    const OutgoingMessage message = Build(delivery, error);
-    if (!error.empty()) {
-        co_return co_await Hold(delivery, error);
+void CDeliveryQueue::Make(Batch& batch, const std::string& serial) {
+    try {
+        for (Delivery& delivery : reader_.Waiting(options_.name, serial, kBatch, batch.after)) {
+            Build(batch.deliveries.emplace_back(Prepared{std::move(delivery), {}, {}}));
+        }
+        batch.more = batch.deliveries.size() == kBatch;
+    } catch (const std::exception&) {
+        batch.failure = std::current_exception();
     }
-    const DeliveryOutcome outcome = co_await destination.Deliver(message);
+    batch.made = true;
+}
+
+asio::awaitable<CDeliveryQueue::Next> CDeliveryQueue::ServeOne(CDestination& destination, const std::string& serial,
+                                                               Lane& lane, Prepared& prepared) {
+    Delivery& delivery = prepared.delivery;
+    if (!prepared.error.empty()) {
+        co_return co_await Hold(delivery, prepared.error);
+    }
+    const DeliveryOutcome outcome = co_await destination.Deliver(prepared.message);
     if (outcome.verdict != Verdict::kAccepted) {
         co_return co_await NotAccepted(serial, delivery, outcome);
     }
@@ -187,8 +245,9 @@ asio::awaitable<CDeliveryQueue::Next> CDeliveryQueue::ServeOne(CDestination& des
     co_return Next::kGoOn;
 }
 
-OutgoingMessage CDeliveryQueue::Build(Delivery& delivery, std::string& error) const {
-    OutgoingMessage message;
+void CDeliveryQueue::Build(Prepared& prepared) const {
+    Delivery& delivery = prepared.delivery;
+    OutgoingMessage& message = prepared.message;
     message.serial = delivery.serial;
     message.result = delivery.result;
     message.received = delivery.received;
@@ -197,7 +256,8 @@ OutgoingMessage CDeliveryQueue::Build(Delivery& delivery, std::string& error) co
         message.controlId = fmt::format("{}-{}", store_.Id(), delivery.result);
         StandardText standard = MakeStandard(delivery.text, message.controlId, options_);
         message.text = std::move(standard.text);
-        error = std::move(standard.error);
+        delivery.text = {};
+        prepared.error = std::move(standard.error);
     } else {
         message.text = std::move(delivery.text);
         message.controlId = ControlIdOf(message.text);
@@ -205,7 +265,6 @@ OutgoingMessage CDeliveryQueue::Build(Delivery& delivery, std::string& error) co
             error = "the result has a byte that begins or ends a message";
         }
     }
-    return message;
 }
 
 asio::awaitable<CDeliveryQueue::Next> CDeliveryQueue::NotAccepted(const std::string& serial, Delivery& delivery,

@@ -6,6 +6,7 @@
 #include <boost/asio/strand.hpp>
 #include <chrono>
 #include <deque>
+#include <exception>
 #include <functional>
 #include <map>
 #include <memory>
@@ -48,9 +49,9 @@ public:
 
     /// Begins with what the store has.
     void Start();
-    /// Something was queued for this analyzer, sent again or dropped. Any thread may call.
+    /// A new result was queued for this analyzer. Any thread may call.
     void Wake(const std::string& serial);
-    /// The same where it is not known for which analyzer.
+    /// Something was sent again or dropped.
     void WakeAll();
     /// Takes up nothing more, gives what is under way a few seconds, and returns when all is at rest.
     asio::awaitable<void> Stop();
@@ -59,6 +60,24 @@ public:
     const DestinationOptions& Options() const { return options_; }
 
 private:
+    /// A delivery that is ready to be sent; `error`: why it cannot be.
+    struct Prepared {
+        Delivery delivery;
+        OutgoingMessage message;
+        std::string error;
+    };
+    /// Some of what waits behind `after`, in order. Made beside the strand, while what stands before it is sent.
+    struct Batch {
+        Batch(const asio::any_io_executor& strand, std::int64_t behind)
+            : after(behind), done(strand, asio::steady_timer::time_point::max()) {}
+
+        const std::int64_t after;
+        std::vector<Prepared> deliveries;
+        bool more = false;  ///< there may be some behind them
+        bool made = false;
+        std::exception_ptr failure;
+        asio::steady_timer done;  ///< never expires; cancelled when it is made
+    };
     struct Lane {
         explicit Lane(std::chrono::milliseconds first, std::chrono::milliseconds longest) : pause(first, longest) {}
 
@@ -66,6 +85,7 @@ private:
         bool again = false;             ///< woken meanwhile
         bool rewind = false;            ///< something before `sent` may wait again
         std::int64_t sent = 0;          ///< what was accepted last; what comes next stands behind it
+        std::shared_ptr<Batch> ahead;   ///< what comes next, unless it turns out otherwise
         std::set<std::int64_t> marked;  ///< accepted, and the store has yet to say that it knows
         CPause pause;
     };
@@ -83,11 +103,14 @@ private:
     asio::awaitable<void> ServeLane(CDestination& destination, const std::string& serial);
     asio::awaitable<Next> ServeBatch(CDestination& destination, const std::string& serial, Lane& lane);
     asio::awaitable<Next> ServeOne(CDestination& destination, const std::string& serial, Lane& lane,
-                                   Delivery& delivery);
+                                   Prepared& prepared);
     asio::awaitable<Next> NotAccepted(const std::string& serial, Delivery& delivery, const DeliveryOutcome& outcome);
     asio::awaitable<Next> Hold(Delivery& delivery, const std::string& reason);
-    std::vector<Delivery> Read(const std::string& serial, Lane& lane);
-    OutgoingMessage Build(Delivery& delivery, std::string& error) const;
+    asio::awaitable<std::shared_ptr<Batch>> NextBatch(const std::string& serial, Lane& lane);
+    std::shared_ptr<Batch> Ahead(const std::string& serial, std::int64_t after);
+    void Make(Batch& batch, const std::string& serial);
+    static void Rewind(Lane& lane);
+    void Build(Prepared& prepared) const;
 
     void Ready(const std::string& serial);
     void ReadyAfterPause(const std::string& serial, Lane& lane);
@@ -104,6 +127,7 @@ private:
     void NoteSuccess();
     void NoteProblem(const std::string& problem);
 
+    const asio::any_io_executor executor_;
     const asio::strand<asio::any_io_executor> strand_;
     CStore& store_;
     CStoreReader reader_;
