@@ -54,7 +54,7 @@ private:
         }
         if (const json update = analyzer.value("update", json()); update != seen.update) {
             seen.update = update;
-            const json event = {{"event", "push"}, {"host", seen.address}, {"update", update}};
+            const json event = {{"event", "update"}, {"host", seen.address}, {"update", update}};
             Say(seen, event, update.is_null() ? "" : "update: " + Text(update, "step"));
         }
     }

@@ -57,7 +57,7 @@ private:
 int Hindered(const LinkStatus& status) {
     std::string text = status.reason;
     if (status.otherPC) {
-        text += ": " + PCText(*status.otherPC) + "; --take-over replaces it";
+        text += ": " + PCText(*status.otherPC) + "; --take-over replaces it, and a gateway is asked with --gateway";
     }
     PrintProblem(text);
     return status.state == LinkState::kWaiting ? kUnreachable : kRefused;
