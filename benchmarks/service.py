@@ -165,8 +165,8 @@ def bare_start(analyzer: Analyzer) -> float:
         return time.perf_counter() - start
 
 
-STEP = "After sending, the service looks for the PC's acknowledgement at once and then every 80 ms; the first look mostly " \
-       "comes before the PC has answered."
+STEP = "After sending, the service looks for the PC's acknowledgement at once and then every 80 ms; the first look " \
+       "mostly comes before the PC has answered."
 
 SCANNED = "Before each answer the service reads its settings, asks the device library for the model, and the system " \
           "for the route and the address, since all of them may change at any time: some thirty calls of the system " \
