@@ -163,4 +163,4 @@ def markdown(report: Report) -> str:
         f"Measured on {about(report)}. {summary(report)}.".replace("\n", " "), "",
         *markdown_table(("row", "what", "ours (quartiles)", "beside", "ratio", "goal", ""), rows), "",
         *markdown_table(("curve", "what", "medians", "growth", "goal", ""), curves), "",
-        "What sets the floor:", "", *floors])
+        *(["What sets the floor:", "", *floors] if floors else [])])
