@@ -112,7 +112,7 @@ GROUP = Group(
          "the log.")],
     [Sweep([Curve("result-rows", "A result of 30 analytes from the request to the PC, no index", SECONDS,
                   "rows of results", steady=True, floor=INDEX),
-            Curve("result-rows-indexed", "A result of 30 analytes from the request to the PC, indexed", SECONDS, "rows of results",
-                  steady=True)], ROWS, by_result_rows),
+            Curve("result-rows-indexed", "A result of 30 analytes from the request to the PC, indexed", SECONDS,
+                  "rows of results", steady=True)], ROWS, by_result_rows),
      Sweep([Curve("history-rows", "An update of one small image from a stick", SECONDS, "rows of the history",
                   steady=True)], ROWS, by_history_rows)])

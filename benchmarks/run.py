@@ -51,11 +51,10 @@ def chosen_keys(names: list[str]) -> set[str]:
 def list_names() -> None:
     for group in GROUPS:
         print(group.name)
-        for row in group.rows:
-            print(f"   {row.key:22} {row.what}")
-        for sweep in group.sweeps:
-            for curve in sweep.curves:
-                print(f"   {curve.key:22} {curve.what}, by {curve.of}")
+        told = [(row.key, row.what) for row in group.rows]
+        told += [(curve.key, f"{curve.what}, by {curve.of}") for sweep in group.sweeps for curve in sweep.curves]
+        for key, what in told:
+            print(f"   {key:22}" + "\n".join(wrap(what, " " * 26))[25:])
 
 
 def needs(names: list[str]) -> list[str]:

@@ -180,8 +180,8 @@ GROUP = Group(
          within(8)),
      Row("transfer", "A result of 30 analytes from ZELApp's request to the report that the PC has it", SECONDS,
          transfers(USUAL), goal=at_most(0.085), floor=STEP),
-     Row("transfer-200", "A result of 200 analytes, more than one of 30 takes", SECONDS, transfers(MANY), {"30 analytes": transfers(USUAL)},
-         more(0.005), floor=STEP)],
+     Row("transfer-200", "A result of 200 analytes, more than one of 30 takes", SECONDS, transfers(MANY),
+         {"30 analytes": transfers(USUAL)}, more(0.005), floor=STEP)],
     [Sweep([Curve("transfer-analytes", "A result from ZELApp's request to the report that the PC has it", SECONDS,
                   "analytes", floor=STEP)], ANALYTES, by_analytes)])
 

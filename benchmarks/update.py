@@ -318,5 +318,6 @@ GROUP = Group(
     [Sweep([Curve("push-size", "Receiving a push", SECONDS, "MiB"),
             Curve("push-memory", "Most memory resident during a push", BYTES, "MiB", steady=True),
             Curve("stick-size", "An update from the stick, from the start request to the end", SECONDS, "MiB"),
-            Curve("stick-memory", "Most memory resident during an update from the stick", BYTES, "MiB", steady=True)], SIZES, by_size)],
+            Curve("stick-memory", "Most memory resident during an update from the stick", BYTES, "MiB", steady=True)],
+           SIZES, by_size)],
     needs=("service", "nginx"))
