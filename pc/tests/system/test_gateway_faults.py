@@ -11,9 +11,11 @@ import pytest
 from bench.analyzer import ANIMAL_ID, CONTROL_ID, PASSWORD, PATIENT_ID, Analyzer
 from bench.daemon import wait_until
 from bench.gateway import FILES, LIS_PORT, MLLP, ZELPC, Gateway
+from bench.image import APP, file_name
 from bench.machine import PROJECT
-from bench.sandbox import ENGINE
-from bench.zelapp import CONTROL, PATIENT, PcConnection, ResultSent
+from bench.sandbox import ENGINE, lab_address
+from bench.updates import FROM_PC, NEW, release, start
+from bench.zelapp import CONTROL, PATIENT, PcConnection, ResultSent, UpdateComplete, UpdateFailed, UpdateRequested
 from benchmarks.npm_packages import DIRECTORY, NoPackages, install
 
 pytestmark = pytest.mark.skipif(not Path(ZELPC).exists(), reason="zelpc is not built (./zel test pc does)")
@@ -67,6 +69,85 @@ def test_receivers_of_others_take_every_result(name: str, text: str, analyzer: A
     queue = wait_until(lambda: [one for one in gateway.get("/api/queues") if one["delivered"] == len(SENT)], 10,
                        "its answers")[0]
     assert (queue["waiting"], queue["held"]) == (0, 0), gateway.log()
+
+
+def put_release(gateway: Gateway, name: str, **values: object) -> None:
+    folder = gateway.state / "releases" / name
+    folder.mkdir(parents=True)
+    for image, data in release(**values).items():
+        (folder / file_name(image, str(values.get("model", "human")))).write_bytes(data)
+
+
+def update_of(gateway: Gateway) -> dict:
+    return gateway.get("/api/analyzers")[0]["update"] or {}
+
+
+def test_updates_by_the_api(analyzer: Analyzer, begin: Callable[..., Gateway]) -> None:
+    """Catches a release that goes to an analyzer of the other model or from another folder, progress that is not told,
+    and an update that cannot be called off."""
+    gateway = begin(FILES)
+    serial = gateway.get("/api/analyzers")[0]["serial"]
+    put_release(gateway, "good")
+    put_release(gateway, "large", sizes={APP: 80_000_000})
+    put_release(gateway, "animals", model="veterinary")
+    (gateway.state / "releases/half").mkdir()
+    assert gateway.get("/api/releases") == ["animals", "good", "half", "large"]
+    push = f"/api/analyzers/{serial}/push"
+    for name, status in (("animals", 422), ("half", 422), ("none", 404), ("../releases/good", 404), (".", 404)):
+        answer, text = gateway.request("POST", push, f'{{"release": "{name}"}}')
+        assert answer.status == status, (name, text)
+    assert gateway.request("POST", push.replace(serial, "N62A9"), '{"release": "good"}')[0].status == 404
+
+    gateway.post(push, release="good")
+    analyzer.zelapp.expect(UpdateRequested, 20)
+    assert gateway.request("POST", push, '{"release": "good"}')[0].status == 409, "one at a time"
+    analyzer.zelapp.answer_update_request(True)
+    start(analyzer, FROM_PC)
+    analyzer.zelapp.expect(UpdateComplete, 30)
+    assert wait_until(lambda: update_of(gateway).get("over"), 20, "its end")
+    assert {image["image"] for image in update_of(gateway)["images"] if image["stored"]} == {"SYS", "APP", "XML", "DSP"}
+    assert set(analyzer.read_device("versions.cfg").values()) == {NEW}
+
+    gateway.post(push, release="large")
+    analyzer.zelapp.expect(UpdateRequested, 20)
+    gateway.post(f"/api/analyzers/{serial}/cancel")
+    analyzer.zelapp.answer_update_request(True)
+    start(analyzer, FROM_PC)
+    analyzer.zelapp.expect(UpdateFailed, 30)
+    assert wait_until(lambda: update_of(gateway).get("over"), 20, "its end")
+    assert "cancel" in update_of(gateway)["step"], update_of(gateway)
+
+
+def test_ending_with_everything_under_way(analyzer: Analyzer, begin: Callable[..., Gateway]) -> None:
+    """Catches an end that waits for a LIS that is silent, a broker that is not there, an alarm program that hangs, an
+    update or a page that is open, and a result that does not survive it."""
+    root = analyzer.sandbox.root
+    program = root / "alarm"
+    program.write_text(f"#!/bin/sh\necho $$ >> {root}/alarms\nexec sleep 600\n")
+    program.chmod(0o755)
+    nowhere = f'host = "{lab_address(99)}"\nqueue = "x"\nanswer_timeout_s = 60\nconnect_timeout_s = 60\n'
+    gateway = begin(MLLP.replace("answer_timeout_s = 2", "answer_timeout_s = 60") + "alarm_after_s = 1\n"
+                    '[[destination]]\nname = "broker"\ntype = "rabbitmq"\n' + nowhere,
+                    f'[alarm]\ncommand = "{program}"\n')
+    silent = gateway.listen()
+    put_release(gateway, "good")
+    pages = [gateway.open_page("/api/events") for _ in range(3)]
+    send(analyzer, PATIENT_ID)
+    connection = silent.accept()[0]
+    assert b"P-4711" in connection.recv(65536)
+    wait_until(lambda: (root / "alarms").exists(), 30, "an alarm")
+    gateway.post(f"/api/analyzers/{analyzer.serial}/push", release="good")
+    analyzer.zelapp.expect(UpdateRequested, 20)
+    analyzer.zelapp.send_result(PATIENT, f"ResultID = {ANIMAL_ID}")
+    gateway.process.signal(signal.SIGTERM)
+    assert gateway.process.wait(30) == 0, gateway.log()
+    running = analyzer.sandbox.pc.run("ps", "-e", "-o", "pid=,args=")
+    assert str(program) not in running and "sleep 600" not in running, "its alarm program goes on"
+    assert all(page.recv(1 << 16) is not None for page in pages)
+    assert gateway.rows("SELECT state FROM delivery WHERE result = 1") == [(0,), (0,)], "nothing counts as delivered"
+    silent.close()
+    gateway.start()
+    gateway.wait_for_log("the gateway runs", count=2)
 
 
 def test_a_store_that_cannot_be_written_is_refused(analyzer: Analyzer) -> None:
