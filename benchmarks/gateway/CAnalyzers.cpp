@@ -146,12 +146,13 @@ void CAnalyzers::TakeDatagram(Peer& peer) {
         return;
     }
     const auto header = Wire::ParsePCHeader(std::span(data).first<Wire::kPCHeaderSize>());
-    if (header.command == kScanDevice) {
-        Wire::BuildPCPacket(packet_,
-                            {.command = kScanDeviceResponse, .tag = header.tag, .subTag = 0xFF, .checksum = true},
-                            ScanAnswer(peer.analyzer));
-    } else if (header.command == kDeviceInfoChange) {
-        Wire::BuildPCPacket(packet_, {.command = kDeviceInfoChangeAck, .tag = header.tag, .subTag = '1'}, {});
+    if (header.command == PCCommand::kScanDevice) {
+        Wire::BuildPCPacket(
+            packet_, {.command = PCCommand::kScanDeviceResponse, .tag = header.tag, .subTag = 0xFF, .checksum = true},
+            ScanAnswer(peer.analyzer));
+    } else if (header.command == PCCommand::kDeviceInfoChange) {
+        Wire::BuildPCPacket(packet_, {.command = PCCommand::kDeviceInfoChangeAck, .tag = header.tag, .subTag = '1'},
+                            {});
         analyzers_[static_cast<std::size_t>(peer.analyzer)].alive = true;
     } else {
         return;
@@ -186,23 +187,23 @@ void CAnalyzers::TakeBytes(Peer& peer) {
 
 void CAnalyzers::TakePacket(Peer& peer, const Wire::PCHeader& header, std::span<const std::uint8_t> payload) {
     Analyzer& analyzer = analyzers_[static_cast<std::size_t>(peer.analyzer)];
-    Wire::PCPacketKind answer{.command = 0, .tag = header.tag, .subTag = header.subTag};
+    Wire::PCPacketKind answer{.command = {}, .tag = header.tag, .subTag = header.subTag};
     std::vector<std::uint8_t> content;
-    if (header.command == kGetInfo && payload.size() == 2) {
-        answer.command = kInfo;
+    if (header.command == PCCommand::kGetInfo && payload.size() == 2) {
+        answer.command = PCCommand::kInfo;
         content = Information(analyzer, peer.analyzer, payload);
         // The PC asks once more when it counts as connected.
         if (analyzer.alive) {
             analyzer.connection = peer.socket.Get();
         }
-    } else if (header.command == kRegisterDevice) {
-        answer.command = kRegisterDeviceResponse;
+    } else if (header.command == PCCommand::kRegisterDevice) {
+        answer.command = PCCommand::kRegisterDeviceResponse;
         content = {'1'};
         analyzer.registered = true;
-    } else if (header.command == kResult) {
+    } else if (header.command == PCCommand::kResult) {
         Acknowledged(analyzer);
     }
-    if (answer.command != 0) {
+    if (answer.command != PCCommand{}) {
         Wire::BuildPCPacket(packet_, answer, content);
         peer.socket.Write(packet_);
     }
@@ -276,6 +277,6 @@ void CAnalyzers::SendResult(const Analyzer& analyzer) {
     const std::string number = std::to_string(++sent_);
     text_.replace(patient_, kPatient.size(), std::string(kPatient.size() - number.size(), '0') + number);
     const auto* const bytes = reinterpret_cast<const std::uint8_t*>(text_.data());
-    Wire::BuildPCPacket(packet_, {.command = kResult, .tag = 1, .subTag = '1'}, {bytes, text_.size()});
+    Wire::BuildPCPacket(packet_, {.command = PCCommand::kResult, .tag = 1, .subTag = '1'}, {bytes, text_.size()});
     peers_[static_cast<std::size_t>(analyzer.connection)].socket.Write(packet_);
 }

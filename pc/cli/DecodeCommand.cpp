@@ -87,10 +87,10 @@ void ShowMessage(const std::string& text, bool asJson) {
 void ShowPacket(const CapturedPacket& packet, bool asJson) {
     const std::vector<std::string> lines = DescribePacket(packet.header, packet.payload);
     const std::string text(packet.payload.begin(), packet.payload.end());
-    const auto result = packet.header.command == kResult ? ReadLabResult(text) : std::nullopt;
+    const auto result = packet.header.command == PCCommand::kResult ? ReadLabResult(text) : std::nullopt;
     if (asJson) {
         json object = {{"event", "packet"}, {"from", packet.from}, {"to", packet.to}, {"says", lines}};
-        object["command"] = packet.header.command;
+        object["command"] = static_cast<std::uint16_t>(packet.header.command);
         if (result) {
             object["result"] = ResultJson(*result);
         }

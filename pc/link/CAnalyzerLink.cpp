@@ -217,7 +217,7 @@ void CAnalyzerLink::TakeSighting(const ScanAnswer& answer, address_v4 from) {
 void CAnalyzerLink::TakeUpdatePacket(const Packet& packet) {
     if (push_ != nullptr) {
         push_->Take(packet);
-    } else if (packet.header.command == kGetInfo && session_ != nullptr) {
+    } else if (packet.header.command == PCCommand::kGetInfo && session_ != nullptr) {
         // The analyzer's operator asked for an update: there is none.
         session_->Send(UpdateVersions(packet.header.tag, session_->PeerID(), {}));
     }

@@ -139,15 +139,15 @@ void CDatagramPort::Dispatch(std::span<const std::uint8_t> datagram, const udp::
     }
     const auto payload = datagram.subspan(Wire::kPCHeaderSize);
     switch (header.command) {
-        case kScanDeviceResponse:
+        case PCCommand::kScanDeviceResponse:
             if (const auto answer = ParseScanAnswer(datagram)) {
                 TakeScanAnswer(*answer, from.address().to_v4());
             }
             break;
-        case kDeviceInfoChange:
+        case PCCommand::kDeviceInfoChange:
             TakeNotice({header, Buffer(payload.begin(), payload.end())}, from);
             break;
-        case kDeviceInfoChangeAck:
+        case PCCommand::kDeviceInfoChangeAck:
             TakeAlive(header.tag, from.address().to_v4());
             break;
         default:
@@ -175,7 +175,8 @@ void CDatagramPort::TakeScanAnswer(const ScanAnswer& answer, Address from) {
     const auto notice = movedNotices_.find(answer.address);
     if (known && notice != movedNotices_.end()) {
         const Wire::PCHeader& header = notice->second.header;
-        Send(told, MakePacket({.command = kDeviceInfoChangeAck, .tag = header.tag, .subTag = header.subTag}));
+        Send(told,
+             MakePacket({.command = PCCommand::kDeviceInfoChangeAck, .tag = header.tag, .subTag = header.subTag}));
         movedNotices_.erase(notice);
     }
 }
@@ -200,8 +201,9 @@ void CDatagramPort::TakeNotice(const Packet& notice, const udp::endpoint& from) 
                 receiver->OnOtherPC();
             }
         }
-        Send(from.address().to_v4(),
-             MakePacket({.command = kDeviceInfoChangeAck, .tag = notice.header.tag, .subTag = notice.header.subTag}));
+        Send(from.address().to_v4(), MakePacket({.command = PCCommand::kDeviceInfoChangeAck,
+                                                 .tag = notice.header.tag,
+                                                 .subTag = notice.header.subTag}));
     }
 }
 

@@ -29,12 +29,12 @@ constexpr std::chrono::seconds kSilencePatience{12};
 constexpr std::uint8_t kFirstTag = 2;
 
 Refusal RefusalOf(std::uint16_t code) {
-    switch (code) {
-        case kWrongPassword:
+    switch (PCError{code}) {
+        case PCError::kWrongPassword:
             return Refusal::kPassword;
-        case kBusyAnalyzing:
+        case PCError::kBusyAnalyzing:
             return Refusal::kAnalyzing;
-        case kBusyUpdating:
+        case PCError::kBusyUpdating:
             return Refusal::kUpdating;
         default:
             return Refusal::kOther;
@@ -66,11 +66,11 @@ asio::awaitable<void> CLinkSession::Open(asio::ip::address_v4 analyzer, const st
 
 asio::awaitable<DeviceInfo> CLinkSession::GetInfo(std::uint16_t items) {
     const Buffer request = InfoRequest(NextTag(), PeerID(), items);
-    const auto answer = co_await Call(request, kInfo);
+    const auto answer = co_await Call(request, PCCommand::kInfo);
     if (!answer) {
         throw LinkError("the analyzer does not tell about itself");
     }
-    const auto info = answer->header.command == kInfo ? ParseDeviceInfo(answer->payload) : std::nullopt;
+    const auto info = answer->header.command == PCCommand::kInfo ? ParseDeviceInfo(answer->payload) : std::nullopt;
     if (!info) {
         throw LinkError("what the analyzer tells about itself cannot be understood");
     }
@@ -85,11 +85,11 @@ asio::awaitable<Refusal> CLinkSession::Register(const std::string& password) {
                                     .name = settings.name,
                                     .peerID = settings.peerID};
     const Buffer request = RegisterRequest(NextTag(), registration);
-    const auto answer = co_await Call(request, kRegisterDeviceResponse);
+    const auto answer = co_await Call(request, PCCommand::kRegisterDeviceResponse);
     if (!answer) {
         co_return Refusal::kNoAnswer;
     }
-    if (answer->header.command == kRegisterDeviceResponse) {
+    if (answer->header.command == PCCommand::kRegisterDeviceResponse) {
         co_return Refusal::kNone;
     }
     co_return answer->payload.size() == 2 ? RefusalOf(Bytes::GetBE16(answer->payload, 0)) : Refusal::kOther;
@@ -97,10 +97,10 @@ asio::awaitable<Refusal> CLinkSession::Register(const std::string& password) {
 
 asio::awaitable<void> CLinkSession::Unregister() {
     const Wire::PCPacketKind kind{
-        .command = kUnregisterDevice, .tag = NextTag(), .subTag = static_cast<std::uint8_t>(PeerID())};
+        .command = PCCommand::kUnregisterDevice, .tag = NextTag(), .subTag = static_cast<std::uint8_t>(PeerID())};
     const Buffer request = MakePacket(kind);
-    const auto answer = co_await Call(request, kUnregisterDeviceResponse);
-    if (!answer || answer->header.command != kUnregisterDeviceResponse) {
+    const auto answer = co_await Call(request, PCCommand::kUnregisterDeviceResponse);
+    if (!answer || answer->header.command != PCCommand::kUnregisterDeviceResponse) {
         throw LinkError("the analyzer did not confirm that the registration ended");
     }
 }
@@ -174,19 +174,19 @@ asio::awaitable<void> CLinkSession::Read() {
 
 void CLinkSession::Dispatch(Packet packet) {
     switch (packet.header.command) {
-        case kResult:
+        case PCCommand::kResult:
             TakeResult(std::move(packet));
             break;
-        case kRegisterDeviceResponse:
-        case kUnregisterDeviceResponse:
-        case kInfo:
-        case kErrorNotice:
+        case PCCommand::kRegisterDeviceResponse:
+        case PCCommand::kUnregisterDeviceResponse:
+        case PCCommand::kInfo:
+        case PCCommand::kErrorNotice:
             Answer(std::move(packet));
             break;
-        case kUpdateAccept:
-        case kImageRequest:
-        case kImageReceived:
-        case kGetInfo:
+        case PCCommand::kUpdateAccept:
+        case PCCommand::kImageRequest:
+        case PCCommand::kImageReceived:
+        case PCCommand::kGetInfo:
             if (handlers_.update) {
                 handlers_.update(packet);
             }
@@ -196,7 +196,7 @@ void CLinkSession::Dispatch(Packet packet) {
     }
 }
 
-asio::awaitable<std::optional<Packet>> CLinkSession::Call(const Buffer& request, std::uint16_t answer) {
+asio::awaitable<std::optional<Packet>> CLinkSession::Call(const Buffer& request, PCCommand answer) {
     const auto self = shared_from_this();
     constexpr std::size_t kTagOffset = 2;
     Waiter waiter{request[kTagOffset], answer, asio::steady_timer(strand_, kAnswerPatience), {}};
@@ -215,7 +215,7 @@ asio::awaitable<std::optional<Packet>> CLinkSession::Call(const Buffer& request,
 
 void CLinkSession::Answer(Packet packet) {
     for (Waiter* waiter : waiters_) {
-        const bool refused = packet.header.command == kErrorNotice;
+        const bool refused = packet.header.command == PCCommand::kErrorNotice;
         if (waiter->tag == packet.header.tag && !waiter->answer &&
             (refused || waiter->command == packet.header.command)) {
             waiter->answer = std::move(packet);
@@ -223,7 +223,7 @@ void CLinkSession::Answer(Packet packet) {
             return;
         }
     }
-    if (packet.header.command == kErrorNotice && handlers_.update) {
+    if (packet.header.command == PCCommand::kErrorNotice && handlers_.update) {
         handlers_.update(packet);
     }
 }
@@ -272,7 +272,7 @@ void CLinkSession::TakeResult(Packet packet) {
 void CLinkSession::SendAcknowledgement(unsigned number, std::uint8_t tag) {
     // Another result may have come since the receiver asked for this; the analyzer would take it for that one's.
     if (number == results_) {
-        Send({.command = kResult, .tag = tag, .subTag = static_cast<std::uint8_t>(PeerID())});
+        Send({.command = PCCommand::kResult, .tag = tag, .subTag = static_cast<std::uint8_t>(PeerID())});
     }
 }
 

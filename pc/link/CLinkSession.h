@@ -13,6 +13,7 @@
 #include "link/CReceivedResult.h"
 #include "link/LinkStatus.h"
 #include "packet/DeviceInfo.h"
+#include "wire/PCCommand.h"
 
 namespace ZELPC {
 
@@ -77,14 +78,14 @@ private:
     /// Somebody who waits for the answer to a request of this tag.
     struct Waiter {
         std::uint8_t tag;
-        std::uint16_t command;
+        PCCommand command;
         boost::asio::steady_timer timer;
         std::optional<Packet> answer;
     };
 
     boost::asio::awaitable<void> Read();
     void Dispatch(Packet packet);
-    boost::asio::awaitable<std::optional<Packet>> Call(const Buffer& request, std::uint16_t answer);
+    boost::asio::awaitable<std::optional<Packet>> Call(const Buffer& request, PCCommand answer);
     void Answer(Packet packet);
     boost::asio::awaitable<void> WaitForSlot();
     void TakeResult(Packet packet);

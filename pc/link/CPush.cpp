@@ -109,9 +109,10 @@ asio::awaitable<void> CPush::Offer() {
         mask |= static_cast<std::uint8_t>(Wire::RowOf(image).offerBit);
     }
     Tell(PushStep::kWaiting);
-    session_->Send({.command = kUpdateStart, .tag = 1, .subTag = static_cast<std::uint8_t>(session_->PeerID())},
-                   std::span(&mask, 1));
-    (void)co_await Expect(kUpdateAccept, kOfferPatience, "nobody at the analyzer took the update");
+    session_->Send(
+        {.command = PCCommand::kUpdateStart, .tag = 1, .subTag = static_cast<std::uint8_t>(session_->PeerID())},
+        std::span(&mask, 1));
+    (void)co_await Expect(PCCommand::kUpdateAccept, kOfferPatience, "nobody at the analyzer took the update");
     for (const ImageId image : kSent) {
         if (release_->Files().contains(image)) {
             progress_.images[image].size = release_->Files().at(image).FileSize();
@@ -129,17 +130,17 @@ asio::awaitable<void> CPush::ServeRequests() {
         throw End{PushStep::kFailed, "an analyzer that asks wants SYS, APP and XML", false};
     }
     Tell(PushStep::kWaiting);
-    (void)co_await Expect(kGetInfo, Clock::duration::max(), "");
+    (void)co_await Expect(PCCommand::kGetInfo, Clock::duration::max(), "");
     SendVersions();
     while (progress_.images.size() < 3) {
         const auto packet = co_await Next(kLookPause);
         if (!packet) {
             co_await CheckStillUpdating();
-        } else if (packet->header.command == kGetInfo) {
+        } else if (packet->header.command == PCCommand::kGetInfo) {
             SendVersions();
-        } else if (packet->header.command == kErrorNotice) {
+        } else if (packet->header.command == PCCommand::kErrorNotice) {
             throw End{PushStep::kFailed, "the analyzer does not take the update", false};
-        } else if (packet->header.command == kImageRequest) {
+        } else if (packet->header.command == PCCommand::kImageRequest) {
             co_await SendRequested(*packet);
         }
     }
@@ -192,7 +193,7 @@ asio::awaitable<void> CPush::SendImage(ImageId image) {
             throw End{PushStep::kFailed, file.path.string() + " cannot be read any more", true};
         }
         CheckGoingOn();
-        const Wire::PCPacketKind kind{.command = kImageData,
+        const Wire::PCPacketKind kind{.command = PCCommand::kImageData,
                                       .tag = 1,
                                       .subTag = static_cast<std::uint8_t>(session_->PeerID()),
                                       .flag = progress.sent + size < progress.size};
@@ -202,7 +203,7 @@ asio::awaitable<void> CPush::SendImage(ImageId image) {
         progress.sent += size;
         TellSometimes();
     }
-    (void)co_await Expect(kImageReceived, kStorePatience, "the analyzer does not say that it has the image");
+    (void)co_await Expect(PCCommand::kImageReceived, kStorePatience, "the analyzer does not say that it has the image");
     progress.stored = true;
     Tell(PushStep::kSending);
 }
@@ -258,13 +259,13 @@ asio::awaitable<std::optional<Packet>> CPush::Next(Clock::duration patience) {
     }
 }
 
-asio::awaitable<Packet> CPush::Expect(std::uint16_t command, Clock::duration patience, const char* otherwise) {
+asio::awaitable<Packet> CPush::Expect(PCCommand command, Clock::duration patience, const char* otherwise) {
     for (;;) {
         auto packet = co_await Next(patience);
         if (!packet) {
             throw End{PushStep::kFailed, otherwise, true};
         }
-        if (packet->header.command == kErrorNotice) {
+        if (packet->header.command == PCCommand::kErrorNotice) {
             throw End{PushStep::kFailed, "the analyzer does not take the update", false};
         }
         if (packet->header.command == command) {

@@ -12,6 +12,7 @@
 #include "link/CLinkSession.h"
 #include "link/CRelease.h"
 #include "link/PushProgress.h"
+#include "wire/PCCommand.h"
 
 namespace ZELPC {
 
@@ -57,7 +58,7 @@ private:
     boost::asio::awaitable<void> FollowInstallation();
     boost::asio::awaitable<std::optional<DeviceInfo>> AskState();
     boost::asio::awaitable<std::optional<Packet>> Next(Clock::duration patience);
-    boost::asio::awaitable<Packet> Expect(std::uint16_t command, Clock::duration patience, const char* otherwise);
+    boost::asio::awaitable<Packet> Expect(PCCommand command, Clock::duration patience, const char* otherwise);
     void CheckGoingOn() const;
     void Tell(PushStep step);
     void TellSometimes();

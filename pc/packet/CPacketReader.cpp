@@ -52,13 +52,15 @@ CPacketReader::State CPacketReader::Take(std::size_t count, Packet& packet) {
 
 CPacketReader::State CPacketReader::TakeHeader() {
     header_ = Wire::ParsePCHeader(std::span(buffer_).first<Wire::kPCHeaderSize>());
-    broken_ = header_.command == 0 || header_.version != kAnalyzerVersion || header_.total < Wire::kPCHeaderSize;
+    broken_ =
+        header_.command == PCCommand{} || header_.version != kAnalyzerVersion || header_.total < Wire::kPCHeaderSize;
     return header_.payload == 0 && !broken_ ? State::kPacket : State::kMore;
 }
 
 std::size_t CPacketReader::BeginsAgainAt() const {
+    constexpr auto kResult = static_cast<std::uint16_t>(PCCommand::kResult);
     constexpr std::array<std::uint8_t, 2> kBegin = {kResult >> 8, kResult & 0xFF};
-    if (header_.command != kResult || header_.payload == 0) {
+    if (header_.command != PCCommand::kResult || header_.payload == 0) {
         return 0;
     }
     // No text of a result holds these two bytes, the second of which is a control character, or ends with the first.

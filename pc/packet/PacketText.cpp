@@ -157,30 +157,30 @@ void Result(Payload payload, Lines& lines) {
 void Nothing(Payload, Lines&) {}
 
 struct Kind {
-    std::uint16_t command;
+    PCCommand command;
     const char* name;
     std::size_t least;  ///< bytes of payload that `describe` needs
     void (*describe)(Payload, Lines&);
 };
 
 constexpr std::array<Kind, 17> kKinds = {{
-    {kScanDevice, "scan", 10, Scan},
-    {kScanDeviceResponse, "answer to a scan", 68, ScanAnswered},
-    {kRegisterDevice, "register", 25, Register},
-    {kRegisterDeviceResponse, "registered", 1, Registered},
-    {kUnregisterDevice, "unregister", 0, Nothing},
-    {kUnregisterDeviceResponse, "unregistered", 0, Nothing},
-    {kDeviceInfoChange, "sign of life, or notice of a change", 2, Changed},
-    {kDeviceInfoChangeAck, "acknowledgement of a sign of life or notice", 0, Nothing},
-    {kUpdateStart, "offer of an update", 1, Offered},
-    {kUpdateAccept, "the update may begin", 0, Nothing},
-    {kImageRequest, "request for an image", 6, ImageAsked},
-    {kImageData, "image data", 0, ImagePiece},
-    {kImageReceived, "image received", 0, Nothing},
-    {kGetInfo, "request for information", 2, Asked},
-    {kInfo, "information", 2, Told},
-    {kErrorNotice, "error notice", 2, Error},
-    {kResult, "result", 0, Result},
+    {PCCommand::kScanDevice, "scan", 10, Scan},
+    {PCCommand::kScanDeviceResponse, "answer to a scan", 68, ScanAnswered},
+    {PCCommand::kRegisterDevice, "register", 25, Register},
+    {PCCommand::kRegisterDeviceResponse, "registered", 1, Registered},
+    {PCCommand::kUnregisterDevice, "unregister", 0, Nothing},
+    {PCCommand::kUnregisterDeviceResponse, "unregistered", 0, Nothing},
+    {PCCommand::kDeviceInfoChange, "sign of life, or notice of a change", 2, Changed},
+    {PCCommand::kDeviceInfoChangeAck, "acknowledgement of a sign of life or notice", 0, Nothing},
+    {PCCommand::kUpdateStart, "offer of an update", 1, Offered},
+    {PCCommand::kUpdateAccept, "the update may begin", 0, Nothing},
+    {PCCommand::kImageRequest, "request for an image", 6, ImageAsked},
+    {PCCommand::kImageData, "image data", 0, ImagePiece},
+    {PCCommand::kImageReceived, "image received", 0, Nothing},
+    {PCCommand::kGetInfo, "request for information", 2, Asked},
+    {PCCommand::kInfo, "information", 2, Told},
+    {PCCommand::kErrorNotice, "error notice", 2, Error},
+    {PCCommand::kResult, "result", 0, Result},
 }};
 
 }  // namespace
@@ -189,14 +189,14 @@ std::string DescribeError(std::uint16_t code) {
     if (code >= kFirstCancel && code <= kLastCancel) {
         return "the PC gives the update up";
     }
-    switch (code) {
-        case kWrongPassword:
+    switch (PCError{code}) {
+        case PCError::kWrongPassword:
             return "the administrator password is not correct";
-        case kBusyAnalyzing:
+        case PCError::kBusyAnalyzing:
             return "the analyzer is measuring";
-        case kBusyUpdating:
+        case PCError::kBusyUpdating:
             return "the analyzer is updating its software";
-        case kUpdateImpossible:
+        case PCError::kUpdateImpossible:
             return "the update or this image is not taken";
         default:
             return "unknown";
@@ -206,9 +206,10 @@ std::string DescribeError(std::uint16_t code) {
 Lines DescribePacket(const Wire::PCHeader& header, Payload payload) {
     const auto kind = std::ranges::find(kKinds, header.command, &Kind::command);
     Lines lines;
-    lines.push_back(Hex(header.command, 4) + " " + (kind == kKinds.end() ? "unknown command" : kind->name) + ", tag " +
-                    std::to_string(header.tag) + ", sub-tag " + Hex(header.subTag, 2) + ", " +
-                    std::to_string(header.total) + " bytes" + (header.flag ? ", more follow" : ""));
+    lines.push_back(Hex(static_cast<std::uint16_t>(header.command), 4) + " " +
+                    (kind == kKinds.end() ? "unknown command" : kind->name) + ", tag " + std::to_string(header.tag) +
+                    ", sub-tag " + Hex(header.subTag, 2) + ", " + std::to_string(header.total) + " bytes" +
+                    (header.flag ? ", more follow" : ""));
     if (header.version != 1) {
         lines.push_back("version " + std::to_string(header.version) + ", not 1");
     }

@@ -23,7 +23,7 @@ void PutText(std::span<std::uint8_t> field, std::string_view text) {
 }
 
 /// A packet whose payload is one 16-bit number.
-Buffer NumberPacket(std::uint16_t command, std::uint8_t tag, char peerID, std::uint16_t number) {
+Buffer NumberPacket(PCCommand command, std::uint8_t tag, char peerID, std::uint16_t number) {
     std::array<std::uint8_t, 2> payload{};
     Bytes::PutBE16(payload, 0, number);
     return MakePacket({.command = command, .tag = tag, .subTag = SubTag(peerID)}, payload);
@@ -41,7 +41,7 @@ Buffer ScanRequest(std::uint8_t tag, std::uint32_t address, std::uint16_t port) 
     std::array<std::uint8_t, 10> payload{};
     Bytes::PutBE16(payload, 0, port);
     Bytes::PutBE32(payload, 2, address);
-    return MakePacket({.command = kScanDevice, .tag = tag}, payload);
+    return MakePacket({.command = PCCommand::kScanDevice, .tag = tag}, payload);
 }
 
 Buffer RegisterRequest(std::uint8_t tag, const Registration& registration) {
@@ -52,15 +52,16 @@ Buffer RegisterRequest(std::uint8_t tag, const Registration& registration) {
     Bytes::PutBE32(payload, 10, registration.address);
     PutText(fields.subspan(14, kNameSize), registration.name);
     payload[24] = SubTag(registration.peerID);
-    return MakePacket({.command = kRegisterDevice, .tag = tag, .subTag = SubTag(registration.peerID)}, payload);
+    return MakePacket({.command = PCCommand::kRegisterDevice, .tag = tag, .subTag = SubTag(registration.peerID)},
+                      payload);
 }
 
 Buffer InfoRequest(std::uint8_t tag, char peerID, std::uint16_t items) {
-    return NumberPacket(kGetInfo, tag, peerID, items);
+    return NumberPacket(PCCommand::kGetInfo, tag, peerID, items);
 }
 
 Buffer SignOfLife(std::uint8_t tag, char peerID) {
-    return NumberPacket(kDeviceInfoChange, tag, peerID, 0);
+    return NumberPacket(PCCommand::kDeviceInfoChange, tag, peerID, 0);
 }
 
 Buffer UpdateVersions(std::uint8_t tag, char peerID, const std::map<ImageId, std::string>& versions) {
@@ -75,11 +76,11 @@ Buffer UpdateVersions(std::uint8_t tag, char peerID, const std::map<ImageId, std
         }
     }
     Bytes::PutBE16(payload, 0, mask);
-    return MakePacket({.command = kInfo, .tag = tag, .subTag = SubTag(peerID)}, payload);
+    return MakePacket({.command = PCCommand::kInfo, .tag = tag, .subTag = SubTag(peerID)}, payload);
 }
 
 Buffer ErrorNotice(std::uint8_t tag, char peerID, std::uint16_t code) {
-    return NumberPacket(kErrorNotice, tag, peerID, code);
+    return NumberPacket(PCCommand::kErrorNotice, tag, peerID, code);
 }
 
 }  // namespace ZELPC

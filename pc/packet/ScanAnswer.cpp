@@ -22,7 +22,7 @@ std::optional<ScanAnswer> ParseScanAnswer(std::span<const std::uint8_t> datagram
     }
     const Wire::PCHeader header = Wire::ParsePCHeader(datagram.first<Wire::kPCHeaderSize>());
     constexpr std::size_t kSummed = kAnswerSize - Wire::kPCChecksumSize;
-    if (header.command != kScanDeviceResponse || header.total != kAnswerSize ||
+    if (header.command != PCCommand::kScanDeviceResponse || header.total != kAnswerSize ||
         Bytes::GetBE32(datagram, kSummed) != Wire::ByteSum(datagram.first(kSummed))) {
         return std::nullopt;
     }

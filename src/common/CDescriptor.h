@@ -6,7 +6,7 @@
 #include <utility>
 
 /// Owns one file descriptor and closes it. The value -1 means none. Closing leaves errno as it was, so that an error
-/// can be reported after the descriptor is gone.
+/// can be reported after the descriptor is gone. Used by one thread at a time.
 class CDescriptor {
 public:
     CDescriptor() = default;

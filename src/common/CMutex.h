@@ -4,7 +4,8 @@
 
 #include "platform/Log.h"
 
-/// A mutex whose creation and destruction failures are logged under the owner's tags. Works with std::lock_guard.
+/// A mutex whose creation and destruction failures are logged under the owner's tags, though no system here lets them
+/// fail. Works with std::lock_guard, from any thread; does not nest.
 class CMutex {
 public:
     /// The tags outlive the mutex.

@@ -3,10 +3,17 @@
 #include <algorithm>
 #include <cstddef>
 
-void DumpPacket(QENFx::Log::FileLog* log, std::span<const std::uint8_t> packet) {
+void WritePacket(QENFx::Log::FileLog* log, const char* tag, const char* protocol,
+                 std::span<const std::uint8_t> packet) {
+    if (packet.empty()) {
+        // Only if there were no memory; a packet has a header at least.
+        log->WriteError("%s Cannot write packet log", tag);
+        return;
+    }
+    log->WriteInfo("%s %s Packet (%d bytes)", tag, protocol, static_cast<int>(packet.size()));
+
     constexpr std::size_t kRowBytes = 24;
     constexpr char kDigits[] = "0123456789ABCDEF";
-
     while (!packet.empty()) {
         const auto row = packet.first(std::min(packet.size(), kRowBytes));
         packet = packet.subspan(row.size());

@@ -5,5 +5,6 @@
 
 #include "platform/Log.h"
 
-/// Writes a packet to the log as hexadecimal rows of 24 bytes in groups of four, one info line a row.
-void DumpPacket(QENFx::Log::FileLog* log, std::span<const std::uint8_t> packet);
+/// Writes a packet to the log: under the tag a line with its protocol ("PC" or "UDS") and its size, and then its bytes
+/// as hexadecimal rows of 24 in groups of four, one info line a row. From any thread; the lines of two threads mix.
+void WritePacket(QENFx::Log::FileLog* log, const char* tag, const char* protocol, std::span<const std::uint8_t> packet);

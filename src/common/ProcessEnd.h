@@ -4,7 +4,7 @@
 /// once: the first one exits, the others wait for it.
 [[noreturn]] void EndProcess();
 
-/// Blocks SIGHUP, SIGQUIT and SIGTERM in the calling thread.
+/// Blocks SIGHUP, SIGQUIT and SIGTERM in the calling thread, and in those that it starts from now on.
 void BlockEndingSignals();
 
 /// While it lives, the main thread takes SIGHUP, SIGQUIT and SIGTERM; on other threads it does nothing. The main thread

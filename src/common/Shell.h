@@ -8,6 +8,6 @@
 /// standard input is empty and it has no terminal, so that it can never wait for an answer. It ends with this process,
 /// however that ends: what it would still write belongs to nobody any more.
 ///
-/// Returns the command's wait status (that of an exit with 127 when there is no such command), or -1 when nothing could
-/// be started.
+/// May be called from any thread, which waits; no signal is lost meanwhile. Returns the command's wait status (that of
+/// an exit with 127 when there is no such command), or -1 when nothing could be started.
 int RunShell(const char* command);

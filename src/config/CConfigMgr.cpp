@@ -12,6 +12,7 @@
 #include <mutex>
 
 #include "common/Constants.h"
+#include "common/FrameworkError.h"
 #include "common/ProcessEnd.h"
 #include "common/Shell.h"
 
@@ -25,43 +26,43 @@ constexpr char kGetTag[] = "[CConfigMgr::GetContents]";
 constexpr char kComment[] = "ZELRmUp Configuration File";
 
 struct Setting {
-    int index;
+    ConfigKey index;
     const char* key;
     const char* defaultValue;  // null: never written by this program
 };
 
 constexpr Setting kSettings[] = {
-    {kZELRMTCPPort, "ZELRMTCPPort", "9034"},
-    {kZELRMUDPPort, "ZELRMUDPPort", "9035"},
-    {kPCIPAddress, "PCIPAddress", kNoPCAddress},
-    {kPCTCPPort, "PCTCPPort", "9034"},
-    {kPCUDPPort, "PCUDPPort", "9036"},
-    {kPCSWName, "PCSWName", ""},
-    {kPCPeerID, "PCPeerID", "0"},
-    {kIPChanged, "IPChanged", "0"},
-    {kBootPartitions, "BootPartitions", "11"},
-    {kUpdateImages, "UpdateImages", "0"},
-    {kUpdateURL, "UpdateURL", ZELRM_UPDATE_HOST},
-    {kAdminPW, "AdminPW", nullptr},
-    {kReferenceRangeDisable, "ReferenceRangeDisable", nullptr},
+    {ConfigKey::kZELRMTCPPort, "ZELRMTCPPort", "9034"},
+    {ConfigKey::kZELRMUDPPort, "ZELRMUDPPort", "9035"},
+    {ConfigKey::kPCIPAddress, "PCIPAddress", kNoPCAddress},
+    {ConfigKey::kPCTCPPort, "PCTCPPort", "9034"},
+    {ConfigKey::kPCUDPPort, "PCUDPPort", "9036"},
+    {ConfigKey::kPCSWName, "PCSWName", ""},
+    {ConfigKey::kPCPeerID, "PCPeerID", "0"},
+    {ConfigKey::kIPChanged, "IPChanged", "0"},
+    {ConfigKey::kBootPartitions, "BootPartitions", "11"},
+    {ConfigKey::kUpdateImages, "UpdateImages", "0"},
+    {ConfigKey::kUpdateURL, "UpdateURL", ZELRM_UPDATE_HOST},
+    {ConfigKey::kAdminPW, "AdminPW", nullptr},
+    {ConfigKey::kReferenceRangeDisable, "ReferenceRangeDisable", nullptr},
 };
 
-const Setting* FindSetting(int index) {
+const Setting* FindSetting(ConfigKey index) {
     const auto* found = std::ranges::find(kSettings, index, &Setting::index);
     return found == std::end(kSettings) ? nullptr : found;
 }
 
 /// An index that names no setting reads as the empty key, which no file holds.
-const char* KeyOf(int index) {
+const char* KeyOf(ConfigKey index) {
     const Setting* setting = FindSetting(index);
     return setting == nullptr ? "" : setting->key;
 }
 
-const char* FileOf(int index) {
-    if (index < 12) {
+const char* FileOf(ConfigKey index) {
+    if (index < ConfigKey::kAdminPW) {
         return kOwnConfigFile;
     }
-    return index < 14 ? kSystemConfigFile : kApplicationConfigFile;
+    return index < ConfigKey::kReferenceRangeDisable ? kSystemConfigFile : kApplicationConfigFile;
 }
 
 bool ParsePort(const char* text, std::uint16_t& number) {
@@ -71,7 +72,7 @@ bool ParsePort(const char* text, std::uint16_t& number) {
 }
 
 /// The setting's default for a text that is no port.
-std::uint16_t PortOf(int index, const std::string& text) {
+std::uint16_t PortOf(ConfigKey index, const std::string& text) {
     std::uint16_t number = 0;
     if (ParsePort(text.c_str(), number)) {
         return number;
@@ -88,7 +89,7 @@ std::uint16_t PortOf(int index, const std::string& text) {
 CInstance<CConfigMgr> CConfigMgr::instance_;
 
 CConfigMgr* CConfigMgr::GetInstance() {
-    return instance_.Get([] { return std::make_unique<CConfigMgr>(); });
+    return instance_.Get();
 }
 
 void CConfigMgr::DestroyInstance() {
@@ -103,7 +104,7 @@ std::unique_ptr<FileProperty> CConfigMgr::Open(const char* path) {
     return std::unique_ptr<FileProperty>(ConfigurationManager::GetManager()->Open(path, QENFx::Config::kOpenReadWrite));
 }
 
-std::string CConfigMgr::GetContents(int index) const {
+std::string CConfigMgr::GetContents(ConfigKey index) const {
     {
         const std::lock_guard lock(unwrittenMutex_);
         if (const auto value = unwritten_.find(index); value != unwritten_.end()) {
@@ -113,17 +114,16 @@ std::string CConfigMgr::GetContents(int index) const {
     try {
         return Open(FileOf(index))->getValue(KeyOf(index));
     } catch (ConfigurationException* thrown) {
-        const std::unique_ptr<ConfigurationException> exception(thrown);
-        log_->WriteError("%s Exception: %s", kGetTag, exception->GetMessage());
+        log_->WriteError("%s Exception: %s", kGetTag, TakeMessage(thrown).c_str());
         return {};
     }
 }
 
-std::uint16_t CConfigMgr::GetNumber(int index) const {
+std::uint16_t CConfigMgr::GetNumber(ConfigKey index) const {
     return PortOf(index, GetContents(index));
 }
 
-char CConfigMgr::GetFirstChar(int index) const {
+char CConfigMgr::GetFirstChar(ConfigKey index) const {
     return GetContents(index).c_str()[0];
 }
 
@@ -137,8 +137,7 @@ bool CConfigMgr::Write(const Values& values) {
         const std::lock_guard lock(writeMutex_);
         file->Update();
     } catch (ConfigurationException* thrown) {
-        const std::unique_ptr<ConfigurationException> exception(thrown);
-        log_->WriteError("%s Exception: %s", kTag, exception->GetMessage());
+        log_->WriteError("%s Exception: %s", kTag, TakeMessage(thrown).c_str());
         return false;
     }
     const std::lock_guard lock(unwrittenMutex_);
@@ -148,19 +147,19 @@ bool CConfigMgr::Write(const Values& values) {
     return true;
 }
 
-void CConfigMgr::SetContents(int index, const std::string& value) {
+void CConfigMgr::SetContents(ConfigKey index, const std::string& value) {
     Write({{index, value}});
 }
 
-void CConfigMgr::SetContents(int index, const char* value) {
+void CConfigMgr::SetContents(ConfigKey index, const char* value) {
     SetContents(index, std::string(value));
 }
 
-void CConfigMgr::SetContents(int index, char value) {
+void CConfigMgr::SetContents(ConfigKey index, char value) {
     SetContents(index, std::string(1, value));
 }
 
-void CConfigMgr::SetContents(int index, int value) {
+void CConfigMgr::SetContents(ConfigKey index, int value) {
     SetContents(index, std::to_string(value));
 }
 
@@ -170,15 +169,16 @@ RegisteredPC CConfigMgr::GetRegisteredPC() const {
     lock.unlock();
     try {
         const auto file = Open(kOwnConfigFile);
-        for (const int index : {kPCIPAddress, kPCTCPPort, kPCUDPPort, kPCSWName, kPCPeerID}) {
+        for (const ConfigKey index : {ConfigKey::kPCIPAddress, ConfigKey::kPCTCPPort, ConfigKey::kPCUDPPort,
+                                      ConfigKey::kPCSWName, ConfigKey::kPCPeerID}) {
             values.try_emplace(index, file->getValue(KeyOf(index)));
         }
     } catch (ConfigurationException* thrown) {
-        const std::unique_ptr<ConfigurationException> exception(thrown);
-        log_->WriteError("%s Exception: %s", kGetTag, exception->GetMessage());
+        log_->WriteError("%s Exception: %s", kGetTag, TakeMessage(thrown).c_str());
     }
-    return {values[kPCIPAddress], PortOf(kPCTCPPort, values[kPCTCPPort]), PortOf(kPCUDPPort, values[kPCUDPPort]),
-            values[kPCSWName], values[kPCPeerID].c_str()[0]};
+    return {values[ConfigKey::kPCIPAddress], PortOf(ConfigKey::kPCTCPPort, values[ConfigKey::kPCTCPPort]),
+            PortOf(ConfigKey::kPCUDPPort, values[ConfigKey::kPCUDPPort]), values[ConfigKey::kPCSWName],
+            values[ConfigKey::kPCPeerID].c_str()[0]};
 }
 
 void CConfigMgr::Store(const Values& values) {
@@ -191,16 +191,19 @@ void CConfigMgr::Store(const Values& values) {
 }
 
 void CConfigMgr::SetRegisteredPC(const RegisteredPC& pc) {
-    Store({{kPCIPAddress, pc.address},
-           {kPCTCPPort, std::to_string(pc.tcpPort)},
-           {kPCUDPPort, std::to_string(pc.udpPort)},
-           {kPCSWName, pc.name},
-           {kPCPeerID, std::string(1, pc.peerID)},
-           {kIPChanged, "0"}});
+    Store({{ConfigKey::kPCIPAddress, pc.address},
+           {ConfigKey::kPCTCPPort, std::to_string(pc.tcpPort)},
+           {ConfigKey::kPCUDPPort, std::to_string(pc.udpPort)},
+           {ConfigKey::kPCSWName, pc.name},
+           {ConfigKey::kPCPeerID, std::string(1, pc.peerID)},
+           {ConfigKey::kIPChanged, "0"}});
 }
 
 void CConfigMgr::ForgetRegisteredPC() {
-    Store({{kPCIPAddress, kNoPCAddress}, {kPCUDPPort, "0"}, {kPCSWName, ""}, {kPCPeerID, "0"}});
+    Store({{ConfigKey::kPCIPAddress, kNoPCAddress},
+           {ConfigKey::kPCUDPPort, "0"},
+           {ConfigKey::kPCSWName, ""},
+           {ConfigKey::kPCPeerID, "0"}});
 }
 
 void CConfigMgr::CheckConfigFile(const char* path) {
@@ -209,7 +212,7 @@ void CConfigMgr::CheckConfigFile(const char* path) {
         if (access(path, F_OK) == 0) {
             // The update server is the product's own: a start puts it back, whatever was tried on the device.
             const auto file = Open(path);
-            file->setValue(KeyOf(kUpdateURL), FindSetting(kUpdateURL)->defaultValue);
+            file->setValue(KeyOf(ConfigKey::kUpdateURL), FindSetting(ConfigKey::kUpdateURL)->defaultValue);
             file->Update();
             if (strcmp(file->getValue("Comment"), kComment) != 0) {
                 RunShell((std::string("rm -f ") + path).c_str());
@@ -222,8 +225,7 @@ void CConfigMgr::CheckConfigFile(const char* path) {
         }
         log_->WriteInfo("%s Check config file(%s) OK", kTag, path);
     } catch (ConfigurationException* thrown) {
-        const std::unique_ptr<ConfigurationException> exception(thrown);
-        log_->WriteError("%s Exception: %s", kTag, exception->GetMessage());
+        log_->WriteError("%s Exception: %s", kTag, TakeMessage(thrown).c_str());
         Abandon(path);
     } catch (const std::exception& exception) {
         log_->WriteError("%s Exception: %s", kTag, exception.what());

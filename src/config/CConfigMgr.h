@@ -31,19 +31,19 @@ public:
     CConfigMgr& operator=(const CConfigMgr&) = delete;
 
     /// The value; the empty text when it is not set or the file cannot be read.
-    std::string GetContents(int index) const;
+    std::string GetContents(ConfigKey index) const;
 
     /// The value as a decimal number; the setting's default when it is not a number from 0 to 65535.
-    std::uint16_t GetNumber(int index) const;
+    std::uint16_t GetNumber(ConfigKey index) const;
 
     /// The first character of the value; NUL when the value is empty.
-    char GetFirstChar(int index) const;
+    char GetFirstChar(ConfigKey index) const;
 
     /// Writes the value. A failure is logged; the caller is not told.
-    void SetContents(int index, const std::string& value);
-    void SetContents(int index, const char* value);
-    void SetContents(int index, char value);
-    void SetContents(int index, int value);
+    void SetContents(ConfigKey index, const std::string& value);
+    void SetContents(ConfigKey index, const char* value);
+    void SetContents(ConfigKey index, char value);
+    void SetContents(ConfigKey index, int value);
 
     /// The registered PC as it is at one moment. Without an address when the file cannot be read.
     RegisteredPC GetRegisteredPC() const;
@@ -63,7 +63,7 @@ public:
     void CheckConfigFile(const char* path);
 
 private:
-    using Values = std::map<int, std::string>;
+    using Values = std::map<ConfigKey, std::string>;
 
     /// Writes values of one file, all or none. Returns whether it did; a failure is logged.
     bool Write(const Values& values);

@@ -60,7 +60,7 @@ private:
 CInstance<CDeviceInfo> CDeviceInfo::instance_;
 
 CDeviceInfo* CDeviceInfo::GetInstance() {
-    return instance_.Get([] { return std::make_unique<CDeviceInfo>(); });
+    return instance_.Get();
 }
 
 void CDeviceInfo::DestroyInstance() {
@@ -163,12 +163,12 @@ void CDeviceInfo::DumpImageInfo() const {
     }
 }
 
-std::shared_ptr<IPCSession> CDeviceInfo::GetSession() const {
+std::shared_ptr<RMUP::Net::ISession> CDeviceInfo::GetSession() const {
     const std::lock_guard lock(dataMutex_);
     return session_;
 }
 
-void CDeviceInfo::SetSession(std::shared_ptr<IPCSession> session) {
+void CDeviceInfo::SetSession(std::shared_ptr<RMUP::Net::ISession> session) {
     // Swapped, so that a session that nobody else holds is torn down after the lock is gone.
     const std::lock_guard lock(dataMutex_);
     session_.swap(session);

@@ -8,7 +8,7 @@
 
 #include "common/CInstance.h"
 #include "common/CMutex.h"
-#include "config/IPCSession.h"
+#include "config/ISession.h"
 #include "config/ImageInfo.h"
 #include "platform/Log.h"
 #include "platform/Text.h"
@@ -80,12 +80,12 @@ public:
     bool GetUpdateFlag() const { return updateFlag_; }
 
     /// The session of the registered PC, or null. Hold the result only for one use.
-    std::shared_ptr<IPCSession> GetSession() const;
+    std::shared_ptr<RMUP::Net::ISession> GetSession() const;
 
 private:
     // It alone says which session is current, in one step with whether the link to the PC is up.
     friend class RMUP::Net::CConnectionMonitor;
-    void SetSession(std::shared_ptr<IPCSession> session);
+    void SetSession(std::shared_ptr<RMUP::Net::ISession> session);
 
     std::string VersionText(ImageId image) const;
 
@@ -103,7 +103,7 @@ private:
     std::string modelType_;
 
     // Behind dataMutex_.
-    std::shared_ptr<IPCSession> session_;
+    std::shared_ptr<RMUP::Net::ISession> session_;
     Wire::CImageTable<std::string> versionTexts_;
 
     ImageInfos images_;

@@ -1,7 +1,7 @@
 #pragma once
 
 /// The settings by their index. 11 and 13 name no setting.
-enum ConfigKey : int {
+enum class ConfigKey : int {
     kZELRMTCPPort = 0,
     kZELRMUDPPort = 1,
     kPCIPAddress = 2,

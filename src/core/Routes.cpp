@@ -24,6 +24,7 @@ using RMUP::Net::CUDPServer;
 using RMUP::Net::CUDSServer;
 using RMUP::Net::TCPRoutes;
 using RMUP::Net::UDPRoute;
+using RMUP::Net::UDSMessageId;
 using RMUP::Net::UDSRoute;
 using RMUP::Process::CUpdateAccess;
 using RMUP::Process::ServiceContext;
@@ -35,14 +36,14 @@ using Session = const std::shared_ptr<CTCPSession>&;
 int AcknowledgeIPChange(const ServiceContext& service) {
     service.monitor.SetIPChangePending(false);
     // Anybody can send this, as often as he likes; the settings file is not to be written for nothing.
-    if (service.config.GetContents(kIPChanged) != "0") {
-        service.config.SetContents(kIPChanged, 0);
+    if (service.config.GetContents(ConfigKey::kIPChanged) != "0") {
+        service.config.SetContents(ConfigKey::kIPChanged, 0);
     }
     return 0;
 }
 
 /// Of the PC's error notices, those with which it gives an update up; it has no others for the device.
-void ProcessErrorNotice(const ServiceContext& service, CPCMsg& message, Session session) {
+void ProcessErrorNotice(const ServiceContext& service, const CPCMsg& message, Session session) {
     const auto payload = message.GetPayload();
     const std::uint16_t code = payload.size() < 2 ? std::uint16_t{0} : Bytes::GetBE16(payload, 0);
     if (code >= kFirstCancel && code <= kLastCancel) {
@@ -58,25 +59,25 @@ auto With(const ServiceContext& service, Result (Handler::*process)(Arguments...
 
 std::vector<UDPRoute> UDPRoutes(const ServiceContext& service) {
     return {
-        {kScanDevice, With(service, &CConnect::ProcessScanDevice), "%s Process scan device failed", false},
-        {kDeviceInfoChange, With(service, &CConnect::ProcessDeviceInfoChangeNotify),
+        {PCCommand::kScanDevice, With(service, &CConnect::ProcessScanDevice), "%s Process scan device failed", false},
+        {PCCommand::kDeviceInfoChange, With(service, &CConnect::ProcessDeviceInfoChangeNotify),
          "%s Process device info change notify failed", true},
-        {kDeviceInfoChangeAck, [&service](CPCMsg&) { return AcknowledgeIPChange(service); }, "%s", false},
+        {PCCommand::kDeviceInfoChangeAck, [&service](CPCMsg&) { return AcknowledgeIPChange(service); }, "%s", false},
     };
 }
 
 TCPRoutes PCRoutes(const ServiceContext& service) {
     return {
         {
-            {kRegisterDevice, With(service, &CConnect::ProcessRegisterDevice)},
-            {kUnregisterDevice, With(service, &CConnect::ProcessUnregisterDevice)},
-            {kGetInfo, With(service, &CConnect::ProcessGetDeviceInfo)},
-            {kUpdateStart, With(service, &CConnect::ProcessUpdateStart)},
-            {kImageData, With(service, &CUpdateCommand::ProcessReceiveUpdateImage)},
-            {kInfo, With(service, &CUpdateCommand::ProcessUpdateInfoRes)},
-            {kErrorNotice,
-             [&service](CPCMsg& message, Session session) { ProcessErrorNotice(service, message, session); }},
-            {kResult, [](CPCMsg&, Session session) { session->AcknowledgeResult(); }},
+            {PCCommand::kRegisterDevice, With(service, &CConnect::ProcessRegisterDevice)},
+            {PCCommand::kUnregisterDevice, With(service, &CConnect::ProcessUnregisterDevice)},
+            {PCCommand::kGetInfo, With(service, &CConnect::ProcessGetDeviceInfo)},
+            {PCCommand::kUpdateStart, With(service, &CConnect::ProcessUpdateStart)},
+            {PCCommand::kImageData, With(service, &CUpdateCommand::ProcessReceiveUpdateImage)},
+            {PCCommand::kInfo, With(service, &CUpdateCommand::ProcessUpdateInfoRes)},
+            {PCCommand::kErrorNotice,
+             [&service](const CPCMsg& message, Session session) { ProcessErrorNotice(service, message, session); }},
+            {PCCommand::kResult, [](const CPCMsg&, Session session) { session->AcknowledgeResult(); }},
         },
         [&service](Session session) { service.updates.Gate().SessionEnded(session); },
     };
@@ -84,10 +85,10 @@ TCPRoutes PCRoutes(const ServiceContext& service) {
 
 std::vector<UDSRoute> UDSRoutes(const ServiceContext& service) {
     return {
-        {kUDSAddressChanged, [&service](CUDSMsg&) { CConnect(service).ProcessIPChange(); }},
-        {kUDSSendResult, With(service, &CTransferResult::ProcessSendResult)},
-        {kUDSUpdateStart, With(service, &CUpdateCommand::ProcessUpdateStart)},
-        {kUDSUpdateResponse, With(service, &CUpdateCommand::ProcessUpdateRequestRes)},
+        {UDSMessageId::kAddressChanged, [&service](const CUDSMsg&) { CConnect(service).ProcessIPChange(); }},
+        {UDSMessageId::kSendResult, With(service, &CTransferResult::ProcessSendResult)},
+        {UDSMessageId::kUpdateStart, With(service, &CUpdateCommand::ProcessUpdateStart)},
+        {UDSMessageId::kUpdateResponse, With(service, &CUpdateCommand::ProcessUpdateRequestRes)},
     };
 }
 
@@ -112,6 +113,7 @@ void ConnectRoutes() {
     const Routes& routes = AllRoutes();
     const ServiceContext& service = Service();
     service.udp.Connect(routes.udp, &service.monitor);
-    CTCPListener::GetInstance()->Connect(routes.tcp, &service.monitor);
-    service.local.Connect(routes.uds);
+    CTCPListener::GetInstance()->Connect(routes.tcp, &service.monitor, service.config);
+    service.local.Connect(routes.uds, service.config, service.device);
+    service.monitor.Connect(service.config, service.device, service.udp, service.local);
 }

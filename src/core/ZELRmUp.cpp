@@ -8,7 +8,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <memory>
+#include <string>
 
 #include "common/Constants.h"
 #include "common/ProcessEnd.h"
@@ -32,9 +32,6 @@ namespace {
 constexpr char kBuildDate[] = __DATE__;
 constexpr char kBuildTime[] = __TIME__;
 
-// pthread_detach reports failure by a positive number, which the start operations below let pass: a thread that is not
-// detached serves like any other, and there is nothing to gain from a line about it.
-
 /// Sleeps while the signals that end the process may come.
 void SleepOpen(unsigned seconds) {
     const CEndingSignalsWindow window;
@@ -53,7 +50,7 @@ namespace {
 }  // namespace
 
 ZELRmUp* ZELRmUp::GetInstance() {
-    return instance_.Get([] { return std::make_unique<ZELRmUp>(); });
+    return instance_.Get();
 }
 
 void ZELRmUp::DestroyInstance() {
@@ -134,15 +131,11 @@ void ZELRmUp::StartUDSServer() {
         }
     }
 
-    server->Start();
-    if (pthread_detach(server->GetThreadId()) < 0) {
-        log_->WriteError("%s[%c] UDS server thread detach fail: %s", kTag, device_->GetStatusChar(), strerror(errno));
-    }
-    log_->WriteInfo("%s[%c] UDS server thread start", kTag, device_->GetStatusChar());
+    StartDetached(*server, std::string(kTag) + "[" + device_->GetStatusChar() + "]", "UDS server");
     server->WaitAnnounced();
 
     CUDSMsg notice;
-    const auto packet = notice.GetSendPacket(kUDSStarted, {});
+    const auto packet = notice.GetSendPacket(RMUP::Net::UDSMessageId::kStarted, {});
     const int length = static_cast<int>(packet.size());
     const int sent = server->SendMessage(packet);
     if (sent != length) {
@@ -154,31 +147,22 @@ void ZELRmUp::StartUDSServer() {
 }
 
 void ZELRmUp::StartUDPServer() {
-    static constexpr char kTag[] = "[ZELRmUp::StartUDPServer]";
-    CUDPServer* server = CUDPServer::GetInstance();
-    server->Start();
-    if (pthread_detach(server->GetThreadId()) < 0) {
-        log_->WriteError("%s UDP server thread detach fail: %s", kTag, strerror(errno));
-    }
-    log_->WriteInfo("%s UDP server thread start", kTag);
+    StartDetached(*CUDPServer::GetInstance(), "[ZELRmUp::StartUDPServer]", "UDP server");
 }
 
 void ZELRmUp::StartTCPListener() {
-    static constexpr char kTag[] = "[ZELRmUp::StartTCPListener]";
-    CTCPListener* listener = CTCPListener::GetInstance();
-    listener->Start();
-    if (pthread_detach(listener->GetThreadId()) < 0) {
-        log_->WriteError("%s TCP listener thread detach fail: %s", kTag, strerror(errno));
-    }
-    log_->WriteInfo("%s TCP listener thread start", kTag);
+    StartDetached(*CTCPListener::GetInstance(), "[ZELRmUp::StartTCPListener]", "TCP listener");
 }
 
 void ZELRmUp::StartConnectionMonitor() {
-    static constexpr char kTag[] = "[ZELRmUp::StartConnectionMonitor]";
-    CConnectionMonitor* monitor = CConnectionMonitor::GetInstance();
-    monitor->Start();
-    if (pthread_detach(monitor->GetThreadId()) < 0) {
-        log_->WriteError("%s Connection monitor thread detach fail: %s", kTag, strerror(errno));
+    StartDetached(*CConnectionMonitor::GetInstance(), "[ZELRmUp::StartConnectionMonitor]", "Connection monitor");
+}
+
+void ZELRmUp::StartDetached(QENFx::Service::Thread& thread, const std::string& heading, const char* name) {
+    thread.Start();
+    // Never so: failures are positive numbers. A thread that is not detached serves like any other.
+    if (pthread_detach(thread.GetThreadId()) < 0) {
+        log_->WriteError("%s %s thread detach fail: %s", heading.c_str(), name, strerror(errno));
     }
-    log_->WriteInfo("%s Connection monitor thread start", kTag);
+    log_->WriteInfo("%s %s thread start", heading.c_str(), name);
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include "common/CInstance.h"
 #include "config/CDeviceInfo.h"
 #include "platform/Log.h"
@@ -27,6 +29,9 @@ private:
     void StartUDPServer();
     void StartTCPListener();
     void StartConnectionMonitor();
+
+    /// Starts a thread that nobody waits for; the heading stands before its log lines. Throws WorkException*.
+    void StartDetached(QENFx::Service::Thread& thread, const std::string& heading, const char* name);
 
     static void SignalHandler(int number);
 

@@ -1,6 +1,7 @@
 #include <cstdio>
 #include <memory>
 
+#include "common/FrameworkError.h"
 #include "core/ZELRmUp.h"
 #include "platform/Service.h"
 
@@ -11,8 +12,7 @@ int main(int argc, char* argv[]) {
         ZELRmUp::DestroyInstance();
         return result;
     } catch (QENFx::Service::WorkException* thrown) {
-        const std::unique_ptr<QENFx::Service::WorkException> exception(thrown);
-        printf("%s Work exception occured: %s", kTag, exception->GetMessage());
+        printf("%s Work exception occured: %s", kTag, TakeMessage(thrown).c_str());
     } catch (...) {
         printf("%s Unknown exception occured", kTag);
     }

@@ -1,6 +1,7 @@
 #include "db/CRmDao.h"
 
 #include "common/Constants.h"
+#include "common/FrameworkError.h"
 
 using QENFx::Common::String;
 using QENFx::Config::ConfigurationException;
@@ -30,11 +31,9 @@ CRmDao::CRmDao() : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)) {
         database->Open(config_->getValue("ConnectionString"), QENFx::DB::kOpenReadWrite);
         database_ = std::move(database);
     } catch (ConfigurationException* thrown) {
-        const std::unique_ptr<ConfigurationException> exception(thrown);
-        log_->WriteError("%s Exception: %s", kTag, exception->GetMessage());
+        log_->WriteError("%s Exception: %s", kTag, TakeMessage(thrown).c_str());
     } catch (DBException* thrown) {
-        const std::unique_ptr<DBException> exception(thrown);
-        log_->WriteError("%s Can't open the DB: %s", kTag, exception->GetMessage());
+        log_->WriteError("%s Can't open the DB: %s", kTag, TakeMessage(thrown).c_str());
     }
 }
 
@@ -46,8 +45,7 @@ CRmDao::~CRmDao() {
     try {
         database_->Close();
     } catch (DBException* thrown) {
-        const std::unique_ptr<DBException> exception(thrown);
-        log_->WriteError("%s Can't close the DB: %s", kTag, exception->GetMessage());
+        log_->WriteError("%s Can't close the DB: %s", kTag, TakeMessage(thrown).c_str());
     }
 }
 
@@ -107,7 +105,7 @@ std::string CRmDao::GetAdminPassword() {
             return FirstText(*table, "Password");
         }
     } catch (DBException* thrown) {
-        const std::unique_ptr<DBException> exception(thrown);
+        (void)TakeMessage(thrown);
     }
     log_->WriteError("%s get table error", kTag);
     return {};
@@ -120,7 +118,7 @@ int CRmDao::Execute(const char* tag, const String& statement) {
             return 0;
         }
     } catch (DBException* thrown) {
-        const std::unique_ptr<DBException> exception(thrown);
+        (void)TakeMessage(thrown);
     }
     log_->WriteError("%s insert table error", tag);
     return -1;
@@ -133,8 +131,7 @@ CRmDao::Table CRmDao::Select(const char* tag, const String& statement) {
             return Table(database_->getTable(statement, kTimeoutMicroseconds));
         }
     } catch (DBException* thrown) {
-        const std::unique_ptr<DBException> exception(thrown);
-        error = exception->GetMessage();
+        error = TakeMessage(thrown);
     }
     log_->WriteError("%s Select error: %s", tag, error.c_str());
     return nullptr;

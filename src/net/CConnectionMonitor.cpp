@@ -10,12 +10,8 @@
 #include <utility>
 
 #include "common/Constants.h"
-#include "config/CConfigMgr.h"
-#include "config/CDeviceInfo.h"
 #include "net/CNetUtils.h"
 #include "net/CPCMsg.h"
-#include "net/CUDPServer.h"
-#include "net/CUDSServer.h"
 #include "wire/Bytes.h"
 #include "wire/PCCommand.h"
 
@@ -24,14 +20,11 @@ namespace RMUP::Net {
 namespace {
 
 constexpr std::chrono::milliseconds kPeriod{100};
+constexpr std::chrono::seconds kLongestWait{1};
 constexpr int kNoticePauseSeconds = 5;
 constexpr int kNoticesPerLogLine = 121;
 
 constexpr char kRunTag[] = "[CConnectionMonitor::Run]";
-
-bool IsRegistered(const std::string& address) {
-    return !address.empty() && address == CConfigMgr::GetInstance()->GetContents(kPCIPAddress);
-}
 
 }  // namespace
 
@@ -39,7 +32,7 @@ CInstance<CConnectionMonitor> CConnectionMonitor::instance_;
 
 // Unlike the servers it is not handed to the remover of finished threads: nothing ends it before the process does.
 CConnectionMonitor* CConnectionMonitor::GetInstance() {
-    return instance_.Get([] { return std::make_unique<CConnectionMonitor>(); });
+    return instance_.Get();
 }
 
 void CConnectionMonitor::DestroyInstance() {
@@ -48,7 +41,18 @@ void CConnectionMonitor::DestroyInstance() {
 
 CConnectionMonitor::CConnectionMonitor() : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)) {}
 
-bool CConnectionMonitor::ClaimLink(const std::shared_ptr<IPCSession>& session) {
+void CConnectionMonitor::Connect(CConfigMgr& config, CDeviceInfo& device, CUDPServer& udp, CUDSServer& local) {
+    config_ = &config;
+    device_ = &device;
+    udp_ = &udp;
+    local_ = &local;
+}
+
+bool CConnectionMonitor::IsRegistered(const std::string& address) const {
+    return !address.empty() && address == config_->GetContents(ConfigKey::kPCIPAddress);
+}
+
+bool CConnectionMonitor::ClaimLink(const std::shared_ptr<ISession>& session) {
     const std::string address = session->GetClientIPAddr();
     const std::lock_guard lock(linkMutex_);
     if (!IsLinkFree(*session) || !IsRegistered(address)) {
@@ -58,29 +62,29 @@ bool CConnectionMonitor::ClaimLink(const std::shared_ptr<IPCSession>& session) {
     return true;
 }
 
-void CConnectionMonitor::ReleaseLink(const IPCSession& session) {
+void CConnectionMonitor::ReleaseLink(const ISession& session) {
     const std::lock_guard lock(linkMutex_);
-    if (CDeviceInfo::GetInstance()->GetSession().get() == &session) {
+    if (device_->GetSession().get() == &session) {
         SetLink(nullptr, false);
     }
 }
 
-bool CConnectionMonitor::ReplaceLink(const std::shared_ptr<IPCSession>& session) {
+bool CConnectionMonitor::ReplaceLink(const std::shared_ptr<ISession>& session) {
     const std::lock_guard lock(linkMutex_);
-    const auto before = CDeviceInfo::GetInstance()->GetSession();
+    const auto before = device_->GetSession();
     const bool unconfirmed = before != nullptr && before != session && !tcpConnected_;
     SetLink(session, false);
     return unconfirmed;
 }
 
-void CConnectionMonitor::ConfirmLink(const IPCSession& session) {
+void CConnectionMonitor::ConfirmLink(const ISession& session) {
     const std::lock_guard lock(linkMutex_);
-    if (CDeviceInfo::GetInstance()->GetSession().get() == &session) {
+    if (device_->GetSession().get() == &session) {
         SetTCPConnection(true);
     }
 }
 
-void CConnectionMonitor::SeeLink(const std::shared_ptr<IPCSession>& session) {
+void CConnectionMonitor::SeeLink(const std::shared_ptr<ISession>& session) {
     const std::string address = session->GetClientIPAddr();
     const std::lock_guard lock(linkMutex_);
     if (!IsRegistered(address)) {
@@ -93,15 +97,16 @@ void CConnectionMonitor::SeeLink(const std::shared_ptr<IPCSession>& session) {
     }
 }
 
-bool CConnectionMonitor::IsLinkFree(const IPCSession& session) const {
+bool CConnectionMonitor::IsLinkFree(const ISession& session) const {
     // A PC that closes a connection and opens another may be quicker than the thread of the first one.
-    const auto current = CDeviceInfo::GetInstance()->GetSession();
+    const auto current = device_->GetSession();
     return current == nullptr || (current.get() != &session && current->HasPeerClosed());
 }
 
-void CConnectionMonitor::SetLink(const std::shared_ptr<IPCSession>& session, bool up) {
+void CConnectionMonitor::SetLink(const std::shared_ptr<ISession>& session, bool up) {
     ++linkNumber_;
-    CDeviceInfo::GetInstance()->SetSession(session);
+    device_->SetSession(session);
+    NoteChange();
     SetTCPConnection(up);
 }
 
@@ -110,6 +115,7 @@ void CConnectionMonitor::SetTCPConnection(bool connected) {
     if (std::exchange(tcpConnected_, connected) == connected) {
         return;
     }
+    NoteChange();
     if (connected) {
         log_->WriteInfo("%s TCP connection confirmed", kTag);
     } else {
@@ -122,6 +128,7 @@ void CConnectionMonitor::SetUDPConnection(bool connected) {
     if (udpConnected_.exchange(connected) == connected) {
         return;
     }
+    NoteChange();
     if (connected) {
         log_->WriteInfo("%s UDP connection confirmed", kTag);
     } else {
@@ -134,32 +141,58 @@ void CConnectionMonitor::SetForceConnection() {
         const std::lock_guard lock(linkMutex_);
         SetTCPConnection(true);
     }
-    CUDSServer::GetInstance()->SendMessagePCCon(true);
+    local_->SendMessagePCCon(true);
 }
 
 int CConnectionMonitor::SendIPChangedInfo() {
-    const RegisteredPC pc = CConfigMgr::GetInstance()->GetRegisteredPC();
+    const RegisteredPC pc = config_->GetRegisteredPC();
     std::array<std::uint8_t, 6> payload{};
     Bytes::PutBE16(payload, 0, kItemDeviceAddress);
     Bytes::PutBE32(payload, 2, CNetUtils::AddressNumber(CNetUtils().GetMyIPAddr()));
 
     CPCMsg notice;
-    const auto packet = notice.MakePacket(kDeviceInfoChange, 1, static_cast<std::uint8_t>(pc.peerID), payload);
-    CUDPServer::GetInstance()->SendMessage(packet, CNetUtils::SocketAddress(pc.address, pc.udpPort));
+    const auto packet =
+        notice.MakePacket(PCCommand::kDeviceInfoChange, 1, static_cast<std::uint8_t>(pc.peerID), payload);
+    udp_->SendMessage(packet, CNetUtils::SocketAddress(pc.address, pc.udpPort));
     return 0;
 }
 
 int CConnectionMonitor::Run() {
     AnnounceIPChange();
+    auto step = std::chrono::steady_clock::now();
     while (!IsStopped()) {
-        Check();
-        std::this_thread::sleep_for(kPeriod);
+        {
+            const std::lock_guard lock(changeMutex_);
+            changed_ = false;
+        }
+        if (Check()) {
+            NoteChange();
+        }
+        while (!IsStopped() && !WaitForChange()) {
+        }
+        // A link that comes back before the next step was never away.
+        const auto since = std::chrono::steady_clock::now() - step;
+        step += since - since % kPeriod + kPeriod;
+        std::this_thread::sleep_until(step);
     }
     return 0;
 }
 
+bool CConnectionMonitor::WaitForChange() {
+    std::unique_lock lock(changeMutex_);
+    return changeNoted_.wait_for(lock, kLongestWait, [this] { return changed_; });
+}
+
+void CConnectionMonitor::NoteChange() {
+    {
+        const std::lock_guard lock(changeMutex_);
+        changed_ = true;
+    }
+    changeNoted_.notify_one();
+}
+
 void CConnectionMonitor::AnnounceIPChange() {
-    if (CConfigMgr::GetInstance()->GetContents(kIPChanged) != "1") {
+    if (config_->GetContents(ConfigKey::kIPChanged) != "1") {
         return;
     }
     ipChangePending_ = true;
@@ -174,34 +207,34 @@ void CConnectionMonitor::AnnounceIPChange() {
     }
 }
 
-void CConnectionMonitor::Check() {
-    CDeviceInfo* device = CDeviceInfo::GetInstance();
+bool CConnectionMonitor::Check() {
     std::unique_lock lock(linkMutex_);
-    const Link link = {device->GetSession(), linkNumber_};
+    const Link link = {device_->GetSession(), linkNumber_};
     // A link that took the place of the reported one is told as a loss and, at the next look, as a connection.
     const bool tcp = tcpConnected_ && (!connected_ || link.number == reported_.number);
     lock.unlock();
     const bool udp = udpConnected_;
     const bool up = tcp && udp;
     if (up == connected_) {
-        return;
+        return false;
     }
     connected_ = up;
     // The words are the same for both changes; the letters tell which it is.
     log_->WriteInfo("%s connection success TCP(%c), UDP(%c)\n", kRunTag, tcp ? 'T' : 'F', udp ? 'T' : 'F');
-    CUDSServer::GetInstance()->SendMessagePCCon(up);
+    local_->SendMessagePCCon(up);
 
     if (up) {
         reported_ = link;
-        if (device->GetStatus() == DeviceStatus::kDisconnect) {
-            device->SetStatus(DeviceStatus::kRegistered);
+        if (device_->GetStatus() == DeviceStatus::kDisconnect) {
+            device_->SetStatus(DeviceStatus::kRegistered);
         }
-        return;
+        return true;
     }
-    if (device->GetStatus() != DeviceStatus::kDisconnect) {
-        device->SetStatus(DeviceStatus::kDisconnect);
+    if (device_->GetStatus() != DeviceStatus::kDisconnect) {
+        device_->SetStatus(DeviceStatus::kDisconnect);
     }
     EndReported();
+    return true;
 }
 
 void CConnectionMonitor::EndReported() {
@@ -210,7 +243,7 @@ void CConnectionMonitor::EndReported() {
         return;
     }
     const std::lock_guard lock(linkMutex_);
-    const bool current = CDeviceInfo::GetInstance()->GetSession() == ended.session;
+    const bool current = device_->GetSession() == ended.session;
     if (current && linkNumber_ != ended.number) {
         return;  // the PC registered anew on its connection
     }

@@ -12,6 +12,7 @@
 
 #include "common/CDescriptor.h"
 #include "common/Constants.h"
+#include "common/FrameworkError.h"
 #include "config/CConfigMgr.h"
 #include "wire/PCPacket.h"
 
@@ -87,8 +88,7 @@ std::string CNetUtils::ConfiguredAddress() const {
         log_->WriteInfo("%s Get IP from config_zel.cfg", kMyIPAddrTag);
         return address;
     } catch (ConfigurationException* thrown) {
-        const std::unique_ptr<ConfigurationException> exception(thrown);
-        log_->WriteError("%s Exception: %s", kMyIPAddrTag, exception->GetMessage());
+        log_->WriteError("%s Exception: %s", kMyIPAddrTag, TakeMessage(thrown).c_str());
         return {};
     }
 }

@@ -4,11 +4,10 @@
 
 #include "common/Constants.h"
 #include "common/PacketDump.h"
-#include "wire/Bytes.h"
 
 CPCMsg::CPCMsg() : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)) {}
 
-std::span<const std::uint8_t> CPCMsg::MakePacket(std::uint16_t command, std::uint8_t tag, std::uint8_t subTag,
+std::span<const std::uint8_t> CPCMsg::MakePacket(PCCommand command, std::uint8_t tag, std::uint8_t subTag,
                                                  std::span<const std::uint8_t> payload, bool withChecksum) {
     static constexpr char kTag[] = "[CPCMsg::MakePacket]";
     const std::size_t total = Wire::PCPacketSize(payload.size(), withChecksum);
@@ -39,26 +38,20 @@ std::span<std::uint8_t> CPCMsg::GetBufferData() {
 
 std::size_t CPCMsg::GetAnnouncedSize() const {
     const Wire::PCHeader header = Wire::ParsePCHeader(rawHeader_);
-    return header.command == 0 ? kHeaderSize : header.total;
+    return header.command == PCCommand{} ? kHeaderSize : header.total;
 }
 
 std::size_t CPCMsg::GetPayloadLength() const {
     return Wire::ParsePCHeader(rawHeader_).payload;
 }
 
-std::uint16_t CPCMsg::GetCommand() const {
-    return Bytes::GetBE16(rawHeader_, 0);
+PCCommand CPCMsg::GetCommand() const {
+    return Wire::ParsePCHeader(rawHeader_).command;
 }
 
 void CPCMsg::WritePacketLog() {
-    static constexpr char kTag[] = "[CPCMsg::WritePacketLog]";
     if (sendBuffer_.empty()) {
         SetSequencePacket();
     }
-    if (sendBuffer_.empty()) {
-        log_->WriteError("%s Cannot write packet log", kTag);
-        return;
-    }
-    log_->WriteInfo("%s PC Packet (%d bytes)", kTag, static_cast<int>(sendBuffer_.size()));
-    DumpPacket(log_, sendBuffer_);
+    WritePacket(log_, "[CPCMsg::WritePacketLog]", "PC", sendBuffer_);
 }

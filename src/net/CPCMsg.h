@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/Log.h"
+#include "wire/PCCommand.h"
 #include "wire/PCPacket.h"
 
 /// One packet of the PC protocol, laid out as wire/PCPacket.h says.
@@ -24,7 +25,7 @@ public:
 
     /// Builds a packet for sending, with a checksum of all bytes at its end if wanted. Empty, after an error line, when
     /// the packet would be longer than kMaxPacketSize.
-    [[nodiscard]] std::span<const std::uint8_t> MakePacket(std::uint16_t command, std::uint8_t tag, std::uint8_t subTag,
+    [[nodiscard]] std::span<const std::uint8_t> MakePacket(PCCommand command, std::uint8_t tag, std::uint8_t subTag,
                                                            std::span<const std::uint8_t> payload,
                                                            bool withChecksum = false);
 
@@ -43,7 +44,7 @@ public:
     /// Where a receiver puts the header.
     std::span<std::uint8_t, kHeaderSize> GetRawHeader() { return rawHeader_; }
 
-    std::uint16_t GetCommand() const;
+    PCCommand GetCommand() const;
     std::uint8_t GetTag() const { return rawHeader_[2]; }
     std::uint8_t GetSubTag() const { return rawHeader_[3]; }
 
@@ -55,6 +56,7 @@ public:
 
     /// The datagram's sender, and where a reply goes.
     sockaddr_in& GetPeerAddress() { return peerAddress_; }
+    const sockaddr_in& GetPeerAddress() const { return peerAddress_; }
 
     /// Writes the packet to the log as it is on the wire.
     void WritePacketLog();

@@ -4,35 +4,32 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <mutex>
-
 #include "common/CDescriptor.h"
+
+namespace RMUP::Net {
 
 namespace {
 
 constexpr char kPath[] = "/tmp/rm_send_result_success";
 
-std::mutex awaitedMutex;
-int awaited = 0;
-
 }  // namespace
 
-CResultMarker::Awaited::Awaited(int& ofSession) : ofSession_(ofSession) {
-    const std::lock_guard lock(awaitedMutex);
-    ++awaited;
+CResultMarker::Awaited::Awaited(CResultMarker& marker, int& ofSession) : marker_(marker), ofSession_(ofSession) {
+    const std::lock_guard lock(marker_.mutex_);
+    ++marker_.awaited_;
     ++ofSession_;
     Remove();
 }
 
 CResultMarker::Awaited::~Awaited() {
-    const std::lock_guard lock(awaitedMutex);
-    --awaited;
+    const std::lock_guard lock(marker_.mutex_);
+    --marker_.awaited_;
     --ofSession_;
 }
 
 void CResultMarker::Acknowledge(const int& ofSession) {
-    const std::lock_guard lock(awaitedMutex);
-    if (awaited == 0 || ofSession > 0) {
+    const std::lock_guard lock(mutex_);
+    if (awaited_ == 0 || ofSession > 0) {
         Create();
     }
 }
@@ -55,8 +52,10 @@ bool CResultMarker::Exists() {
 }
 
 void CResultMarker::RemoveStale() {
-    const std::lock_guard lock(awaitedMutex);
-    if (awaited == 0) {
+    const std::lock_guard lock(mutex_);
+    if (awaited_ == 0) {
         Remove();
     }
 }
+
+}  // namespace RMUP::Net

@@ -9,9 +9,10 @@
 #include <memory>
 
 #include "common/Constants.h"
-#include "config/CConfigMgr.h"
+#include "common/FrameworkError.h"
 #include "net/CNetUtils.h"
 #include "net/CTCPSession.h"
+#include "net/MakeServer.h"
 #include "net/SocketSetup.h"
 
 namespace RMUP::Net {
@@ -32,11 +33,7 @@ constexpr char kRunTag[] = "[CTCPListener::Run]";
 CInstance<CTCPListener> CTCPListener::instance_;
 
 CTCPListener* CTCPListener::GetInstance() {
-    return instance_.Get([] {
-        auto listener = std::make_unique<CTCPListener>();
-        QENFx::Service::ThreadMemoryRemover::GetInstance()->addThread(listener.get());
-        return listener;
-    });
+    return instance_.Get(&MakeServer<CTCPListener>);
 }
 
 void CTCPListener::DestroyInstance() {
@@ -45,9 +42,10 @@ void CTCPListener::DestroyInstance() {
 
 CTCPListener::CTCPListener() : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)) {}
 
-void CTCPListener::Connect(const TCPRoutes& routes, ILinkMonitor* monitor) {
+void CTCPListener::Connect(const TCPRoutes& routes, ILinkMonitor* monitor, const CConfigMgr& config) {
     routes_ = &routes;
     monitor_ = monitor;
+    config_ = &config;
 }
 
 int CTCPListener::ServerOpen() {
@@ -81,11 +79,8 @@ int CTCPListener::ServerOpen() {
     }
     log_->WriteInfo("%s Listening start", kTag);
 
-    if (SetSocketTimeout(socket_.Get(), SO_SNDTIMEO, kSendTimeoutSeconds) == 0) {
-        log_->WriteInfo("%s Set socket option - SNDTIMEO(%ds)", kTag, kSendTimeoutSeconds);
-    } else {
-        log_->WriteError("%s Set socket option(SO_SNDTIMEO) error: %s", kTag, strerror(errno));
-    }
+    SetSocketTimeout(socket_.Get(), SO_SNDTIMEO, kSendTimeoutSeconds, log_, kTag,
+                     "Set socket option(SO_SNDTIMEO) error");
     if (SetConnectionLimits(socket_.Get()) != 0) {
         log_->WriteError("%s Set socket limits error: %s", kTag, strerror(errno));
     }
@@ -128,19 +123,18 @@ int CTCPListener::Run() {
     }
 }
 
-bool CTCPListener::HasPlaceFor(const std::string& address) {
-    return CTCPSession::Count() < kMaxSessions || address == CConfigMgr::GetInstance()->GetContents(kPCIPAddress);
+bool CTCPListener::HasPlaceFor(const std::string& address) const {
+    return CTCPSession::Count() < kMaxSessions || address == config_->GetContents(ConfigKey::kPCIPAddress);
 }
 
 void CTCPListener::StartSession(CDescriptor socket) {
-    const auto session = std::make_shared<CTCPSession>(std::move(socket), *routes_, monitor_);
+    const auto session = std::make_shared<CTCPSession>(std::move(socket), *routes_, monitor_, results_);
     log_->WriteInfo("%s New session start", kRunTag);
     try {
         session->Launch();
     } catch (QENFx::Service::WorkException* thrown) {
         // One connection that cannot be served is no reason to stop serving the others.
-        const std::unique_ptr<QENFx::Service::WorkException> exception(thrown);
-        log_->WriteError("%s New session failed: %s", kRunTag, exception->GetMessage());
+        log_->WriteError("%s New session failed: %s", kRunTag, TakeMessage(thrown).c_str());
     }
 }
 

@@ -4,6 +4,8 @@
 
 #include "common/CDescriptor.h"
 #include "common/CInstance.h"
+#include "config/CConfigMgr.h"
+#include "net/CResultMarker.h"
 #include "net/ILinkMonitor.h"
 #include "net/Route.h"
 #include "platform/Log.h"
@@ -20,8 +22,8 @@ public:
 
     CTCPListener();
 
-    /// Before Start. Both outlive the listener and its sessions.
-    void Connect(const TCPRoutes& routes, ILinkMonitor* monitor);
+    /// Before Start. All of it outlives the listener and its sessions.
+    void Connect(const TCPRoutes& routes, ILinkMonitor* monitor, const CConfigMgr& config);
 
     /// Opens, binds and listens, after closing what was open. Returns 0 or -1.
     [[nodiscard]] int ServerOpen();
@@ -29,7 +31,7 @@ public:
     int Run() override;
 
 private:
-    static bool HasPlaceFor(const std::string& address);
+    [[nodiscard]] bool HasPlaceFor(const std::string& address) const;
     void StartSession(CDescriptor socket);
 
     static CInstance<CTCPListener> instance_;
@@ -38,6 +40,8 @@ private:
     CDescriptor socket_;
     const TCPRoutes* routes_ = nullptr;
     ILinkMonitor* monitor_ = nullptr;
+    const CConfigMgr* config_ = nullptr;
+    CResultMarker results_;  ///< of all sessions
 };
 
 }  // namespace RMUP::Net

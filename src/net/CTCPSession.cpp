@@ -14,7 +14,6 @@
 
 #include "common/Constants.h"
 #include "net/CNetUtils.h"
-#include "net/CResultMarker.h"
 #include "wire/Bytes.h"
 #include "wire/PCCommand.h"
 
@@ -29,10 +28,10 @@ constexpr std::chrono::milliseconds kAcknowledgementPause{80};
 
 constexpr char kRunTag[] = "[CTCPSession::Run]";
 
-std::optional<sockaddr_in> PeerOf(const CDescriptor* socket, QENFx::Log::FileLog* log, const char* tag) {
+std::optional<sockaddr_in> PeerOf(const CDescriptor& socket, QENFx::Log::FileLog* log, const char* tag) {
     sockaddr_in peer{};
     socklen_t length = sizeof(peer);
-    if (getpeername(socket == nullptr ? -1 : socket->Get(), reinterpret_cast<sockaddr*>(&peer), &length) != 0) {
+    if (getpeername(socket.Get(), reinterpret_cast<sockaddr*>(&peer), &length) != 0) {
         log->WriteError("%s Get peer name error: %s", tag, strerror(errno));
         return std::nullopt;
     }
@@ -61,16 +60,17 @@ private:
 };
 
 bool IsResult(std::span<const std::uint8_t> packet) {
-    return Bytes::GetBE16(packet, 0) == kResult;
+    return PCCommand{Bytes::GetBE16(packet, 0)} == PCCommand::kResult;
 }
 
 }  // namespace
 
-CTCPSession::CTCPSession(CDescriptor socket, const TCPRoutes& routes, ILinkMonitor* monitor)
+CTCPSession::CTCPSession(CDescriptor socket, const TCPRoutes& routes, ILinkMonitor* monitor, CResultMarker& results)
     : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)),
       routes_(routes),
       monitor_(monitor),
-      socket_(std::make_shared<CDescriptor>(std::move(socket))) {
+      results_(results),
+      socket_(std::move(socket)) {
     ++count_;
 }
 
@@ -84,17 +84,6 @@ void CTCPSession::Launch() {
     }
 }
 
-CTCPSession::SocketPtr CTCPSession::Socket() const {
-    const std::lock_guard lock(socketMutex_);
-    return socket_;
-}
-
-void CTCPSession::CloseSocket() {
-    SocketPtr closed;
-    const std::lock_guard lock(socketMutex_);
-    closed.swap(socket_);
-}
-
 int CTCPSession::SendMessage(std::span<const std::uint8_t> packet) {
     static constexpr char kTag[] = "[CTCPSession::SendMessage]";
     if (packet.size() < CPCMsg::kHeaderSize) {
@@ -103,15 +92,14 @@ int CTCPSession::SendMessage(std::span<const std::uint8_t> packet) {
     // An acknowledgement that is still there belongs to an earlier packet.
     std::optional<CResultMarker::Awaited> awaited;
     if (IsResult(packet)) {
-        awaited.emplace(awaitedResults_);
+        awaited.emplace(results_, awaitedResults_);
     } else {
-        CResultMarker::RemoveStale();
+        results_.RemoveStale();
     }
-    const SocketPtr socket = Socket();
+    const auto socket = socket_.Hold();
     int sent = 0;
-    if (socket == nullptr || !SendBytes(*socket, packet, sent)) {
-        const int error = socket == nullptr ? EBADF : errno;
-        log_->WriteError("%s Send error: %s (%d/%d bytes sended)", kTag, strerror(error), sent,
+    if (!SendBytes(*socket, packet, sent)) {
+        log_->WriteError("%s Send error: %s (%d/%d bytes sended)", kTag, strerror(errno), sent,
                          static_cast<int>(packet.size()));
         return -1;
     }
@@ -135,7 +123,7 @@ bool CTCPSession::SendBytes(const CDescriptor& socket, std::span<const std::uint
             progress = std::chrono::steady_clock::now();
         } else if (errno != EAGAIN && errno != EINTR) {
             return false;
-        } else if (Socket() == nullptr || IsStopped()) {
+        } else if (!socket_.IsOpen() || IsStopped()) {
             errno = EBADF;
             return false;
         } else if (std::chrono::steady_clock::now() - progress >= kLongestStall) {
@@ -161,36 +149,36 @@ bool CTCPSession::WaitAcknowledgement() {
     return false;
 }
 
-int CTCPSession::SendErrorMessage(std::uint8_t subTag, std::uint8_t tag, std::uint16_t errorCode) {
+int CTCPSession::SendErrorMessage(std::uint8_t subTag, std::uint8_t tag, PCError error) {
     std::array<std::uint8_t, 2> payload{};
-    Bytes::PutBE16(payload, 0, errorCode);
+    Bytes::PutBE16(payload, 0, static_cast<std::uint16_t>(error));
     CPCMsg message;
-    const auto packet = message.MakePacket(kErrorNotice, tag, subTag, payload);
+    const auto packet = message.MakePacket(PCCommand::kErrorNotice, tag, subTag, payload);
     const int sent = SendMessage(packet);
     message.WritePacketLog();
     return sent - static_cast<int>(packet.size());
 }
 
 std::string CTCPSession::GetClientIPAddr() const {
-    const auto peer = PeerOf(Socket().get(), log_, "[CTCPSession::GetClientIPAddr]");
+    const auto peer = PeerOf(*socket_.Hold(), log_, "[CTCPSession::GetClientIPAddr]");
     return peer ? CNetUtils::DottedAddress(peer->sin_addr) : std::string();
 }
 
 std::uint16_t CTCPSession::GetClientPort() const {
-    const auto peer = PeerOf(Socket().get(), log_, "[CTCPSession::GetClientPort]");
+    const auto peer = PeerOf(*socket_.Hold(), log_, "[CTCPSession::GetClientPort]");
     return peer ? ntohs(peer->sin_port) : std::uint16_t{0};
 }
 
 bool CTCPSession::HasPeerClosed() const {
-    const SocketPtr socket = Socket();
-    pollfd peer{socket == nullptr ? -1 : socket->Get(), POLLRDHUP, 0};
-    return socket == nullptr || poll(&peer, 1, 0) > 0;
+    const auto socket = socket_.Hold();
+    pollfd peer{socket->Get(), POLLRDHUP, 0};
+    return !socket->IsOpen() || poll(&peer, 1, 0) > 0;
 }
 
 int CTCPSession::ReceiveMessage(CPCMsg& message) {
     static constexpr char kTag[] = "[CTCPSession::ReceiveMessage]";
-    const SocketPtr socket = Socket();
-    if (socket == nullptr) {
+    const auto socket = socket_.Hold();
+    if (!socket->IsOpen()) {
         log_->WriteError("%s Socket disconnected", kTag);
         return -2;
     }
@@ -257,7 +245,7 @@ int CTCPSession::ReceiveBytes(const CDescriptor& socket, std::span<std::uint8_t>
 }
 
 bool CTCPSession::MoveFromDescriptorZero() {
-    if (Socket()->Get() != 0) {
+    if (socket_.Hold()->Get() != 0) {
         return true;
     }
     // 0 means "no socket" in this program's logs and to its readers.
@@ -267,7 +255,7 @@ bool CTCPSession::MoveFromDescriptorZero() {
         return false;
     }
     log_->WriteInfo("%s socket descriptor duplicated to %d", kRunTag, moved.Get());
-    *Socket() = std::move(moved);
+    socket_.Replace(std::move(moved));
     return true;
 }
 
@@ -278,7 +266,7 @@ void CTCPSession::BecomeCurrentIfRegistered() {
 }
 
 bool CTCPSession::SetNonBlocking() {
-    const SocketPtr socket = Socket();
+    const auto socket = socket_.Hold();
     const int flags = fcntl(socket->Get(), F_GETFL);
     if (flags < 0) {
         log_->WriteError("%s Get socket mode error: %s", kRunTag, strerror(errno));
@@ -310,14 +298,14 @@ int CTCPSession::Run() {
     }
     Serve();
 
-    CloseSocket();
+    socket_.Replace();
     routes_.sessionEnded(self);
     monitor_->ReleaseLink(*this);
     return 0;
 }
 
 void CTCPSession::Serve() {
-    const SocketPtr socket = Socket();
+    const auto socket = socket_.Hold();
     while (!IsStopped()) {
         pollfd readable{socket->Get(), POLLIN, 0};
         const int ready = poll(&readable, 1, kWaitMilliseconds);
@@ -335,7 +323,7 @@ void CTCPSession::Serve() {
             log_->WriteInfo("%s PC Disconnected", kRunTag);
             return;
         }
-        if (message.GetCommand() != kImageData) {
+        if (message.GetCommand() != PCCommand::kImageData) {
             message.WritePacketLog();
         }
         if (const TCPRoute* route = FindRoute(routes_.routes, message.GetCommand())) {

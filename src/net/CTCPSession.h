@@ -3,12 +3,11 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <span>
 #include <string>
 
-#include "common/CDescriptor.h"
-#include "config/IPCSession.h"
+#include "common/CSharedDescriptor.h"
+#include "config/ISession.h"
 #include "net/CPCMsg.h"
 #include "net/CResultMarker.h"
 #include "net/ILinkMonitor.h"
@@ -20,18 +19,18 @@ namespace RMUP::Net {
 
 /// One connection of a PC: a thread that reads packets and hands them to their routes, and a way for every other thread
 /// to send to that PC. Lives as long as its thread or a sender needs it; its descriptor is closed when the thread has
-/// ended and no other thread is in a call on it, so that a number that was given to another file is never written to.
-class CTCPSession : public QENFx::Service::Thread, public IPCSession, public std::enable_shared_from_this<CTCPSession> {
+/// ended and no other thread is in a call on it.
+class CTCPSession : public QENFx::Service::Thread, public ISession, public std::enable_shared_from_this<CTCPSession> {
 public:
-    /// Takes the connected socket. Routes and monitor outlive the session.
-    CTCPSession(CDescriptor socket, const TCPRoutes& routes, ILinkMonitor* monitor);
+    /// Takes the connected socket. All else outlives the session.
+    CTCPSession(CDescriptor socket, const TCPRoutes& routes, ILinkMonitor* monitor, CResultMarker& results);
     ~CTCPSession() override { --count_; }
 
     /// Starts the detached thread; the session keeps itself alive until its thread has ended. Throws WorkException*.
     void Launch();
 
     int SendMessage(std::span<const std::uint8_t> packet) override;
-    int SendErrorMessage(std::uint8_t subTag, std::uint8_t tag, std::uint16_t errorCode) override;
+    int SendErrorMessage(std::uint8_t subTag, std::uint8_t tag, PCError error) override;
     std::string GetClientIPAddr() const override;
     std::uint16_t GetClientPort() const override;
     bool HasPeerClosed() const override;
@@ -40,7 +39,7 @@ public:
     bool GetUpdateFlag() const override { return updateFlag_; }
 
     /// Takes the PC's acknowledgement of a result.
-    void AcknowledgeResult() { CResultMarker::Acknowledge(awaitedResults_); }
+    void AcknowledgeResult() { results_.Acknowledge(awaitedResults_); }
 
     /// How many sessions there are.
     static int Count() { return count_; }
@@ -51,12 +50,6 @@ public:
     int Run() override;
 
 private:
-    using SocketPtr = std::shared_ptr<CDescriptor>;
-
-    /// The connection for the length of one call, or null when it is closed.
-    SocketPtr Socket() const;
-    void CloseSocket();
-
     [[nodiscard]] bool MoveFromDescriptorZero();
     void BecomeCurrentIfRegistered();
     [[nodiscard]] bool SetNonBlocking();
@@ -75,12 +68,12 @@ private:
     std::atomic<bool> updateFlag_{false};
     std::shared_ptr<CTCPSession> self_;
 
-    int awaitedResults_ = 0;  ///< CResultMarker's
+    CResultMarker& results_;
+    int awaitedResults_ = 0;  ///< the marker's
 
     static inline std::atomic<int> count_{0};
 
-    mutable std::mutex socketMutex_;
-    SocketPtr socket_;
+    CSharedDescriptor socket_;
 };
 
 }  // namespace RMUP::Net

@@ -9,11 +9,12 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <memory>
+#include <utility>
 
 #include "common/Constants.h"
 #include "common/ProcessEnd.h"
 #include "net/CNetUtils.h"
+#include "net/MakeServer.h"
 #include "net/SocketSetup.h"
 
 namespace RMUP::Net {
@@ -31,11 +32,7 @@ constexpr int kHeartbeatsPerLogLine = 120;
 CInstance<CUDPServer> CUDPServer::instance_;
 
 CUDPServer* CUDPServer::GetInstance() {
-    return instance_.Get([] {
-        auto server = std::make_unique<CUDPServer>();
-        QENFx::Service::ThreadMemoryRemover::GetInstance()->addThread(server.get());
-        return server;
-    });
+    return instance_.Get(&MakeServer<CUDPServer>);
 }
 
 void CUDPServer::DestroyInstance() {
@@ -52,36 +49,29 @@ void CUDPServer::Connect(std::span<const UDPRoute> routes, ILinkMonitor* monitor
 int CUDPServer::ServerOpen() {
     static constexpr char kTag[] = "[CUDPServer::ServerOpen]";
     log_->WriteInfo("%s UDP server open start", kTag);
-    socket_.Reset(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    if (!socket_.IsOpen()) {
+    socket_.Replace();
+    CDescriptor opened(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!opened.IsOpen()) {
         log_->WriteError("%s Socket open error: %s", kTag, strerror(errno));
         return -1;
     }
 
-    if (BindToPort(socket_.Get(), kPort) != 0) {
+    if (BindToPort(opened.Get(), kPort) != 0) {
         log_->WriteError("%s Bind error: %s", kTag, strerror(errno));
-        socket_.Reset();
         return -1;
     }
     log_->WriteInfo("%s UDP bind success, <IP:%s><Port:%d>", kTag, CNetUtils().GetMyIPAddr().c_str(), kPort);
 
-    if (SetSocketTimeout(socket_.Get(), SO_SNDTIMEO, kTimeoutSeconds) == 0) {
-        log_->WriteInfo("%s Set socket option - SNDTIMEO(%ds)", kTag, kTimeoutSeconds);
-    } else {
-        log_->WriteError("%s Set socket send timeout option error: %s", kTag, strerror(errno));
-    }
-    if (SetSocketTimeout(socket_.Get(), SO_RCVTIMEO, kTimeoutSeconds) == 0) {
-        log_->WriteInfo("%s Set socket option - RCVTIMEO(%ds)", kTag, kTimeoutSeconds);
-    } else {
-        log_->WriteError("%s Set socket receive timeout option error: %s", kTag, strerror(errno));
-    }
-    sendDescriptor_ = socket_.Get();
+    SetSocketTimeout(opened.Get(), SO_SNDTIMEO, kTimeoutSeconds, log_, kTag, "Set socket send timeout option error");
+    SetSocketTimeout(opened.Get(), SO_RCVTIMEO, kTimeoutSeconds, log_, kTag, "Set socket receive timeout option error");
+    socket_.Replace(std::move(opened));
     return 0;
 }
 
 int CUDPServer::ReceiveMessage(CPCMsg& message) {
     static constexpr char kTag[] = "[CUDPServer::ReceiveMessage]";
-    if (!socket_.IsOpen()) {
+    const auto socket = socket_.Hold();
+    if (!socket->IsOpen()) {
         log_->WriteError("%s Socket destroyed", kTag);
         return -2;
     }
@@ -91,7 +81,7 @@ int CUDPServer::ReceiveMessage(CPCMsg& message) {
     socklen_t peerLength = sizeof(peer);
     // MSG_TRUNC gives the size that the datagram had, so that one that was cut cannot pass for a whole one. A process
     // that was stopped and goes on is interrupted; that is no silence of the PC.
-    const ssize_t received = TEMP_FAILURE_RETRY(recvfrom(socket_.Get(), buffer.data(), buffer.size(), MSG_TRUNC,
+    const ssize_t received = TEMP_FAILURE_RETRY(recvfrom(socket->Get(), buffer.data(), buffer.size(), MSG_TRUNC,
                                                          reinterpret_cast<sockaddr*>(&peer), &peerLength));
     if (received < 0) {
         return -1;
@@ -117,7 +107,8 @@ int CUDPServer::ReceiveMessage(CPCMsg& message) {
 int CUDPServer::SendMessage(std::span<const std::uint8_t> packet, const sockaddr_in& peer) {
     static constexpr char kTag[] = "[CUDPServer::SendMessage]";
     // A datagram that cannot go at once is worth nothing later, and whoever waits with it answers nobody meanwhile.
-    const ssize_t sent = sendto(sendDescriptor_, packet.data(), packet.size(), MSG_DONTWAIT,
+    const auto socket = socket_.Hold();
+    const ssize_t sent = sendto(socket->Get(), packet.data(), packet.size(), MSG_DONTWAIT,
                                 reinterpret_cast<const sockaddr*>(&peer), sizeof(peer));
     if (sent < 0) {
         log_->WriteError("%s Send error: %s", kTag, strerror(errno));
@@ -128,11 +119,12 @@ int CUDPServer::SendMessage(std::span<const std::uint8_t> packet, const sockaddr
 
 int CUDPServer::SendIfRoom(std::span<const std::uint8_t> packet, const sockaddr_in& peer) {
     static constexpr char kTag[] = "[CUDPServer::SendMessage]";
+    const auto socket = socket_.Hold();
     int waiting = 0;
     int size = 0;
     socklen_t length = sizeof(size);
-    if (ioctl(sendDescriptor_, SIOCOUTQ, &waiting) == 0 &&
-        getsockopt(sendDescriptor_, SOL_SOCKET, SO_SNDBUF, &size, &length) == 0 && waiting > size / 2) {
+    if (ioctl(socket->Get(), SIOCOUTQ, &waiting) == 0 &&
+        getsockopt(socket->Get(), SOL_SOCKET, SO_SNDBUF, &size, &length) == 0 && waiting > size / 2) {
         log_->WriteError("%s Send error: %s", kTag, strerror(EAGAIN));
         return 0;
     }

@@ -2,12 +2,11 @@
 
 #include <netinet/in.h>
 
-#include <atomic>
 #include <cstdint>
 #include <span>
 
-#include "common/CDescriptor.h"
 #include "common/CInstance.h"
+#include "common/CSharedDescriptor.h"
 #include "net/CPCMsg.h"
 #include "net/ILinkMonitor.h"
 #include "net/Route.h"
@@ -50,8 +49,7 @@ private:
     static CInstance<CUDPServer> instance_;
 
     QENFx::Log::FileLog* log_;
-    CDescriptor socket_;
-    std::atomic<int> sendDescriptor_{-1};  ///< socket_ as other threads may read it
+    CSharedDescriptor socket_;
     std::span<const UDPRoute> routes_;
     ILinkMonitor* monitor_ = nullptr;
     int heartbeats_ = 0;

@@ -5,6 +5,8 @@
 #include "platform/Crc16.h"
 #include "wire/Bytes.h"
 
+using RMUP::Net::UDSMessageId;
+
 namespace {
 
 constexpr std::uint8_t kStartByte = 0x02;
@@ -15,11 +17,11 @@ constexpr std::uint8_t kEndByte = 0x03;
 
 CUDSMsg::CUDSMsg() : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)) {}
 
-std::span<const std::uint8_t> CUDSMsg::GetSendPacket(std::uint16_t id, std::span<const std::uint8_t> payload) {
+std::span<const std::uint8_t> CUDSMsg::GetSendPacket(UDSMessageId id, std::span<const std::uint8_t> payload) {
     static constexpr char kTag[] = "[CUDSMsg::GetSendPacket]";
     header_[0] = kStartByte;
     header_[1] = kAddressByte;
-    Bytes::PutLE16(header_, 2, id);
+    Bytes::PutLE16(header_, 2, static_cast<std::uint16_t>(id));
     Bytes::PutLE16(header_, 4, static_cast<std::uint16_t>(payload.size()));
     payload_.assign(payload.begin(), payload.end());
     trailer_ = {0, 0, kEndByte};
@@ -58,8 +60,8 @@ std::uint16_t CUDSMsg::ComputeCRC() const {
     return QENFx::Common::Convertor::CRC16::crc16(covered.data(), static_cast<unsigned>(covered.size()));
 }
 
-std::uint16_t CUDSMsg::GetMessageId() const {
-    return Bytes::GetLE16(header_, 2);
+UDSMessageId CUDSMsg::GetMessageId() const {
+    return UDSMessageId{Bytes::GetLE16(header_, 2)};
 }
 
 std::size_t CUDSMsg::GetPayloadLength() const {
@@ -67,14 +69,8 @@ std::size_t CUDSMsg::GetPayloadLength() const {
 }
 
 void CUDSMsg::WritePacketLog() {
-    static constexpr char kTag[] = "[CUDSMsg::WritePacketLog]";
     if (sendBuffer_.empty()) {
         SetSequencePacket();
     }
-    if (sendBuffer_.empty()) {
-        log_->WriteError("%s Cannot write packet log", kTag);
-        return;
-    }
-    log_->WriteInfo("%s UDS Packet (%d bytes)", kTag, static_cast<int>(sendBuffer_.size()));
-    DumpPacket(log_, sendBuffer_);
+    WritePacket(log_, "[CUDSMsg::WritePacketLog]", "UDS", sendBuffer_);
 }

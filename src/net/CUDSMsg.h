@@ -6,6 +6,7 @@
 #include <span>
 #include <vector>
 
+#include "net/UDSMessageId.h"
 #include "platform/Log.h"
 
 /// One message of the local protocol with ZELApp, little-endian:
@@ -27,7 +28,8 @@ public:
     CUDSMsg();
 
     /// Builds a message for sending; at most 65535 bytes of payload.
-    [[nodiscard]] std::span<const std::uint8_t> GetSendPacket(std::uint16_t id, std::span<const std::uint8_t> payload);
+    [[nodiscard]] std::span<const std::uint8_t> GetSendPacket(RMUP::Net::UDSMessageId id,
+                                                              std::span<const std::uint8_t> payload);
 
     /// Assembles header, payload and trailer into the send buffer.
     void SetSequencePacket();
@@ -40,7 +42,7 @@ public:
 
     std::span<std::uint8_t, kHeaderSize> GetHeader() { return header_; }
     std::span<std::uint8_t, kTrailerSize> GetTrailer() { return trailer_; }
-    std::uint16_t GetMessageId() const;
+    RMUP::Net::UDSMessageId GetMessageId() const;
     std::size_t GetPayloadLength() const;
     std::span<const std::uint8_t> GetPayload() const { return payload_; }
 

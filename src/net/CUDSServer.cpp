@@ -9,15 +9,13 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
-#include <memory>
 #include <string>
+#include <utility>
 
 #include "common/Constants.h"
 #include "common/ProcessEnd.h"
-#include "config/CConfigMgr.h"
-#include "config/CDeviceInfo.h"
+#include "net/MakeServer.h"
 #include "net/SocketSetup.h"
-#include "net/UDSMessageId.h"
 
 namespace RMUP::Net {
 
@@ -38,6 +36,8 @@ constexpr std::size_t kEmptyOffset = 44;
 constexpr std::size_t kNoAddressOffset = 65;
 constexpr std::size_t kStatusSize = 87;
 
+constexpr char kOpenTag[] = "[CUDSServer::ServerOpen]";
+
 void PutField(std::span<std::uint8_t> payload, std::size_t offset, const std::string& text) {
     payload[offset] = kFieldSize;
     std::copy_n(text.begin(), std::min(text.size(), kFieldSize),
@@ -49,11 +49,7 @@ void PutField(std::span<std::uint8_t> payload, std::size_t offset, const std::st
 CInstance<CUDSServer> CUDSServer::instance_;
 
 CUDSServer* CUDSServer::GetInstance() {
-    return instance_.Get([] {
-        auto server = std::make_unique<CUDSServer>();
-        QENFx::Service::ThreadMemoryRemover::GetInstance()->addThread(server.get());
-        return server;
-    });
+    return instance_.Get(&MakeServer<CUDSServer>);
 }
 
 void CUDSServer::DestroyInstance() {
@@ -62,71 +58,79 @@ void CUDSServer::DestroyInstance() {
 
 CUDSServer::CUDSServer() : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)) {}
 
+void CUDSServer::Connect(std::span<const UDSRoute> routes, CConfigMgr& config, CDeviceInfo& device) {
+    routes_ = routes;
+    config_ = &config;
+    device_ = &device;
+}
+
 int CUDSServer::ServerOpen(const char* path) {
-    static constexpr char kTag[] = "[CUDSServer::ServerOpen]";
-    log_->WriteInfo("%s UDS server open start", kTag);
+    log_->WriteInfo("%s UDS server open start", kOpenTag);
+    if (Listen(path) && Accept(path)) {
+        return 0;
+    }
+    listener_.Reset();
+    return -1;
+}
+
+bool CUDSServer::Listen(const char* path) {
     listener_.Reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (!listener_.IsOpen()) {
-        log_->WriteError("%s Socket open error: %s", kTag, strerror(errno));
-        return -1;
+        log_->WriteError("%s Socket open error: %s", kOpenTag, strerror(errno));
+        return false;
     }
 
     unlink(path);
     const std::size_t pathLength = strlen(path);
     if (pathLength >= kPathLimit) {
-        log_->WriteError("%s UDS server path can't over %d bytes, path will be truncated.", kTag,
+        log_->WriteError("%s UDS server path can't over %d bytes, path will be truncated.", kOpenTag,
                          static_cast<int>(kPathLimit));
-        listener_.Reset();
-        return -1;
+        return false;
     }
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     memcpy(address.sun_path, path, pathLength);
     const auto addressLength = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + pathLength);
     if (bind(listener_.Get(), reinterpret_cast<const sockaddr*>(&address), addressLength) != 0) {
-        log_->WriteError("%s Bind error: %s", kTag, strerror(errno));
-        listener_.Reset();
-        return -1;
+        log_->WriteError("%s Bind error: %s", kOpenTag, strerror(errno));
+        return false;
     }
-    log_->WriteInfo("%s Bind success, Path: %s", kTag, path);
+    log_->WriteInfo("%s Bind success, Path: %s", kOpenTag, path);
 
     if (listen(listener_.Get(), kListenQueue) != 0) {
-        log_->WriteError("%s Listen error: %s", kTag, strerror(errno));
-        listener_.Reset();
-        return -1;
+        log_->WriteError("%s Listen error: %s", kOpenTag, strerror(errno));
+        return false;
     }
-    log_->WriteInfo("%s Listening queue: %d", kTag, kListenQueue);
-
-    log_->WriteInfo("%s %s Accept start", kTag, path);
-    {
-        const CEndingSignalsWindow window;
-        client_.Reset(accept4(listener_.Get(), nullptr, nullptr, SOCK_CLOEXEC));
-    }
-    clientDescriptor_ = client_.Get();
-    if (!client_.IsOpen()) {
-        log_->WriteError("%s Accept error: %s", kTag, strerror(errno));
-        listener_.Reset();
-        return -1;
-    }
-    log_->WriteInfo("%s Accept client (fd: %d)", kTag, client_.Get());
-    if (SetSocketTimeout(client_.Get(), SO_SNDTIMEO, kTimeoutSeconds) == 0) {
-        log_->WriteInfo("%s Set socket option - SNDTIMEO(%ds)", kTag, kTimeoutSeconds);
-    } else {
-        log_->WriteError("%s Set socket option error: %s", kTag, strerror(errno));
-    }
-    if (SetSocketTimeout(client_.Get(), SO_RCVTIMEO, kTimeoutSeconds) == 0) {
-        log_->WriteInfo("%s Set socket option - RCVTIMEO(%ds)", kTag, kTimeoutSeconds);
-    } else {
-        log_->WriteError("%s Set socket option error: %s", kTag, strerror(errno));
-    }
-    return 0;
+    log_->WriteInfo("%s Listening queue: %d", kOpenTag, kListenQueue);
+    return true;
 }
 
-int CUDSServer::ReceivePiece(std::span<std::uint8_t> piece) {
+bool CUDSServer::Accept(const char* path) {
+    log_->WriteInfo("%s %s Accept start", kOpenTag, path);
+    CDescriptor client;
+    {
+        const CEndingSignalsWindow window;
+        client.Reset(accept4(listener_.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+    }
+    if (!client.IsOpen()) {
+        log_->WriteError("%s Accept error: %s", kOpenTag, strerror(errno));
+        client_.Replace();
+        return false;
+    }
+    const int descriptor = client.Get();
+    client_.Replace(std::move(client));
+    log_->WriteInfo("%s Accept client (fd: %d)", kOpenTag, descriptor);
+    for (const int option : {SO_SNDTIMEO, SO_RCVTIMEO}) {
+        SetSocketTimeout(descriptor, option, kTimeoutSeconds, log_, kOpenTag, "Set socket option error");
+    }
+    return true;
+}
+
+int CUDSServer::ReceivePiece(const CDescriptor& client, std::span<std::uint8_t> piece) {
     static constexpr char kTag[] = "[CUDSServer::ReceiveMessage]";
     // A process that was stopped and goes on is interrupted; giving up then would take the rest of a message for the
     // next one.
-    const ssize_t received = TEMP_FAILURE_RETRY(recv(client_.Get(), piece.data(), piece.size(), MSG_WAITALL));
+    const ssize_t received = TEMP_FAILURE_RETRY(recv(client.Get(), piece.data(), piece.size(), MSG_WAITALL));
     if (received < 0) {
         log_->WriteError("%s Receive failed: %s", kTag, strerror(errno));
         return -1;
@@ -140,12 +144,13 @@ int CUDSServer::ReceivePiece(std::span<std::uint8_t> piece) {
 
 int CUDSServer::ReceiveMessage(CUDSMsg& message) {
     static constexpr char kTag[] = "[CUDSServer::ReceiveMessage]";
-    if (!client_.IsOpen()) {
+    const auto client = client_.Hold();
+    if (!client->IsOpen()) {
         log_->WriteError("%s Socket disconnected", kTag);
         return -2;
     }
 
-    const int header = ReceivePiece(message.GetHeader());
+    const int header = ReceivePiece(*client, message.GetHeader());
     if (header < static_cast<int>(CUDSMsg::kHeaderSize)) {
         return -1;
     }
@@ -156,13 +161,13 @@ int CUDSServer::ReceiveMessage(CUDSMsg& message) {
             log_->WriteError("%s Prepare memory for UDS data failed", kTag);
             return -1;
         }
-        payload = ReceivePiece(buffer);
+        payload = ReceivePiece(*client, buffer);
         if (payload < static_cast<int>(buffer.size())) {
             return -1;
         }
     }
     // A short trailer goes on to the CRC, which settles the matter.
-    const int trailer = ReceivePiece(message.GetTrailer());
+    const int trailer = ReceivePiece(*client, message.GetTrailer());
     if (trailer < 0) {
         return -1;
     }
@@ -179,7 +184,8 @@ int CUDSServer::ReceiveMessage(CUDSMsg& message) {
 
 int CUDSServer::SendMessage(std::span<const std::uint8_t> packet) {
     static constexpr char kTag[] = "[CUDSServer::SendMessage]";
-    const ssize_t sent = TEMP_FAILURE_RETRY(send(clientDescriptor_, packet.data(), packet.size(), 0));
+    const auto client = client_.Hold();
+    const ssize_t sent = TEMP_FAILURE_RETRY(send(client->Get(), packet.data(), packet.size(), 0));
     if (sent < 0) {
         log_->WriteError("%s send error: %s", kTag, strerror(errno));
         return 0;
@@ -190,7 +196,7 @@ int CUDSServer::SendMessage(std::span<const std::uint8_t> packet) {
 
 int CUDSServer::SendMessagePCCon(bool connected) {
     static constexpr char kTag[] = "[CUDSServer::SendMessagePCCon]";
-    const RegisteredPC pc = CConfigMgr::GetInstance()->GetRegisteredPC();
+    const RegisteredPC pc = config_->GetRegisteredPC();
     std::array<std::uint8_t, kStatusSize> payload{};
     payload[kConnectedOffset] = connected ? 1 : 0;
     PutField(payload, kNameOffset, pc.name);
@@ -200,7 +206,7 @@ int CUDSServer::SendMessagePCCon(bool connected) {
     PutField(payload, kNoAddressOffset, kNoPCAddress);
 
     CUDSMsg message;
-    const int sent = SendMessage(message.GetSendPacket(kUDSPCConnection, payload));
+    const int sent = SendMessage(message.GetSendPacket(UDSMessageId::kPCConnection, payload));
     log_->WriteInfo("%s Send UDS to inform connection status(%s)", kTag, connected ? "Connected" : "Disconnected");
     log_->WriteInfo("%s PC Name: %s, PC IP: %s, PC PeerID: %c", kTag, pc.name.c_str(), pc.address.c_str(), pc.peerID);
     message.WritePacketLog();
@@ -224,9 +230,8 @@ int CUDSServer::Run() {
             (void)ServerOpen(kUDSPath);  // the next round tries again
         } else if (received < 0) {
             // A transfer whose outcome nobody waits for any more must not keep the status.
-            CDeviceInfo* device = CDeviceInfo::GetInstance();
-            if (device->GetStatus() == DeviceStatus::kTransferResult) {
-                device->SetStatus(DeviceStatus::kRegistered);
+            if (device_->GetStatus() == DeviceStatus::kTransferResult) {
+                device_->SetStatus(DeviceStatus::kRegistered);
             }
             sleep(1);
         } else {

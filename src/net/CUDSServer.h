@@ -4,8 +4,10 @@
 #include <cstdint>
 #include <span>
 
-#include "common/CDescriptor.h"
 #include "common/CInstance.h"
+#include "common/CSharedDescriptor.h"
+#include "config/CConfigMgr.h"
+#include "config/CDeviceInfo.h"
 #include "net/CUDSMsg.h"
 #include "net/Route.h"
 #include "platform/Log.h"
@@ -27,8 +29,8 @@ public:
 
     CUDSServer();
 
-    /// Before Start. The routes outlive the server.
-    void Connect(std::span<const UDSRoute> routes) { routes_ = routes; }
+    /// Before Start. All of it outlives the server.
+    void Connect(std::span<const UDSRoute> routes, CConfigMgr& config, CDeviceInfo& device);
 
     /// Binds the path, which is unlinked first, and waits until ZELApp connects. Returns 0 or -1.
     [[nodiscard]] int ServerOpen(const char* path);
@@ -53,19 +55,23 @@ public:
     void Serve();
 
 private:
+    [[nodiscard]] bool Listen(const char* path);
+    [[nodiscard]] bool Accept(const char* path);
+
     /// One recv that waits for the whole piece. Returns the bytes received, or -1 after an error line.
-    int ReceivePiece(std::span<std::uint8_t> piece);
+    int ReceivePiece(const CDescriptor& client, std::span<std::uint8_t> piece);
     void Dispatch(CUDSMsg& message);
 
     static CInstance<CUDSServer> instance_;
 
     QENFx::Log::FileLog* log_;
     CDescriptor listener_;
-    CDescriptor client_;
-    std::atomic<int> clientDescriptor_{-1};  ///< client_ as other threads may read it
+    CSharedDescriptor client_;
     std::atomic<bool> announced_{false};
     std::atomic<bool> mayServe_{false};
     std::span<const UDSRoute> routes_;
+    CConfigMgr* config_ = nullptr;
+    CDeviceInfo* device_ = nullptr;
 };
 
 }  // namespace RMUP::Net

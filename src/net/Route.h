@@ -1,13 +1,13 @@
 #pragma once
 
 #include <algorithm>
-#include <cstdint>
 #include <functional>
 #include <memory>
 #include <vector>
 
 #include "net/CPCMsg.h"
 #include "net/CUDSMsg.h"
+#include "wire/PCCommand.h"
 
 namespace RMUP::Net {
 
@@ -16,15 +16,15 @@ class CTCPSession;
 /// Who handles a message: `handle` is called for each message of its id, on the receiving thread.
 /// Route tables outlive the endpoints that they are given to.
 struct UDPRoute {
-    std::uint16_t id;
+    PCCommand id;
     std::function<int(CPCMsg& message)> handle;  ///< negative = failed
     const char* failure;                         ///< the log line of a failure; its one %s receives the tag
     bool heartbeat;                              ///< successes count as signs of life of the PC
 };
 
 struct TCPRoute {
-    std::uint16_t id;
-    std::function<void(CPCMsg& message, const std::shared_ptr<CTCPSession>& session)> handle;
+    PCCommand id;
+    std::function<void(const CPCMsg& message, const std::shared_ptr<CTCPSession>& session)> handle;
 };
 
 /// What a session does with the PC's packets, and whom it tells that it has ended.
@@ -34,13 +34,13 @@ struct TCPRoutes {
 };
 
 struct UDSRoute {
-    std::uint16_t id;
-    std::function<void(CUDSMsg& message)> handle;
+    UDSMessageId id;
+    std::function<void(const CUDSMsg& message)> handle;
 };
 
 /// The route of a command or message id, or null: such messages are ignored.
-template <typename Table>
-auto FindRoute(const Table& routes, std::uint16_t id) -> decltype(std::ranges::data(routes)) {
+template <typename Table, typename Id>
+auto FindRoute(const Table& routes, Id id) -> decltype(std::ranges::data(routes)) {
     const auto found = std::ranges::find(routes, id, [](const auto& route) { return route.id; });
     return found == std::ranges::end(routes) ? nullptr : &*found;
 }

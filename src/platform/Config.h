@@ -6,7 +6,8 @@
 
 namespace QENFx::Data::Properties {
 
-/// The keys and values of one settings file, as they were when it was opened. Its virtual operations are called by
+/// The keys and values of one settings file, as they were when it was opened. Used by one thread at a time; several
+/// objects may be open on one file. Its virtual operations are called by
 /// their place: destructor, deleting destructor, one for others, set, get. Their names are free.
 class FileProperty {
 public:
@@ -18,13 +19,15 @@ public:
     /// Keeps the place of an operation that the service does not use.
     virtual void forOthers() = 0;
 
+    /// Changes the object alone. Whether the file can hold the value shows in Update.
     virtual void setValue(const char* key, const char* value) = 0;
 
     /// The value, or the empty text for a key that the file does not hold. Valid until the next call on this object.
     virtual const char* getValue(const char* key) = 0;
 
     /// Writes the keys set since the file was opened, and only those, into the file as it is now. The file is replaced
-    /// as a whole or not at all. Throws ConfigurationException*.
+    /// as a whole or not at all, and lasts when this returns. Throws ConfigurationException* when it cannot be written,
+    /// or a key or value fits no line; the file is then as it was. Two threads that do it at once may undo one another.
     void Update();
 };
 
@@ -40,6 +43,7 @@ public:
     ConfigurationException& operator=(const ConfigurationException&) = delete;
     ~ConfigurationException();
 
+    /// For the log; valid as long as the exception.
     const char* GetMessage() const;
 
 private:
@@ -52,6 +56,7 @@ inline constexpr int kOpenReadWrite = 0x189E;
 
 class ConfigurationManager {
 public:
+    /// The process-wide manager, made on first use; never null. From any thread, as is Open.
     static ConfigurationManager* GetManager();
 
     ConfigurationManager(const ConfigurationManager&) = delete;

@@ -8,7 +8,7 @@
 
 namespace QENFx::Data::Collection {
 
-/// One row of a table; made and owned by the table.
+/// One row of a table; made and owned by the table. Reading it cannot fail and changes nothing.
 class Row {
 public:
     Row(const Row&) = delete;
@@ -28,7 +28,8 @@ protected:
     ~Row() = default;
 };
 
-/// The rows that a query gave, read into memory, with a cursor that starts before the first row.
+/// The rows that a query gave, read into memory, with a cursor that starts before the first row. Used by one thread at
+/// a time; it needs the connection no more.
 class Table : public DeletedUnsized {
 public:
     struct Content;
@@ -63,6 +64,7 @@ public:
     DBException& operator=(const DBException&) = delete;
     ~DBException();
 
+    /// For the log; valid as long as the exception.
     const char* GetMessage() const;
 
 private:
@@ -83,10 +85,14 @@ public:
 
     /// The connection string is the path of an existing database file.
     void Open(const Common::String& connectionString, int mode);
+
+    /// Closes what is open; the destructor does it as well and tells nobody of a failure.
     void Close();
+
+    /// Runs a statement that gives no rows: all of it, or nothing when it throws.
     void Execute(const Common::String& statement, unsigned timeout);
 
-    /// The caller owns the table.
+    /// The rows of a query, which may be none; never null. The caller owns the table.
     Data::Collection::Table* getTable(const Common::String& statement, unsigned timeout);
 
 private:

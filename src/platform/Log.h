@@ -3,7 +3,8 @@
 namespace QENFx::Log {
 
 /// One named channel of the log. Owned by the Logger; a pointer to it stays valid until the process ends. Any thread
-/// may write; a line is in the file before the call returns. Formats are printf's.
+/// may write, and lines of several threads stay whole; a line is in the file before the call returns. Formats are
+/// printf's. A line that cannot be written is lost, and nobody is told.
 class FileLog {
 public:
     FileLog(const FileLog&) = delete;
@@ -19,16 +20,17 @@ protected:
 
 class Logger {
 public:
-    /// The process-wide logger, made on first use.
+    /// The process-wide logger, made on first use; never null. From any thread.
     static Logger* getLogger();
 
-    /// Closes the log files. Channels handed out before stay valid and drop what is written to them.
+    /// Closes the log files. Once, when no other thread makes a channel. Channels handed out before stay valid and drop
+    /// what is written to them.
     static void DestroyLogger();
 
     Logger(const Logger&) = delete;
     Logger& operator=(const Logger&) = delete;
 
-    /// The channel of that name, opened on first use. Never null.
+    /// The channel of that name, opened on first use; never null, also when its file cannot be opened. From any thread.
     FileLog* getLog(const char* name);
 
 protected:

@@ -16,6 +16,7 @@ public:
     WorkException& operator=(const WorkException&) = delete;
     ~WorkException();
 
+    /// For the log; valid as long as the exception.
     const char* GetMessage() const;
 
 private:
@@ -34,14 +35,15 @@ public:
     Thread& operator=(const Thread&) = delete;
     virtual ~Thread();
 
-    /// The work of the thread.
+    /// The work of the thread. What it returns is for nobody; an exception that leaves it ends the process.
     virtual int Run() = 0;
 
-    /// Creates the thread, which somebody has to join or to detach. Throws WorkException* when the system has no thread
-    /// left.
+    /// Creates the thread, which somebody has to join or to detach. Once for each object. Throws WorkException* when
+    /// the system has no thread left; the object can then be deleted, or started again.
     void Start();
 
-    /// Asks `Run` to end at its next look at the stop flag; does not wait for it.
+    /// Asks `Run` to end at its next look at the stop flag; does not wait for it, and cannot be taken back. From any
+    /// thread, as is IsStopped.
     void Stop();
     bool IsStopped() const;
 
@@ -57,12 +59,13 @@ private:
 /// detached by then. So whoever wants such a thread detached does it before its `Run` can return, or leaves it.
 class ThreadMemoryRemover {
 public:
+    /// The process-wide one, made on first use; never null. From any thread, as is addThread.
     static ThreadMemoryRemover* GetInstance();
 
     ThreadMemoryRemover(const ThreadMemoryRemover&) = delete;
     ThreadMemoryRemover& operator=(const ThreadMemoryRemover&) = delete;
 
-    /// Takes ownership of a thread that was not started yet.
+    /// Takes ownership of a thread that was not started yet, from the moment when it is.
     void addThread(Thread* thread);
 
 protected:

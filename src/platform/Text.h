@@ -6,7 +6,7 @@
 
 namespace QENFx::Common {
 
-/// Text as the framework's interfaces take it.
+/// Text as the framework's interfaces take it. Used by one thread at a time.
 class String {
 public:
     String();
@@ -19,6 +19,7 @@ public:
     /// Replaces the text by the printf-style rendering; any length.
     void Format(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
+    /// Never null; valid until the text is changed or destroyed.
     const char* c_str() const;
 
 private:

@@ -12,6 +12,7 @@ public:
     Attribute(const Attribute&) = delete;
     Attribute& operator=(const Attribute&) = delete;
 
+    /// Never null.
     const char* getValue() const;
 
 protected:
@@ -52,7 +53,8 @@ protected:
     ~NodeList() = default;
 };
 
-/// A document read as a whole. Everything that it hands out lives as long as the document.
+/// A document read as a whole, by one thread. Everything that it hands out lives as long as the document, or until the
+/// next LoadXML; reading it cannot fail.
 class XmlDocument {
 public:
     XmlDocument();

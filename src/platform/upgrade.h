@@ -1,6 +1,8 @@
 #pragma once
 
-/* The device's upgrade library. Image ids are the catalogue's, 0 to 7. */
+/* The device's upgrade library. Image ids are the catalogue's, 0 to 7. The operations on sticks, partitions and
+ * installed versions are called by one thread at a time, start-up and then the update worker; nv_get_value and
+ * nv_get_img_version_all by any. None of them tells why it failed. */
 
 #ifdef __cplusplus
 extern "C" {
@@ -25,11 +27,11 @@ int getActiveIndex(void);
 int changeUpActiveIndex(void);
 
 /* A value of the identity store: "sn", "project", "model_type". NULL = no such value. The text belongs to the library
- * and stays valid until the same name is asked for again by the same thread. */
+ * and stays valid until the same name is asked for again by the same thread. May be NULL at any call. */
 const char* nv_get_value(const char* name);
 
 /* Fills eight zero-terminated texts of 16 bytes each: APP, SYS, BOOT, KERNEL, ROOTFS, QTE, one that is not used, XML.
- */
+ * What it returns says nothing; a version that it does not know is an empty text. */
 int nv_get_img_version_all(char* eightTexts16);
 
 /* Records the installed version of an image; `text16` is 16 bytes, zero-padded. 0 = stored. */

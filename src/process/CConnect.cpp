@@ -12,19 +12,33 @@
 #include "net/CConnectionMonitor.h"
 #include "net/CNetUtils.h"
 #include "net/CUDPServer.h"
+#include "net/CUDSServer.h"
+#include "net/UDSMessageId.h"
 #include "process/TextField.h"
+#include "process/update/CUpdateAccess.h"
+#include "process/update/UpdateMessages.h"
 #include "wire/Bytes.h"
 #include "wire/PCCommand.h"
 
+using RMUP::Process::CImageGate;
+
 namespace {
 
-constexpr std::size_t kAddressSize = 4;
 constexpr std::size_t kNameSize = 10;
+constexpr std::size_t kModelNameSize = 8;
 
-/// Copies a text into a zeroed field, cut to the field's size.
-void PutText(std::span<std::uint8_t> payload, std::size_t offset, std::size_t size, const std::string& text) {
-    std::copy_n(text.begin(), std::min(text.size(), size), payload.begin() + static_cast<std::ptrdiff_t>(offset));
+std::string ModelName(const CDeviceInfo& device) {
+    std::string name = device.GetProject().substr(0, kModelNameSize);
+    if (device.GetModelType() == kVeterinaryModel) {
+        name.replace(0, std::min<std::size_t>(name.size(), 4), "N62V");
+    }
+    return name;
 }
+
+constexpr char kUpdateStartTag[] = "[CConnect::ProcessUpdateStart]";
+
+/// What ZELApp is asked.
+constexpr std::uint8_t kPCAsksForUpdate = 4;
 
 }  // namespace
 
@@ -36,7 +50,6 @@ int CConnect::ProcessScanDevice(CPCMsg& message) {
     constexpr std::size_t kRequestSize = 10;
     constexpr std::size_t kResponseSize = 68;
     constexpr std::size_t kSerialSize = 15;
-    constexpr std::size_t kModelNameSize = 8;
 
     const auto request = message.GetPayload();
     if (request.size() != kRequestSize) {
@@ -52,114 +65,24 @@ int CConnect::ProcessScanDevice(CPCMsg& message) {
     log_->WriteInfo("%s Scan device response making start", kTag);
     const CDeviceInfo& device = service_.device;
     const RegisteredPC registered = service_.config.GetRegisteredPC();
-    std::string modelName = device.GetProject().substr(0, kModelNameSize);
-    if (device.GetModelType() == kVeterinaryModel) {
-        modelName.replace(0, std::min<std::size_t>(modelName.size(), 4), "N62V");
-    }
-
     std::array<std::uint8_t, kResponseSize> payload{};
-    PutText(payload, 0, kSerialSize, device.GetSerialNumber());
+    PutText(std::span(payload).first(kSerialSize), device.GetSerialNumber());
     payload[15] = device.GetStatus() != DeviceStatus::kDisconnect ? 1 : 0;
-    Bytes::PutBE16(payload, 16, service_.config.GetNumber(kZELRMTCPPort));
+    Bytes::PutBE16(payload, 16, service_.config.GetNumber(ConfigKey::kZELRMTCPPort));
     Bytes::PutBE32(payload, 18, CNetUtils::AddressNumber(CNetUtils().GetMyIPAddrFor(pcAddress)));
     Bytes::PutBE32(payload, 32, CNetUtils::AddressNumber(registered.address));
-    PutText(payload, 36, kNameSize, registered.name);
-    PutText(payload, 60, kModelNameSize, modelName);
+    PutText(std::span(payload).subspan(36, kNameSize), registered.name);
+    PutText(std::span(payload).subspan(60, kModelNameSize), ModelName(device));
 
     CPCMsg response;
-    const auto packet = response.MakePacket(kScanDeviceResponse, message.GetTag(), 0xFF, payload, true);
+    const auto packet = response.MakePacket(PCCommand::kScanDeviceResponse, message.GetTag(), 0xFF, payload, true);
     service_.udp.SendIfRoom(packet, pc);
     response.WritePacketLog();
     log_->WriteInfo("%s Scan device sequence complete", kTag);
     return 0;
 }
 
-int CConnect::ProcessGetDeviceInfo(CPCMsg& message, const SessionPtr& session) {
-    static constexpr char kTag[] = "[CConnect::ProcessGetDeviceInfo]";
-    constexpr std::size_t kSerialSize = 10;
-    constexpr std::size_t kVersionSize = 16;
-
-    if (message.GetPayload().size() != 2) {
-        log_->WriteError("%s Payload length differs from it's structure", kTag);
-        return -1;
-    }
-    log_->WriteInfo("%s Get device info response making start", kTag);
-    CDeviceInfo& device = service_.device;
-    const RegisteredPC registered = service_.config.GetRegisteredPC();
-    const std::uint16_t mask = Bytes::GetBE16(message.GetPayload(), 0);
-    if ((mask & kItemAnyVersion) != 0) {
-        device.RefreshVersions();
-    }
-
-    std::vector<std::uint8_t> payload;
-    // Appends a zeroed entry of that size.
-    const auto append = [&payload](std::size_t size) {
-        payload.resize(payload.size() + size);
-        return std::span(payload).last(size);
-    };
-    const auto appendText = [&append](std::size_t size, const std::string& text) {
-        PutText(append(size), 0, size, text);
-    };
-
-    Bytes::PutBE16(append(2), 0, mask);
-    if ((mask & kItemActivity) != 0) {
-        const DeviceStatus status = device.GetStatus();
-        append(1)[0] = status == DeviceStatus::kAnalyzing ? 1 : status == DeviceStatus::kUpdating ? 3 : 4;
-    }
-    if ((mask & kItemPeerID) != 0) {
-        append(1)[0] = static_cast<std::uint8_t>(service_.config.GetNumber(kPCPeerID));
-    }
-    if ((mask & kItemTCPPort) != 0) {
-        Bytes::PutBE16(append(2), 0, service_.config.GetNumber(kZELRMTCPPort));
-    }
-    const std::string peer = session->GetClientIPAddr();
-    if ((mask & kItemDeviceAddress) != 0) {
-        Bytes::PutBE32(append(4), 0, CNetUtils::AddressNumber(CNetUtils().GetMyIPAddrFor(peer)));
-    }
-    if ((mask & kItemSerialNumber) != 0) {
-        appendText(kSerialSize, device.GetSerialNumber());
-    }
-    if ((mask & kItemSYSVersion) != 0) {
-        appendText(kVersionSize, device.GetSYSVersion());
-    }
-    if ((mask & kItemAppVersion) != 0) {
-        appendText(kVersionSize, device.GetAppVersion());
-    }
-    if ((mask & kItemDSPVersion) != 0) {
-        appendText(kVersionSize, device.GetDSPVersion());
-    }
-    if ((mask & kItemXMLVersion) != 0) {
-        appendText(kVersionSize, device.GetXMLVersion());
-    }
-    // PC programs ask for the XML archive under two bits and expect the same version under both.
-    if ((mask & kItemXMLVersionAgain) != 0) {
-        appendText(kVersionSize, device.GetXMLVersion());
-    }
-    if ((mask & kItemReserved) != 0) {
-        append(2);
-    }
-
-    auto subTag = static_cast<std::uint8_t>(registered.peerID);
-    if ((mask & kItemRegistration) != 0) {
-        if (peer == registered.address) {
-            append(1)[0] = 1;
-            service_.monitor.SeeLink(session);
-        } else {
-            append(1)[0] = 0;
-            Bytes::PutBE32(append(kAddressSize), 0, CNetUtils::AddressNumber(registered.address));
-            appendText(kNameSize, registered.name);
-            subTag = 0xFF;
-        }
-    }
-
-    CPCMsg response;
-    (void)session->SendMessage(response.MakePacket(kInfo, message.GetTag(), subTag, payload));
-    response.WritePacketLog();
-    log_->WriteInfo("%s Get device info sequence complete", kTag);
-    return 0;
-}
-
-int CConnect::ProcessDeviceInfoChangeNotify(CPCMsg& message) {
+int CConnect::ProcessDeviceInfoChangeNotify(const CPCMsg& message) {
     static constexpr char kTag[] = "[CConnect::ProcessDeviceInfoChangeNotify]";
     constexpr std::size_t kSerialOffset = 2;
     constexpr std::size_t kSerialSize = 15;
@@ -191,19 +114,57 @@ int CConnect::ProcessDeviceInfoChangeNotify(CPCMsg& message) {
     }
 
     CPCMsg response;
-    service_.udp.SendMessage(response.MakePacket(kDeviceInfoChangeAck, message.GetTag(), peerID, {}), pc);
+    service_.udp.SendMessage(response.MakePacket(PCCommand::kDeviceInfoChangeAck, message.GetTag(), peerID, {}), pc);
     service_.monitor.SetUDPConnection(true);
     return 0;
 }
 
 void CConnect::ProcessIPChange() {
     static constexpr char kTag[] = "[CConnect::ProcessIPChange]";
-    const std::string address = service_.config.GetContents(kPCIPAddress);
+    const std::string address = service_.config.GetContents(ConfigKey::kPCIPAddress);
     if (address != kNoPCAddress && address != kUSBPCAddress) {
         log_->WriteInfo("%s PCIP: %s is not USB IP(%s)", kTag, address.c_str(), kUSBPCAddress);
-        service_.config.SetContents(kIPChanged, 1);
+        service_.config.SetContents(ConfigKey::kIPChanged, 1);
         log_->WriteInfo("%s IP changed setting", kTag);
     }
     log_->WriteInfo("%s ZELRmUp killself", kTag);
     EndProcess();
+}
+
+int CConnect::ProcessUpdateStart(const CPCMsg& message, const SessionPtr& session) {
+    log_->WriteInfo("%s Update start request from PC accepted", kUpdateStartTag);
+    const auto payload = message.GetPayload();
+    if (payload.size() != 1) {
+        log_->WriteError("%s Payload length differs from it's structure", kUpdateStartTag);
+        return -1;
+    }
+    if (RMUP::Process::IsForeign(service_, session, kUpdateStartTag)) {
+        RMUP::Process::SendUpdateImpossible(service_, session);
+        return -1;
+    }
+
+    service_.updates.Slot().WaitEnd();
+    {
+        const CImageGate::Visit visit(service_.updates.Gate());
+        if (!visit.IsWelcome() || service_.updates.Slot().IsTaken()) {
+            // ZELApp is asked all the same and will say no; the running update keeps its marks.
+            log_->WriteError("%s Another update processing now", kUpdateStartTag);
+        } else {
+            // Takes back a cancel as well, which from here on is one of this offer's update.
+            service_.device.ClearImageInfo();
+            for (const ImageId announced : Wire::kImagesOfPC) {
+                ImageInfo& image = service_.device.GetImageInfo()[announced];
+                if ((payload[0] & image.Row.offerBit) != 0) {
+                    image.IsFile = true;
+                    image.NeedUpdate = true;
+                    log_->WriteInfo("%s %s update need", kUpdateStartTag, image.Row.name);
+                }
+            }
+        }
+    }
+
+    CUDSMsg request;
+    service_.local.SendMessage(
+        request.GetSendPacket(RMUP::Net::UDSMessageId::kUpdateRequest, std::array<std::uint8_t, 1>{kPCAsksForUpdate}));
+    return 0;
 }

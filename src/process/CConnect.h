@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "config/IPCSession.h"
+#include "config/ISession.h"
 #include "config/RegisteredPC.h"
 #include "net/CPCMsg.h"
 #include "net/CUDSMsg.h"
@@ -15,7 +15,7 @@
 /// message by the thread that received it. Operations return 0, or -1 when the request is refused or failed.
 class CConnect {
 public:
-    using SessionPtr = std::shared_ptr<IPCSession>;
+    using SessionPtr = std::shared_ptr<RMUP::Net::ISession>;
 
     explicit CConnect(const RMUP::Process::ServiceContext& service);
 
@@ -23,27 +23,27 @@ public:
     [[nodiscard]] int ProcessScanDevice(CPCMsg& message);
 
     /// Makes the session's PC the registered one when the device is free and the administrator password is right.
-    int ProcessRegisterDevice(CPCMsg& message, const SessionPtr& session);
+    int ProcessRegisterDevice(const CPCMsg& message, const SessionPtr& session);
 
-    int ProcessUnregisterDevice(CPCMsg& message, const SessionPtr& session);
+    int ProcessUnregisterDevice(const CPCMsg& message, const SessionPtr& session);
 
     /// Answers with the items that the request's mask asks for.
-    int ProcessGetDeviceInfo(CPCMsg& message, const SessionPtr& session);
+    int ProcessGetDeviceInfo(const CPCMsg& message, const SessionPtr& session);
 
     /// Acknowledges the registered PC's sign of life.
-    [[nodiscard]] int ProcessDeviceInfoChangeNotify(CPCMsg& message);
+    [[nodiscard]] int ProcessDeviceInfoChangeNotify(const CPCMsg& message);
 
     /// Ends the process, so that the service that is started in its place works with the new address. A PC that is not
     /// on the USB link is told of the address by that service.
     [[noreturn]] void ProcessIPChange();
 
     /// Takes the PC's announcement of images to push and asks ZELApp whether the update may start.
-    int ProcessUpdateStart(CPCMsg& message, const SessionPtr& session);
+    int ProcessUpdateStart(const CPCMsg& message, const SessionPtr& session);
 
 private:
-    [[nodiscard]] bool MayRegister(CPCMsg& message, const SessionPtr& session);
-    void Register(CPCMsg& message, const RegisteredPC& pc, const SessionPtr& session);
-    void NotifyPreviousPC(CPCMsg& request, const RegisteredPC& previous);
+    [[nodiscard]] bool MayRegister(const CPCMsg& message, const SessionPtr& session);
+    void Register(const CPCMsg& message, const RegisteredPC& pc, const SessionPtr& session);
+    void NotifyPreviousPC(const CPCMsg& request, const RegisteredPC& previous);
 
     QENFx::Log::FileLog* log_;
     const RMUP::Process::ServiceContext& service_;

@@ -51,22 +51,22 @@ bool PasswordMatches(std::span<const std::uint8_t> given, const std::string& sto
 
 }  // namespace
 
-bool CConnect::MayRegister(CPCMsg& message, const SessionPtr& session) {
+bool CConnect::MayRegister(const CPCMsg& message, const SessionPtr& session) {
     const auto request = message.GetPayload();
     const std::uint8_t peerID = message.GetSubTag();
     const DeviceStatus status = service_.device.GetStatus();
     if (status != DeviceStatus::kDisconnect && status != DeviceStatus::kRegistered) {
         log_->WriteError("%s Cannot register now, analyzing or update is in progress", kRegisterTag);
         if (status == DeviceStatus::kAnalyzing) {
-            session->SendErrorMessage(peerID, message.GetTag(), kBusyAnalyzing);
+            session->SendErrorMessage(peerID, message.GetTag(), PCError::kBusyAnalyzing);
         } else if (status == DeviceStatus::kUpdating) {
-            session->SendErrorMessage(peerID, message.GetTag(), kBusyUpdating);
+            session->SendErrorMessage(peerID, message.GetTag(), PCError::kBusyUpdating);
         }
         return false;
     }
     if (!PasswordMatches(request.first(kPasswordSize), CRmDao().GetAdminPassword())) {
         log_->WriteError("%s Admin password is not correct", kRegisterTag);
-        session->SendErrorMessage(peerID, message.GetTag(), kWrongPassword);
+        session->SendErrorMessage(peerID, message.GetTag(), PCError::kWrongPassword);
         return false;
     }
     if (!CConfigMgr::IsStorablePeerID(request[kPeerIDOffset])) {
@@ -76,7 +76,7 @@ bool CConnect::MayRegister(CPCMsg& message, const SessionPtr& session) {
     return true;
 }
 
-int CConnect::ProcessRegisterDevice(CPCMsg& message, const SessionPtr& session) {
+int CConnect::ProcessRegisterDevice(const CPCMsg& message, const SessionPtr& session) {
     const auto request = message.GetPayload();
     if (request.size() != kRegisterSize) {
         log_->WriteError("%s Payload length differs from it's structure", kRegisterTag);
@@ -99,7 +99,7 @@ int CConnect::ProcessRegisterDevice(CPCMsg& message, const SessionPtr& session) 
     const auto peerID = request[kPeerIDOffset];
     CPCMsg response;
     (void)session->SendMessage(
-        response.MakePacket(kRegisterDeviceResponse, message.GetTag(), peerID, std::span(&peerID, 1)));
+        response.MakePacket(PCCommand::kRegisterDeviceResponse, message.GetTag(), peerID, std::span(&peerID, 1)));
     response.WritePacketLog();
 
     service_.device.SetStatus(DeviceStatus::kRegistered);
@@ -110,7 +110,7 @@ int CConnect::ProcessRegisterDevice(CPCMsg& message, const SessionPtr& session) 
     return 0;
 }
 
-void CConnect::Register(CPCMsg& message, const RegisteredPC& pc, const SessionPtr& session) {
+void CConnect::Register(const CPCMsg& message, const RegisteredPC& pc, const SessionPtr& session) {
     // Read before the link goes down, on which the monitor takes the status back.
     bool anotherPC = service_.device.GetStatus() == DeviceStatus::kRegistered;
     RegisteredPC previous;
@@ -133,19 +133,19 @@ void CConnect::Register(CPCMsg& message, const RegisteredPC& pc, const SessionPt
                     pc.peerID);
 }
 
-void CConnect::NotifyPreviousPC(CPCMsg& request, const RegisteredPC& previous) {
+void CConnect::NotifyPreviousPC(const CPCMsg& request, const RegisteredPC& previous) {
     log_->WriteInfo("%s Change device info request making start", kRegisterTag);
     std::array<std::uint8_t, 2 + kAddressSize + kNameSize> payload{};
     Bytes::PutBE16(payload, 0, kItemPCChanged);
     std::ranges::copy(request.GetPayload().subspan(kPCAddressOffset, kAddressSize + kNameSize), payload.begin() + 2);
 
     CPCMsg notice;
-    const auto packet =
-        notice.MakePacket(kDeviceInfoChange, request.GetTag(), static_cast<std::uint8_t>(previous.peerID), payload);
+    const auto packet = notice.MakePacket(PCCommand::kDeviceInfoChange, request.GetTag(),
+                                          static_cast<std::uint8_t>(previous.peerID), payload);
     service_.udp.SendMessage(packet, CNetUtils::SocketAddress(previous.address, previous.udpPort));
 }
 
-int CConnect::ProcessUnregisterDevice(CPCMsg& message, const SessionPtr& session) {
+int CConnect::ProcessUnregisterDevice(const CPCMsg& message, const SessionPtr& session) {
     static constexpr char kTag[] = "[CConnect::ProcessUnregisterDevice]";
     log_->WriteInfo("%s Unregister device response making start", kTag);
     const std::string address = session->GetClientIPAddr();
@@ -163,7 +163,7 @@ int CConnect::ProcessUnregisterDevice(CPCMsg& message, const SessionPtr& session
 
     CPCMsg response;
     (void)session->SendMessage(
-        response.MakePacket(kUnregisterDeviceResponse, message.GetTag(), message.GetSubTag(), {}));
+        response.MakePacket(PCCommand::kUnregisterDeviceResponse, message.GetTag(), message.GetSubTag(), {}));
     response.WritePacketLog();
     log_->WriteInfo("%s Unregister device sequence complete", kTag);
     return 0;

@@ -36,7 +36,7 @@ const Row* FirstRow(Table& table) {
 CTransferResult::CTransferResult(const RMUP::Process::ServiceContext& service)
     : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)), service_(service) {}
 
-int CTransferResult::ProcessSendResult(CUDSMsg& request) {
+int CTransferResult::ProcessSendResult(const CUDSMsg& request) {
     CDeviceInfo& device = service_.device;
     device.SetStatus(DeviceStatus::kTransferResult);
 
@@ -51,13 +51,13 @@ int CTransferResult::ProcessSendResult(CUDSMsg& request) {
     CUDSMsg report;
     if (kind < 0 || !Send(hl7Text)) {
         constexpr std::array<std::uint8_t, 6> kFailure = {0x0B, 0x00, 0x02, 0x51, 0x20, 0x00};
-        service_.local.SendMessage(report.GetSendPacket(kUDSResultFailed, kFailure));
+        service_.local.SendMessage(report.GetSendPacket(RMUP::Net::UDSMessageId::kResultFailed, kFailure));
         device.SetStatus(DeviceStatus::kDisconnect);
         return -1;
     }
 
     MarkAsSent(kind, key);
-    service_.local.SendMessage(report.GetSendPacket(kUDSResultSent, {}));
+    service_.local.SendMessage(report.GetSendPacket(RMUP::Net::UDSMessageId::kResultSent, {}));
     const auto payload = request.GetPayload();
     if (payload.size() > 1 && payload[1] == 1) {
         device.SetStatus(DeviceStatus::kRegistered);
@@ -82,14 +82,14 @@ int CTransferResult::GetResultInfo(std::string& key) {
 }
 
 bool CTransferResult::Send(const std::string& hl7Text) {
-    const auto peerID = static_cast<std::uint8_t>(service_.config.GetFirstChar(kPCPeerID));
+    const auto peerID = static_cast<std::uint8_t>(service_.config.GetFirstChar(ConfigKey::kPCPeerID));
     const auto session = service_.device.GetSession();
     if (session == nullptr) {
         return false;
     }
     CPCMsg packet;
     const std::span payload(reinterpret_cast<const std::uint8_t*>(hl7Text.data()), hl7Text.size());
-    return session->SendMessage(packet.MakePacket(kResult, 1, peerID, payload)) >= 0;
+    return session->SendMessage(packet.MakePacket(PCCommand::kResult, 1, peerID, payload)) >= 0;
 }
 
 void CTransferResult::MarkAsSent(int kind, const std::string& key) {
@@ -123,7 +123,7 @@ int CTransferResult::SetHL7ResultPacket(int kind, const std::string& key, std::s
     message.SetHeader({"ORVELA", "LAB", "NULL", "NULL", "0"});
     // Without its summary row a result has nobody whom it belongs to: the header goes alone.
     if (row != nullptr && patient) {
-        const bool rangesDisabled = service_.config.GetContents(kReferenceRangeDisable) == "1";
+        const bool rangesDisabled = service_.config.GetContents(ConfigKey::kReferenceRangeDisable) == "1";
         RMUP::Process::FillPatientResult({*row, *details}, rangesDisabled, *log_, message);
     } else if (row != nullptr) {
         RMUP::Process::FillControlResult({*row, *details}, *log_, message);

@@ -17,7 +17,7 @@ public:
 
     /// The whole transfer, from the request file to the report to ZELApp. Returns 0 when the PC has the result, else
     /// -1.
-    int ProcessSendResult(CUDSMsg& request);
+    int ProcessSendResult(const CUDSMsg& request);
 
     /// Reads the request file: one digit for the kind, one separator, and the condition that selects the result in the
     /// database, up to a zero byte. Returns the digit's value (of any other byte some number above 9), or -1 when the

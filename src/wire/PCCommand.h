@@ -3,7 +3,7 @@
 #include <cstdint>
 
 /// The command codes of the PC protocol. Every other code is ignored without reply.
-enum PCCommand : std::uint16_t {
+enum class PCCommand : std::uint16_t {
     kScanDevice = 0x0A01,
     kScanDeviceResponse = 0x0A02,
     kRegisterDevice = 0x0A03,
@@ -28,7 +28,7 @@ inline constexpr std::uint16_t kFirstCancel = 0x0013;
 inline constexpr std::uint16_t kLastCancel = 0x0015;
 
 /// Codes of an error notice to the PC.
-enum PCError : std::uint16_t {
+enum class PCError : std::uint16_t {
     kWrongPassword = 0x0007,
     kBusyAnalyzing = 0x000C,
     kBusyUpdating = 0x000E,

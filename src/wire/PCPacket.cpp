@@ -14,13 +14,13 @@ constexpr std::uint8_t kVersion = 1;
 
 PCHeader ParsePCHeader(std::span<const std::uint8_t, kPCHeaderSize> bytes) {
     PCHeader header;
-    header.command = Bytes::GetBE16(bytes, 0);
+    header.command = PCCommand{Bytes::GetBE16(bytes, 0)};
     header.tag = bytes[2];
     header.subTag = bytes[3];
     header.version = bytes[4];
     header.flag = (bytes[6] & 1) != 0;
     header.total = Bytes::GetBE16(bytes, 5) >> 1;
-    header.payload = header.command == 0 || header.total < kPCHeaderSize ? 0 : header.total - kPCHeaderSize;
+    header.payload = header.command == PCCommand{} || header.total < kPCHeaderSize ? 0 : header.total - kPCHeaderSize;
     return header;
 }
 
@@ -28,7 +28,7 @@ void BuildPCPacket(std::vector<std::uint8_t>& packet, const PCPacketKind& kind, 
     const std::size_t total = PCPacketSize(payload.size(), kind.checksum);
     packet.resize(kPCHeaderSize);
     packet.reserve(total);
-    Bytes::PutBE16(packet, 0, kind.command);
+    Bytes::PutBE16(packet, 0, static_cast<std::uint16_t>(kind.command));
     packet[2] = kind.tag;
     packet[3] = kind.subTag;
     packet[4] = kVersion;

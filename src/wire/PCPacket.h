@@ -5,6 +5,8 @@
 #include <span>
 #include <vector>
 
+#include "wire/PCCommand.h"
+
 /// The packet of the PC protocol, big-endian:
 ///
 ///     0  command   2 bytes
@@ -20,7 +22,7 @@ inline constexpr std::size_t kMaxPCPacketSize = 0x7FFF;  ///< what the 15-bit le
 inline constexpr std::size_t kPCChecksumSize = 4;
 
 struct PCHeader {
-    std::uint16_t command = 0;
+    PCCommand command{};
     std::uint8_t tag = 0;
     std::uint8_t subTag = 0;
     std::uint8_t version = 0;
@@ -33,7 +35,7 @@ struct PCHeader {
 
 /// What a packet is made of besides its payload.
 struct PCPacketKind {
-    std::uint16_t command = 0;
+    PCCommand command{};
     std::uint8_t tag = 0;
     std::uint8_t subTag = 0;
     bool flag = false;

@@ -63,6 +63,7 @@ Device::Device() {
     UnitTest::WriteFile("/data/device/versions.cfg", "SYS=1.0.0.1\nAPP=1.0.0.2\nXML=1.23.45.6789012\n");
     database_.Execute("PRAGMA synchronous = OFF");
     database_.Execute(kResults);
+    ConnectRoutes();
     CDeviceInfo::GetInstance()->Initialize();
 
     known_ = Files();
@@ -87,7 +88,7 @@ void Device::Reset(std::uint8_t status) {
     monitor->SetUDPConnection(false);
     Service().updates.Gate().Shut();
     Service().updates.Gate().Open();
-    CResultMarker::Remove();
+    RMUP::Net::CResultMarker::Remove();
 }
 
 void Device::RequireOrder() const {

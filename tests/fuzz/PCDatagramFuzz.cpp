@@ -24,7 +24,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::uint8_t choice = Fuzz::TakeByte(input);
     device.Reset(choice & 0x7F);
     if ((choice & 0x80) != 0) {
-        CConfigMgr::GetInstance()->SetContents(kPCUDPPort, 1);
+        CConfigMgr::GetInstance()->SetContents(ConfigKey::kPCUDPPort, 1);
     }
 
     const sockaddr_in address = CNetUtils::SocketAddress("127.0.0.1", 9035);

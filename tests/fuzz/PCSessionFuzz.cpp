@@ -12,7 +12,8 @@ namespace {
 void RequirePackets(const CDescriptor& pc) {
     for (CPCMsg message; recv(pc.Get(), message.GetRawHeader().data(), CPCMsg::kHeaderSize, MSG_WAITALL) > 0;
          message = CPCMsg()) {
-        Require(message.GetRawHeader()[4] == 1 && message.GetCommand() != 0, "an answer begins with a header");
+        Require(message.GetRawHeader()[4] == 1 && message.GetCommand() != PCCommand{},
+                "an answer begins with a header");
         const auto payload = message.GetBufferData();
         Require(payload.empty() ||
                     recv(pc.Get(), payload.data(), payload.size(), MSG_WAITALL) == static_cast<ssize_t>(payload.size()),
@@ -32,8 +33,9 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     UnitTest::TCPPair pair;
     UnitTest::Send(pair.pc, input);
     shutdown(pair.pc.Get(), SHUT_WR);
-    const auto session = std::make_shared<RMUP::Net::CTCPSession>(std::move(pair.device), AllRoutes().tcp,
-                                                                  RMUP::Net::CConnectionMonitor::GetInstance());
+    static RMUP::Net::CResultMarker results;
+    const auto session = std::make_shared<RMUP::Net::CTCPSession>(
+        std::move(pair.device), AllRoutes().tcp, RMUP::Net::CConnectionMonitor::GetInstance(), results);
     session->Run();
 
     RequirePackets(pair.pc);

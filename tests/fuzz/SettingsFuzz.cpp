@@ -19,10 +19,10 @@ class PrivatePaths : public UnitTest::ServiceTest {
     void TestBody() override {}
 };
 
-std::vector<std::string> ReadAll(const CConfigMgr& config, int except) {
+std::vector<std::string> ReadAll(const CConfigMgr& config, ConfigKey except) {
     std::vector<std::string> values;
-    for (int index = kZELRMTCPPort; index <= kUpdateURL; ++index) {
-        values.push_back(index == except ? "" : config.GetContents(index));
+    for (int index = 0; index <= static_cast<int>(ConfigKey::kUpdateURL); ++index) {
+        values.push_back(ConfigKey{index} == except ? "" : config.GetContents(ConfigKey{index}));
     }
     return values;
 }
@@ -43,11 +43,11 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
 
     config.CheckConfigFile(kOwnConfigFile);
     const std::string checked = UnitTest::ReadFile(kOwnConfigFile);
-    Require(config.GetContents(kUpdateURL) == ZELRM_UPDATE_HOST, "a start puts the update server back");
+    Require(config.GetContents(ConfigKey::kUpdateURL) == ZELRM_UPDATE_HOST, "a start puts the update server back");
     config.CheckConfigFile(kOwnConfigFile);
     Require(UnitTest::ReadFile(kOwnConfigFile) == checked, "a second start changes nothing");
 
-    const int index = choice / 2 % kUpdateURL;
+    const ConfigKey index{choice / 2 % static_cast<int>(ConfigKey::kUpdateURL)};
     const std::vector<std::string> others = ReadAll(config, index);
     (void)config.GetNumber(index);
     const std::string before = config.GetContents(index);

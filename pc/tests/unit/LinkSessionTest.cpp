@@ -19,7 +19,7 @@ using asio::ip::tcp;
 namespace {
 
 Buffer ResultPacket(const std::string& text) {
-    return MakePacket({.command = kResult, .tag = 1, .subTag = '1'}, Buffer(text.begin(), text.end()));
+    return MakePacket({.command = PCCommand::kResult, .tag = 1, .subTag = '1'}, Buffer(text.begin(), text.end()));
 }
 
 /// A session with an analyzer that sends what a test says and counts what is acknowledged.
@@ -71,7 +71,7 @@ private:
             if (error) {
                 co_return;
             }
-            acknowledgements_ += Wire::ParsePCHeader(header).command == kResult ? 1 : 0;
+            acknowledgements_ += Wire::ParsePCHeader(header).command == PCCommand::kResult ? 1 : 0;
         }
     }
 

@@ -37,7 +37,8 @@ Read Feed(const UnitTest::Buffer& stream, std::size_t most) {
 }
 
 UnitTest::Buffer ResultPacket(const std::string& text) {
-    return MakePacket({.command = kResult, .tag = 1, .subTag = '1'}, UnitTest::Buffer(text.begin(), text.end()));
+    return MakePacket({.command = PCCommand::kResult, .tag = 1, .subTag = '1'},
+                      UnitTest::Buffer(text.begin(), text.end()));
 }
 
 void Append(UnitTest::Buffer& stream, const UnitTest::Buffer& packet, std::size_t count) {
@@ -105,7 +106,8 @@ TEST(ScanAnswer, IsReadOrRefused) {
     std::ranges::copy(Hex("C0A82814"), payload.begin() + 32);
     std::ranges::copy(std::string("Lab\x1B[2JLink"), payload.begin() + 36);
     std::ranges::copy(std::string("N62V"), payload.begin() + 60);
-    auto packet = MakePacket({.command = kScanDeviceResponse, .tag = 9, .subTag = 0xFF, .checksum = true}, payload);
+    auto packet =
+        MakePacket({.command = PCCommand::kScanDeviceResponse, .tag = 9, .subTag = 0xFF, .checksum = true}, payload);
     const auto answer = ParseScanAnswer(packet);
     ASSERT_TRUE(answer);
     EXPECT_EQ(*answer, (ScanAnswer{"SN-0123456789AB", "N62V", 0xC0A8280A, 9034, true, 0xC0A82814, "Lab?[2JLin"}));

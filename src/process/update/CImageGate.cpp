@@ -12,7 +12,7 @@ constexpr std::chrono::seconds kIdleWait{1};
 
 }  // namespace
 
-CImageTransfer::CImageTransfer(const std::shared_ptr<IPCSession>& session, ImageInfo& record, std::int32_t announced)
+CImageTransfer::CImageTransfer(const std::shared_ptr<Net::ISession>& session, ImageInfo& record, std::int32_t announced)
     : image(record), size(announced), file(record.RawPath.c_str()), owner_(session) {}
 
 CImageTransfer::~CImageTransfer() {
@@ -23,7 +23,7 @@ CImageTransfer::~CImageTransfer() {
     }
 }
 
-bool CImageTransfer::BelongsTo(const std::shared_ptr<IPCSession>& session) const {
+bool CImageTransfer::BelongsTo(const std::shared_ptr<Net::ISession>& session) const {
     return !owner_.owner_before(session) && !session.owner_before(owner_);
 }
 

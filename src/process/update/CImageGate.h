@@ -7,7 +7,7 @@
 #include <set>
 
 #include "config/CDeviceInfo.h"
-#include "config/IPCSession.h"
+#include "config/ISession.h"
 #include "config/ImageInfo.h"
 #include "process/update/COutputFile.h"
 
@@ -18,13 +18,13 @@ namespace RMUP::Process {
 class CImageTransfer {
 public:
     /// Opens the temporary file; look at `file`. The record outlives the transfer.
-    CImageTransfer(const std::shared_ptr<IPCSession>& session, ImageInfo& image, std::int32_t size);
+    CImageTransfer(const std::shared_ptr<Net::ISession>& session, ImageInfo& image, std::int32_t size);
     CImageTransfer(const CImageTransfer&) = delete;
     CImageTransfer& operator=(const CImageTransfer&) = delete;
     ~CImageTransfer();
 
     /// Compares without taking part in the ownership, so that no session is torn down here.
-    bool BelongsTo(const std::shared_ptr<IPCSession>& session) const;
+    bool BelongsTo(const std::shared_ptr<Net::ISession>& session) const;
 
     /// After the last piece. False with errno when the file is not whole.
     [[nodiscard]] bool Close() { return closed_ = file.Close(); }
@@ -35,7 +35,7 @@ public:
     COutputFile file;
 
 private:
-    std::weak_ptr<IPCSession> owner_;
+    std::weak_ptr<Net::ISession> owner_;
     bool closed_ = false;
 };
 
@@ -46,7 +46,7 @@ private:
 /// may take its time.
 class CImageGate {
 public:
-    using SessionPtr = std::shared_ptr<IPCSession>;
+    using SessionPtr = std::shared_ptr<Net::ISession>;
     using Transfer = std::unique_ptr<CImageTransfer>;
 
     explicit CImageGate(const CDeviceInfo& device) : device_(device) {}
@@ -101,7 +101,7 @@ private:
     bool open_ = true;
     bool visited_ = false;
     Transfer transfer_;  ///< the visitor's; without one, of whoever holds the lock
-    std::set<std::weak_ptr<IPCSession>, std::owner_less<>> dropped_;
+    std::set<std::weak_ptr<Net::ISession>, std::owner_less<>> dropped_;
 };
 
 }  // namespace RMUP::Process

@@ -277,16 +277,16 @@ int CUpdate::SendUDSUpdateError(int kind, std::uint32_t code, std::uint8_t group
 
 int CUpdate::SendPCGetUpdateInfo() {
     // The items are the versions of SYS, APP, DSP and XML and the XML archive's second one.
-    AskPC(kGetInfo, std::array<std::uint8_t, 2>{0x03, 0xE0});
+    AskPC(PCCommand::kGetInfo, std::array<std::uint8_t, 2>{0x03, 0xE0});
     return 0;
 }
 
 int CUpdate::SendPCUpdateReqResponse() {
-    AskPC(kUpdateAccept, std::array<std::uint8_t, 1>{0x04});
+    AskPC(PCCommand::kUpdateAccept, std::array<std::uint8_t, 1>{0x04});
     return 0;
 }
 
-void CUpdate::AskPC(std::uint16_t command, std::span<const std::uint8_t> payload) {
+void CUpdate::AskPC(PCCommand command, std::span<const std::uint8_t> payload) {
     if (!SendToPC(service_, pc_, command, payload)) {
         pc_.reset();
     }

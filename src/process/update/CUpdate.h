@@ -7,7 +7,7 @@
 #include <string>
 
 #include "config/CDeviceInfo.h"
-#include "config/IPCSession.h"
+#include "config/ISession.h"
 #include "platform/Log.h"
 #include "platform/Service.h"
 #include "process/update/CFileSource.h"
@@ -85,7 +85,7 @@ private:
     int SendPCUpdateReqResponse();
 
     /// Sends to the session that is asked for the images. A PC that cannot be sent to is lost.
-    void AskPC(std::uint16_t command, std::span<const std::uint8_t> payload);
+    void AskPC(PCCommand command, std::span<const std::uint8_t> payload);
 
     // Files
     void DeleteRemainingFiles();
@@ -195,7 +195,7 @@ private:
     const DeviceStatus savedStatus_;
     PackageVersions package_;
     std::chrono::steady_clock::time_point start_;
-    std::shared_ptr<IPCSession> pc_;  ///< the session that is asked for the images
+    std::shared_ptr<Net::ISession> pc_;  ///< the session that is asked for the images
 };
 
 }  // namespace RMUP::Process

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "common/Constants.h"
+#include "common/FrameworkError.h"
 #include "platform/Service.h"
 #include "process/update/CUpdate.h"
 #include "process/update/CUpdateAccess.h"
@@ -32,7 +33,7 @@ constexpr char kInfoTag[] = "[CUpdateCommand::ProcessUpdateInfoRes]";
 CUpdateCommand::CUpdateCommand(const ServiceContext& service)
     : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)), service_(service) {}
 
-int CUpdateCommand::ProcessUpdateStart(CUDSMsg& message) {
+int CUpdateCommand::ProcessUpdateStart(const CUDSMsg& message) {
     static constexpr char kTag[] = "[CUpdateCommand::ProcessUpdateStart]";
     log_->WriteInfo("%s Update start request from ZELApp accepted", kTag);
     const auto request = message.GetPayload();
@@ -48,14 +49,13 @@ int CUpdateCommand::ProcessUpdateStart(CUDSMsg& message) {
         (void)update.release();
         return 0;
     } catch (WorkException* thrown) {
-        const std::unique_ptr<WorkException> exception(thrown);
-        log_->WriteError("%s Exception: %s", kTag, exception->GetMessage());
+        log_->WriteError("%s Exception: %s", kTag, TakeMessage(thrown).c_str());
     }
     CUpdate::SendNotStarted(service_, request);
     return -1;
 }
 
-int CUpdateCommand::ProcessUpdateRequestRes(CUDSMsg& message) {
+int CUpdateCommand::ProcessUpdateRequestRes(const CUDSMsg& message) {
     static constexpr char kTag[] = "[CUpdateCommand::ProcessUpdateRequestRes]";
     log_->WriteInfo("%s Update request's response message from ZELApp", kTag);
     const auto payload = message.GetPayload();
@@ -74,7 +74,7 @@ int CUpdateCommand::ProcessUpdateRequestRes(CUDSMsg& message) {
     return 0;
 }
 
-int CUpdateCommand::ProcessUpdateInfoRes(CPCMsg& message, const SessionPtr& session) {
+int CUpdateCommand::ProcessUpdateInfoRes(const CPCMsg& message, const SessionPtr& session) {
     log_->WriteInfo("%s Process update image info from PC", kInfoTag);
     const auto payload = message.GetPayload();
     std::size_t expected = kFlagsSize;
@@ -149,7 +149,7 @@ std::vector<std::uint8_t> CUpdateCommand::JudgeOffers(const SessionPtr& session)
     return {kNothingToUpdate};
 }
 
-int CUpdateCommand::ProcessUpdateCancel(CPCMsg&, const SessionPtr& session) {
+int CUpdateCommand::ProcessUpdateCancel(const CPCMsg&, const SessionPtr& session) {
     static constexpr char kTag[] = "[CUpdateCommand::ProcessUpdateCancel]";
     if (IsForeign(service_, session, kTag)) {
         return -1;

@@ -5,7 +5,7 @@
 #include <span>
 #include <vector>
 
-#include "config/IPCSession.h"
+#include "config/ISession.h"
 #include "net/CPCMsg.h"
 #include "net/CUDSMsg.h"
 #include "platform/Log.h"
@@ -20,25 +20,25 @@
 /// are refused.
 class CUpdateCommand {
 public:
-    using SessionPtr = std::shared_ptr<IPCSession>;
+    using SessionPtr = std::shared_ptr<RMUP::Net::ISession>;
 
     explicit CUpdateCommand(const RMUP::Process::ServiceContext& service);
 
     /// ZELApp: starts the update worker, unless there is one. An update that cannot start is told as one that failed.
-    int ProcessUpdateStart(CUDSMsg& message);
+    int ProcessUpdateStart(const CUDSMsg& message);
 
     /// ZELApp: whether the update that the PC asked for is possible.
-    int ProcessUpdateRequestRes(CUDSMsg& message);
+    int ProcessUpdateRequestRes(const CUDSMsg& message);
 
     /// The PC: which images it offers, in which versions.
-    int ProcessUpdateInfoRes(CPCMsg& message, const SessionPtr& session);
+    int ProcessUpdateInfoRes(const CPCMsg& message, const SessionPtr& session);
 
     /// The PC: the next piece of an image, into the image's temporary file. An image that fails is answered with an
     /// error notice at once, and what still comes of it is dropped.
-    int ProcessReceiveUpdateImage(CPCMsg& message, const SessionPtr& session);
+    int ProcessReceiveUpdateImage(const CPCMsg& message, const SessionPtr& session);
 
     /// The PC gives the update up.
-    int ProcessUpdateCancel(CPCMsg& message, const SessionPtr& session);
+    int ProcessUpdateCancel(const CPCMsg& message, const SessionPtr& session);
 
     /// Takes the received SYS package apart into the temporary files of its four images. A section of an unknown image
     /// is passed over, but then one of the four is missing: -1.

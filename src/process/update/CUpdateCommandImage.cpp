@@ -19,7 +19,7 @@ constexpr char kSplitTag[] = "[CUpdateCommand::SplitSYSUpdateFile]";
 
 }  // namespace
 
-int CUpdateCommand::ProcessReceiveUpdateImage(CPCMsg& message, const SessionPtr& session) {
+int CUpdateCommand::ProcessReceiveUpdateImage(const CPCMsg& message, const SessionPtr& session) {
     CImageGate& gate = service_.updates.Gate();
     const bool last = !message.GetFlag();
     if (gate.IsDropped(session, last)) {
@@ -72,13 +72,13 @@ void CUpdateCommand::SendAnswers(const SessionPtr& session) {
     for (const Answer answer : answers_) {
         switch (answer) {
             case Answer::kReceived:
-                SendToPC(service_, session, kImageReceived, {});
+                SendToPC(service_, session, PCCommand::kImageReceived, {});
                 break;
             case Answer::kImpossible:
                 SendUpdateImpossible(service_, session);
                 break;
             case Answer::kUnknownSection:
-                SendToPC(service_, service_.device.GetSession(), kImageReceived, {});
+                SendToPC(service_, service_.device.GetSession(), PCCommand::kImageReceived, {});
                 break;
         }
     }

@@ -90,7 +90,7 @@ bool CUpdate::WaitForOffers() {
 bool CUpdate::RequestImage(const ImageInfo& image) {
     std::array<std::uint8_t, kRequestSize> payload{};
     Bytes::PutLE32(payload, 0, image.Row.offerBit);
-    AskPC(kImageRequest, payload);
+    AskPC(PCCommand::kImageRequest, payload);
     for (;;) {
         SendUDSUpdateStatus();
         if (IsPCLost()) {

@@ -31,7 +31,7 @@ constexpr char kQCPathVeterinary[] = "/n62v_vorn/control_material.xml";
 
 CUpdate::Connection CUpdate::ConnectUpdateServer() {
     static constexpr char kTag[] = "[CUpdate::ConnectUpdateServer]";
-    const std::string host = service_.config.GetContents(kUpdateURL);
+    const std::string host = service_.config.GetContents(ConfigKey::kUpdateURL);
     // Its result is the process's one; only the update worker asks.
     const hostent* entry = gethostbyname(host.c_str());
     if (entry == nullptr || entry->h_addrtype != AF_INET || entry->h_addr_list[0] == nullptr) {
@@ -48,10 +48,10 @@ CUpdate::Connection CUpdate::ConnectUpdateServer() {
         log_->WriteError("%s Socket open", kTag);
         return nullptr;
     }
-    if (SetSocketTimeout(socket.Get(), SO_SNDTIMEO, kTimeoutSeconds) != 0) {
+    if (Net::SetSocketTimeout(socket.Get(), SO_SNDTIMEO, kTimeoutSeconds) != 0) {
         log_->WriteError("%s Set send timeout error: %s", kTag, strerror(errno));
     }
-    if (SetSocketTimeout(socket.Get(), SO_RCVTIMEO, kTimeoutSeconds) != 0) {
+    if (Net::SetSocketTimeout(socket.Get(), SO_RCVTIMEO, kTimeoutSeconds) != 0) {
         log_->WriteError("%s Set receive timeout error: %s", kTag, strerror(errno));
     }
     if (connect(socket.Get(), reinterpret_cast<const sockaddr*>(&server), sizeof(server)) != 0) {
@@ -72,7 +72,8 @@ bool CUpdate::SendRequest(CHttpConnection& connection, const std::string& reques
 
 bool CUpdate::DownloadDocument(CHttpConnection& connection, const char* path, std::string& body, const char* tag) {
     HttpEnd end;
-    if (!SendRequest(connection, MakeServerRequest(service_.config.GetContents(kUpdateURL), path, kHttp11), tag) ||
+    if (!SendRequest(connection, MakeServerRequest(service_.config.GetContents(ConfigKey::kUpdateURL), path, kHttp11),
+                     tag) ||
         !ReadDocumentHeader(connection, end, tag)) {
         return false;
     }

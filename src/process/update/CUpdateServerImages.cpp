@@ -36,7 +36,8 @@ bool CUpdate::DownloadImageFromNet(ImageInfo& image) {
         return false;
     }
     // The protocol version that has no answers in pieces: the body must be the image and nothing else.
-    const std::string request = MakeServerRequest(service_.config.GetContents(kUpdateURL), image.ServerPath, kHttp10);
+    const std::string request =
+        MakeServerRequest(service_.config.GetContents(ConfigKey::kUpdateURL), image.ServerPath, kHttp10);
     log_->WriteInfo("%s Send to update server: %s", kTag, request.c_str());
     if (!SendRequest(*connection, request, kTag) || !RemoveReceivingHeader(*connection)) {
         return false;

@@ -23,7 +23,7 @@ namespace {
 constexpr std::uint8_t kPCTag = 1;
 
 std::uint8_t PeerID(const ServiceContext& service) {
-    return static_cast<std::uint8_t>(service.config.GetFirstChar(kPCPeerID));
+    return static_cast<std::uint8_t>(service.config.GetFirstChar(ConfigKey::kPCPeerID));
 }
 
 }  // namespace
@@ -69,23 +69,23 @@ std::vector<std::uint8_t> MakeUpdateError(const UpdateError& error) {
 
 void SendUpdateStatus(const ServiceContext& service, std::span<const std::uint8_t> payload) {
     CUDSMsg message;
-    service.local.SendMessage(message.GetSendPacket(kUDSUpdateStatus, payload));
+    service.local.SendMessage(message.GetSendPacket(Net::UDSMessageId::kUpdateStatus, payload));
 }
 
-bool SendToPC(const ServiceContext& service, const std::shared_ptr<IPCSession>& session, std::uint16_t command,
+bool SendToPC(const ServiceContext& service, const std::shared_ptr<Net::ISession>& session, PCCommand command,
               std::span<const std::uint8_t> payload) {
     CPCMsg message;
     return session != nullptr &&
            session->SendMessage(message.MakePacket(command, kPCTag, PeerID(service), payload)) > 0;
 }
 
-void SendUpdateImpossible(const ServiceContext& service, const std::shared_ptr<IPCSession>& session) {
+void SendUpdateImpossible(const ServiceContext& service, const std::shared_ptr<Net::ISession>& session) {
     if (session != nullptr) {
-        session->SendErrorMessage(PeerID(service), kPCTag, kUpdateImpossible);
+        session->SendErrorMessage(PeerID(service), kPCTag, PCError::kUpdateImpossible);
     }
 }
 
-bool IsForeign(const ServiceContext& service, const std::shared_ptr<IPCSession>& session, const char* tag) {
+bool IsForeign(const ServiceContext& service, const std::shared_ptr<Net::ISession>& session, const char* tag) {
     const auto current = service.device.GetSession();
     if (current == nullptr || current == session) {
         return false;

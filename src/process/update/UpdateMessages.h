@@ -5,7 +5,7 @@
 #include <span>
 #include <vector>
 
-#include "config/IPCSession.h"
+#include "config/ISession.h"
 #include "config/ImageInfo.h"
 #include "process/update/ServiceContext.h"
 
@@ -49,15 +49,15 @@ void SendUpdateStatus(const ServiceContext& service, std::span<const std::uint8_
 
 /// Sends the PC a packet of the update's, with the tag 1 and the PC's peer ID. False when it could not be sent, as
 /// without a session.
-bool SendToPC(const ServiceContext& service, const std::shared_ptr<IPCSession>& session, std::uint16_t command,
+bool SendToPC(const ServiceContext& service, const std::shared_ptr<Net::ISession>& session, PCCommand command,
               std::span<const std::uint8_t> payload);
 
 /// Tells the PC that its update is not possible.
-void SendUpdateImpossible(const ServiceContext& service, const std::shared_ptr<IPCSession>& session);
+void SendUpdateImpossible(const ServiceContext& service, const std::shared_ptr<Net::ISession>& session);
 
 /// Whether another session than this is the current one, which then has updates to itself. Logs it, under the tag of
 /// who asks.
-[[nodiscard]] bool IsForeign(const ServiceContext& service, const std::shared_ptr<IPCSession>& session,
+[[nodiscard]] bool IsForeign(const ServiceContext& service, const std::shared_ptr<Net::ISession>& session,
                              const char* tag);
 
 }  // namespace RMUP::Process

@@ -22,14 +22,14 @@ TEST_F(ConfigMgrTest, NumbersThatAreNoneReadAsTheirDefault) {
     WriteFile(kSystemConfigFile, "AdminPW=secret;\n");
     CheckAtStart();
     for (const char* text : {"", "x", "12x", "-1", "65536", "99999999999", "0x10", "1.5"}) {
-        config_.SetContents(kPCUDPPort, text);
-        EXPECT_EQ(config_.GetNumber(kPCUDPPort), 9036) << text;
+        config_.SetContents(ConfigKey::kPCUDPPort, text);
+        EXPECT_EQ(config_.GetNumber(ConfigKey::kPCUDPPort), 9036) << text;
     }
-    config_.SetContents(kPCUDPPort, 65535);
-    EXPECT_EQ(config_.GetNumber(kPCUDPPort), 65535);
-    config_.SetContents(kPCUDPPort, "0");
-    EXPECT_EQ(config_.GetNumber(kPCUDPPort), 0);
-    EXPECT_EQ(config_.GetNumber(kAdminPW), 0);
+    config_.SetContents(ConfigKey::kPCUDPPort, 65535);
+    EXPECT_EQ(config_.GetNumber(ConfigKey::kPCUDPPort), 65535);
+    config_.SetContents(ConfigKey::kPCUDPPort, "0");
+    EXPECT_EQ(config_.GetNumber(ConfigKey::kPCUDPPort), 0);
+    EXPECT_EQ(config_.GetNumber(ConfigKey::kAdminPW), 0);
 }
 
 // Faults: a PC of which the file keeps a part, a peer ID that does not come back and is not known for it, a PC that is
@@ -51,10 +51,11 @@ TEST_F(ConfigMgrTest, TheRegisteredPCIsOneValue) {
     config_.SetRegisteredPC(other);
     EXPECT_EQ(ReadFile(kOwnConfigFile), stored);
     EXPECT_EQ(config_.GetRegisteredPC(), other);
-    EXPECT_EQ(config_.GetContents(kPCIPAddress) + config_.GetFirstChar(kPCPeerID), "10.0.0.3B");
+    EXPECT_EQ(config_.GetContents(ConfigKey::kPCIPAddress) + config_.GetFirstChar(ConfigKey::kPCPeerID), "10.0.0.3B");
     config_.ForgetRegisteredPC();
     for (const CConfigMgr& config : {std::cref(config_), std::cref(restarted)}) {
-        EXPECT_EQ(config.GetContents(kPCIPAddress) + config.GetContents(kPCSWName) + config.GetContents(kPCPeerID),
+        EXPECT_EQ(config.GetContents(ConfigKey::kPCIPAddress) + config.GetContents(ConfigKey::kPCSWName) +
+                      config.GetContents(ConfigKey::kPCPeerID),
                   "0.0.0.00");
     }
 }

@@ -1,7 +1,5 @@
 #include "net/CConnectionMonitor.h"
 
-#include "config/CConfigMgr.h"
-#include "config/CDeviceInfo.h"
 #include "unit/support/ScriptedSession.h"
 
 using namespace UnitTest;
@@ -10,7 +8,11 @@ namespace {
 
 class ConnectionMonitorTest : public ServiceTest {
 protected:
-    ConnectionMonitorTest() { WriteFile(kOwnConfigFile, "PCIPAddress=127.0.0.1;\n"); }
+    ConnectionMonitorTest() {
+        WriteFile(kOwnConfigFile, "PCIPAddress=127.0.0.1;\n");
+        monitor_.Connect(*CConfigMgr::GetInstance(), *device_, *RMUP::Net::CUDPServer::GetInstance(),
+                         *RMUP::Net::CUDSServer::GetInstance());
+    }
 
     static std::ptrdiff_t Ups() {
         return Logged("INFO [CConnectionMonitor::SetTCPConnection] TCP connection confirmed");

@@ -18,9 +18,9 @@ Buffer Copy(std::span<const std::uint8_t> bytes) {
 // Faults: a length beyond its 15 bits that wraps into a shorter packet, a refused packet that leaves the one before.
 TEST_F(PCMsgTest, RefusesWhatTheLengthCannotSay) {
     CPCMsg message;
-    EXPECT_EQ(Copy(message.MakePacket(0x7B01, 1, 1, Buffer(0x7FFF - 7)).subspan(5, 2)), Hex("FFFE"));
-    EXPECT_TRUE(message.MakePacket(0x7B01, 1, 1, Buffer(0x8000 - 7)).empty());
-    EXPECT_TRUE(message.MakePacket(0x7B01, 1, 1, Buffer(0x7FFF - 7), true).empty());
+    EXPECT_EQ(Copy(message.MakePacket(PCCommand{0x7B01}, 1, 1, Buffer(0x7FFF - 7)).subspan(5, 2)), Hex("FFFE"));
+    EXPECT_TRUE(message.MakePacket(PCCommand{0x7B01}, 1, 1, Buffer(0x8000 - 7)).empty());
+    EXPECT_TRUE(message.MakePacket(PCCommand{0x7B01}, 1, 1, Buffer(0x7FFF - 7), true).empty());
     EXPECT_TRUE(message.GetSendPacket().empty());
     EXPECT_EQ(Logged("ERROR [CPCMsg::MakePacket] Packet is too long(32768/32767 bytes)"), 1);
 }

@@ -18,16 +18,16 @@ class TCPSendTest : public SessionTest {};
 // wait given up early, an acknowledgement that is lost because another PC is answered meanwhile.
 TEST_F(TCPSendTest, AResultWaitsForItsAcknowledgement) {
     TCPPair pair;
-    CTCPSession session(std::move(pair.device), kTCP, CConnectionMonitor::GetInstance());
+    CTCPSession session(std::move(pair.device), kTCP, Monitor(), results_);
     TCPPair neighbour;
-    CTCPSession other(std::move(neighbour.device), kTCP, CConnectionMonitor::GetInstance());
+    CTCPSession other(std::move(neighbour.device), kTCP, Monitor(), results_);
     const Buffer result = Hex("7B01 01 30 01 0010 4D");
     std::thread pc([&] {
         EXPECT_EQ(Receive(pair.pc, 8), result);
         other.AcknowledgeResult();
         EXPECT_FALSE(std::filesystem::exists(kMarker));
         session.AcknowledgeResult();
-        EXPECT_EQ(other.SendErrorMessage(0x41, 0x07, 0x000E), 0);
+        EXPECT_EQ(other.SendErrorMessage(0x41, 0x07, PCError::kBusyUpdating), 0);
     });
     EXPECT_EQ(session.SendMessage(result), 8);
     pc.join();
@@ -44,14 +44,14 @@ TEST_F(TCPSendTest, AResultWaitsForItsAcknowledgement) {
     EXPECT_EQ(Logged("ERROR [CTCPSession::SendMessage] There is not ACK message from PC"), 1);
     EXPECT_EQ(session.SendMessage({}), -1);
 
-    CResultMarker::Create();
-    EXPECT_EQ(other.SendErrorMessage(0x41, 0x07, 0x000E), 0);
+    RMUP::Net::CResultMarker::Create();
+    EXPECT_EQ(other.SendErrorMessage(0x41, 0x07, PCError::kBusyUpdating), 0);
     EXPECT_FALSE(std::filesystem::exists(kMarker));
 
     ASSERT_EQ(mkfifo(kMarker, 0666), 0);
-    EXPECT_FALSE(CResultMarker::Exists()) << "only a file is a marker";
-    CResultMarker::Create();
-    EXPECT_TRUE(CResultMarker::Exists());
+    EXPECT_FALSE(RMUP::Net::CResultMarker::Exists()) << "only a file is a marker";
+    RMUP::Net::CResultMarker::Create();
+    EXPECT_TRUE(RMUP::Net::CResultMarker::Exists());
 }
 
 // Fault: the rest of a partly sent packet sent in the place of the whole one, or bytes counted wrongly.
@@ -64,7 +64,7 @@ TEST_F(TCPSendTest, APartlySentPacketGoesOutAgainFromItsStart) {
     }
     int sent = 0;
     std::thread sender([&, device = std::move(pair.device)]() mutable {
-        sent = CTCPSession(std::move(device), kTCP, CConnectionMonitor::GetInstance()).SendMessage(packet);
+        sent = CTCPSession(std::move(device), kTCP, Monitor(), results_).SendMessage(packet);
     });
     Buffer received;
     for (Buffer piece; !(piece = Receive(pair.pc, 1000)).empty();) {

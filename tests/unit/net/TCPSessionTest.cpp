@@ -38,7 +38,7 @@ TEST_F(TCPSessionTest, ThePeerMayGoAtAnyPoint) {
           {"", true, "Receive message header failed: Connection reset by peer"},
           {"0A1E 01 00 01 0018", true, "Receive message body failed: Connection reset by peer"}}) {
         TCPPair pair;
-        CTCPSession session(std::move(pair.device), kTCP, CConnectionMonitor::GetInstance());
+        CTCPSession session(std::move(pair.device), kTCP, Monitor(), results_);
         Send(pair.pc, Hex(sent));
         const linger abortive{reset ? 1 : 0, 0};
         setsockopt(pair.pc.Get(), SOL_SOCKET, SO_LINGER, &abortive, sizeof(abortive));

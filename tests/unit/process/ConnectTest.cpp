@@ -42,7 +42,7 @@ protected:
         WriteFile(kOwnConfigFile, kSettings);
         database_.Execute("INSERT INTO Tb_Operator_List VALUES ('admin', 'pass')");
         // Made here, before there are threads.
-        Service();
+        ConnectRoutes();
     }
 
     AnalyzerDatabase database_;
@@ -55,7 +55,7 @@ CPCMsg Registration(const std::string& password, char peerID = 'K', const std::s
     payload.resize(24);
     payload.push_back(static_cast<std::uint8_t>(peerID));
     CPCMsg request;
-    EXPECT_FALSE(request.MakePacket(0x0A03, 0x31, 'J', payload).empty());
+    EXPECT_FALSE(request.MakePacket(PCCommand{0x0A03}, 0x31, 'J', payload).empty());
     return request;
 }
 

@@ -2,21 +2,21 @@
 
 #include <atomic>
 
-#include "config/IPCSession.h"
+#include "config/ISession.h"
 #include "unit/support/ServiceTest.h"
 
 namespace UnitTest {
 
 /// A PC session that keeps what is sent through it.
-class ScriptedSession : public IPCSession {
+class ScriptedSession : public RMUP::Net::ISession {
 public:
     int SendMessage(std::span<const std::uint8_t> packet) override {
         sent.emplace_back(packet.begin(), packet.end());
         return static_cast<int>(packet.size());
     }
-    int SendErrorMessage(std::uint8_t subTag, std::uint8_t tag, std::uint16_t errorCode) override {
-        errors.push_back(
-            {subTag, tag, static_cast<std::uint8_t>(errorCode >> 8), static_cast<std::uint8_t>(errorCode)});
+    int SendErrorMessage(std::uint8_t subTag, std::uint8_t tag, PCError error) override {
+        const auto code = static_cast<std::uint16_t>(error);
+        errors.push_back({subTag, tag, static_cast<std::uint8_t>(code >> 8), static_cast<std::uint8_t>(code)});
         return 0;
     }
     std::string GetClientIPAddr() const override { return address; }

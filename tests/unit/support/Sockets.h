@@ -16,7 +16,7 @@ namespace UnitTest {
 /// A socket of the PC's or ZELApp's side; what it waits for comes within 10 s or not at all.
 inline CDescriptor MakeSocket(int family, int type) {
     CDescriptor made(socket(family, type | SOCK_CLOEXEC, 0));
-    EXPECT_TRUE(made.IsOpen() && SetSocketTimeout(made.Get(), SO_RCVTIMEO, 10) == 0);
+    EXPECT_TRUE(made.IsOpen() && RMUP::Net::SetSocketTimeout(made.Get(), SO_RCVTIMEO, 10) == 0);
     return made;
 }
 

@@ -4,21 +4,25 @@
 #include <span>
 #include <string>
 
+#include "wire/PCCommand.h"
+
+namespace RMUP::Net {
+
 /// The connection of one PC, as the rest of the service sees it. Shared by the threads that send to the PC; every
 /// operation may be called from any of them, also after the connection has ended.
-class IPCSession {
+class ISession {
 public:
-    IPCSession() = default;
-    IPCSession(const IPCSession&) = delete;
-    IPCSession& operator=(const IPCSession&) = delete;
-    virtual ~IPCSession() = default;
+    ISession() = default;
+    ISession(const ISession&) = delete;
+    ISession& operator=(const ISession&) = delete;
+    virtual ~ISession() = default;
 
     /// Sends a packet; for a result packet it also waits for the PC's acknowledgement. Returns the bytes sent, or -1
     /// when sending failed or the acknowledgement did not come.
     [[nodiscard]] virtual int SendMessage(std::span<const std::uint8_t> packet) = 0;
 
     /// Sends the error notice with a code. Returns 0 on success.
-    virtual int SendErrorMessage(std::uint8_t subTag, std::uint8_t tag, std::uint16_t errorCode) = 0;
+    virtual int SendErrorMessage(std::uint8_t subTag, std::uint8_t tag, PCError error) = 0;
 
     /// The peer's dotted IPv4 address, or the empty text when the connection is gone.
     virtual std::string GetClientIPAddr() const = 0;
@@ -36,3 +40,5 @@ public:
     virtual void SetUpdateFlag(bool wanted) = 0;
     virtual bool GetUpdateFlag() const = 0;
 };
+
+}  // namespace RMUP::Net
