@@ -262,7 +262,7 @@ void CDeliveryQueue::Build(Prepared& prepared) const {
         message.text = std::move(delivery.text);
         message.controlId = ControlIdOf(message.text);
         if (options_.type == DestinationType::kMllp && message.text.find_first_of("\x0B\x1C") != std::string::npos) {
-            error = "the result has a byte that begins or ends a message";
+            prepared.error = "the result has a byte that begins or ends a message";
         }
     }
 }
