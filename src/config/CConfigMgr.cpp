@@ -11,6 +11,7 @@
 #include <fstream>
 #include <mutex>
 
+#include "common/CTaggedLog.h"
 #include "common/Constants.h"
 #include "common/FrameworkError.h"
 #include "common/ProcessEnd.h"
@@ -105,6 +106,7 @@ std::unique_ptr<FileProperty> CConfigMgr::Open(const char* path) {
 }
 
 std::string CConfigMgr::GetContents(ConfigKey index) const {
+    const CTaggedLog log(log_, kGetTag);
     {
         const std::lock_guard lock(unwrittenMutex_);
         if (const auto value = unwritten_.find(index); value != unwritten_.end()) {
@@ -114,7 +116,7 @@ std::string CConfigMgr::GetContents(ConfigKey index) const {
     try {
         return Open(FileOf(index))->getValue(KeyOf(index));
     } catch (ConfigurationException* thrown) {
-        log_->WriteError("%s Exception: %s", kGetTag, TakeMessage(thrown).c_str());
+        log.WriteError("Exception: %s", TakeMessage(thrown).c_str());
         return {};
     }
 }
@@ -128,7 +130,7 @@ char CConfigMgr::GetFirstChar(ConfigKey index) const {
 }
 
 bool CConfigMgr::Write(const Values& values) {
-    static constexpr char kTag[] = "[CConfigMgr::SetContents]";
+    const CTaggedLog log(log_, "[CConfigMgr::SetContents]");
     try {
         const auto file = Open(FileOf(values.begin()->first));
         for (const auto& [index, value] : values) {
@@ -137,7 +139,7 @@ bool CConfigMgr::Write(const Values& values) {
         const std::lock_guard lock(writeMutex_);
         file->Update();
     } catch (ConfigurationException* thrown) {
-        log_->WriteError("%s Exception: %s", kTag, TakeMessage(thrown).c_str());
+        log.WriteError("Exception: %s", TakeMessage(thrown).c_str());
         return false;
     }
     const std::lock_guard lock(unwrittenMutex_);
@@ -164,6 +166,7 @@ void CConfigMgr::SetContents(ConfigKey index, int value) {
 }
 
 RegisteredPC CConfigMgr::GetRegisteredPC() const {
+    const CTaggedLog log(log_, kGetTag);
     std::unique_lock lock(unwrittenMutex_);
     Values values = unwritten_;
     lock.unlock();
@@ -174,7 +177,7 @@ RegisteredPC CConfigMgr::GetRegisteredPC() const {
             values.try_emplace(index, file->getValue(KeyOf(index)));
         }
     } catch (ConfigurationException* thrown) {
-        log_->WriteError("%s Exception: %s", kGetTag, TakeMessage(thrown).c_str());
+        log.WriteError("Exception: %s", TakeMessage(thrown).c_str());
     }
     return {values[ConfigKey::kPCIPAddress], PortOf(ConfigKey::kPCTCPPort, values[ConfigKey::kPCTCPPort]),
             PortOf(ConfigKey::kPCUDPPort, values[ConfigKey::kPCUDPPort]), values[ConfigKey::kPCSWName],
@@ -207,7 +210,7 @@ void CConfigMgr::ForgetRegisteredPC() {
 }
 
 void CConfigMgr::CheckConfigFile(const char* path) {
-    static constexpr char kTag[] = "[CConfigMgr::CheckConfigFile]";
+    const CTaggedLog log(log_, "[CConfigMgr::CheckConfigFile]");
     try {
         if (access(path, F_OK) == 0) {
             // The update server is the product's own: a start puts it back, whatever was tried on the device.
@@ -219,17 +222,17 @@ void CConfigMgr::CheckConfigFile(const char* path) {
             }
         }
         if (access(path, F_OK) != 0) {
-            log_->WriteError("%s Cannot find config file(%s), Make now", kTag, path);
+            log.WriteError("Cannot find config file(%s), Make now", path);
             MakeConfigFile(path);
-            log_->WriteInfo("%s Configuration file initialized", kTag);
+            log.WriteInfo("Configuration file initialized");
         }
-        log_->WriteInfo("%s Check config file(%s) OK", kTag, path);
+        log.WriteInfo("Check config file(%s) OK", path);
     } catch (ConfigurationException* thrown) {
-        log_->WriteError("%s Exception: %s", kTag, TakeMessage(thrown).c_str());
+        log.WriteError("Exception: %s", TakeMessage(thrown).c_str());
         Abandon(path);
     } catch (const std::exception& exception) {
-        log_->WriteError("%s Exception: %s", kTag, exception.what());
-        log_->WriteError("%s File system has some problem", kTag);
+        log.WriteError("Exception: %s", exception.what());
+        log.WriteError("File system has some problem");
         Abandon(path);
     }
 }
@@ -246,10 +249,10 @@ void CConfigMgr::MakeConfigFile(const char* path) {
 }
 
 void CConfigMgr::Abandon(const char* path) {
-    static constexpr char kTag[] = "[CConfigMgr::CheckConfigFile]";
+    const CTaggedLog log(log_, "[CConfigMgr::CheckConfigFile]");
     printf("ZELRmUp Shutdown\n");
     if (remove(path) != 0) {
-        log_->WriteError("%s %s remove fail: %s", kTag, path, strerror(errno));
+        log.WriteError("%s remove fail: %s", path, strerror(errno));
     }
     EndProcess();
 }

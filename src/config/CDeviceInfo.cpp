@@ -4,6 +4,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "common/CTaggedLog.h"
 #include "common/Constants.h"
 #include "common/Shell.h"
 #include "platform/upgrade.h"
@@ -111,12 +112,12 @@ void CDeviceInfo::RefreshVersions() {
 }
 
 void CDeviceInfo::SetStatus(DeviceStatus status) {
-    static constexpr char kTag[] = "[CDeviceInfo::SetStatus]";
+    const CTaggedLog log(log_, "[CDeviceInfo::SetStatus]");
     {
         const std::lock_guard lock(statusMutex_);
         status_ = status;
     }
-    log_->WriteInfo("%s Status changed to \"%s\"", kTag, StatusText(status_));
+    log.WriteInfo("Status changed to \"%s\"", StatusText(status_));
 }
 
 char CDeviceInfo::GetStatusChar() const {

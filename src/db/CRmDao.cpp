@@ -1,5 +1,6 @@
 #include "db/CRmDao.h"
 
+#include "common/CTaggedLog.h"
 #include "common/Constants.h"
 #include "common/FrameworkError.h"
 
@@ -24,28 +25,28 @@ std::string FirstText(QENFx::Data::Collection::Table& table, const char* column)
 }  // namespace
 
 CRmDao::CRmDao() : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)) {
-    static constexpr char kTag[] = "[CRmDao::CRmDao]";
+    const CTaggedLog log(log_, "[CRmDao::CRmDao]");
     try {
         config_.reset(ConfigurationManager::GetManager()->Open(kDatabaseConfigFile, QENFx::Config::kOpenReadOnly));
         auto database = std::make_unique<Sqlite>();
         database->Open(config_->getValue("ConnectionString"), QENFx::DB::kOpenReadWrite);
         database_ = std::move(database);
     } catch (ConfigurationException* thrown) {
-        log_->WriteError("%s Exception: %s", kTag, TakeMessage(thrown).c_str());
+        log.WriteError("Exception: %s", TakeMessage(thrown).c_str());
     } catch (DBException* thrown) {
-        log_->WriteError("%s Can't open the DB: %s", kTag, TakeMessage(thrown).c_str());
+        log.WriteError("Can't open the DB: %s", TakeMessage(thrown).c_str());
     }
 }
 
 CRmDao::~CRmDao() {
-    static constexpr char kTag[] = "[CRmDao::~CRmDao]";
+    const CTaggedLog log(log_, "[CRmDao::~CRmDao]");
     if (database_ == nullptr) {
         return;
     }
     try {
         database_->Close();
     } catch (DBException* thrown) {
-        log_->WriteError("%s Can't close the DB: %s", kTag, TakeMessage(thrown).c_str());
+        log.WriteError("Can't close the DB: %s", TakeMessage(thrown).c_str());
     }
 }
 
@@ -70,9 +71,10 @@ int CRmDao::SetSyncCtrlResult(const std::string& condition) {
 
 CRmDao::Table CRmDao::GetResultSummary(const std::string& condition) {
     static constexpr char kTag[] = "[CRmDao::GetResultSummary]";
+    const CTaggedLog log(log_, kTag);
     Table table = Select(kTag, "SELECT * FROM Tb_Result_Summary WHERE " + condition);
     if (table != nullptr) {
-        log_->WriteInfo("%s Select complete", kTag);
+        log.WriteInfo("Select complete");
     }
     return table;
 }
@@ -97,7 +99,7 @@ std::string CRmDao::GetClassFromSpeciesID(const std::string& speciesId) {
 }
 
 std::string CRmDao::GetAdminPassword() {
-    static constexpr char kTag[] = "[CRmDao::GetAdminPassword]";
+    const CTaggedLog log(log_, "[CRmDao::GetAdminPassword]");
     const String statement = "SELECT Password FROM Tb_Operator_List WHERE OperatorID = 'admin'";
     try {
         if (database_ != nullptr) {
@@ -107,7 +109,7 @@ std::string CRmDao::GetAdminPassword() {
     } catch (DBException* thrown) {
         (void)TakeMessage(thrown);
     }
-    log_->WriteError("%s get table error", kTag);
+    log.WriteError("get table error");
     return {};
 }
 
@@ -120,7 +122,7 @@ int CRmDao::Execute(const char* tag, const String& statement) {
     } catch (DBException* thrown) {
         (void)TakeMessage(thrown);
     }
-    log_->WriteError("%s insert table error", tag);
+    CTaggedLog(log_, tag).WriteError("insert table error");
     return -1;
 }
 
@@ -133,6 +135,6 @@ CRmDao::Table CRmDao::Select(const char* tag, const String& statement) {
     } catch (DBException* thrown) {
         error = TakeMessage(thrown);
     }
-    log_->WriteError("%s Select error: %s", tag, error.c_str());
+    CTaggedLog(log_, tag).WriteError("Select error: %s", error.c_str());
     return nullptr;
 }

@@ -9,6 +9,7 @@
 #include <thread>
 #include <utility>
 
+#include "common/CTaggedLog.h"
 #include "common/Constants.h"
 #include "net/CNetUtils.h"
 #include "net/CPCMsg.h"
@@ -111,28 +112,28 @@ void CConnectionMonitor::SetLink(const std::shared_ptr<ISession>& session, bool 
 }
 
 void CConnectionMonitor::SetTCPConnection(bool connected) {
-    static constexpr char kTag[] = "[CConnectionMonitor::SetTCPConnection]";
+    const CTaggedLog log(log_, "[CConnectionMonitor::SetTCPConnection]");
     if (std::exchange(tcpConnected_, connected) == connected) {
         return;
     }
     NoteChange();
     if (connected) {
-        log_->WriteInfo("%s TCP connection confirmed", kTag);
+        log.WriteInfo("TCP connection confirmed");
     } else {
-        log_->WriteInfo("%s TCP disconnection confirmed", kTag);
+        log.WriteInfo("TCP disconnection confirmed");
     }
 }
 
 void CConnectionMonitor::SetUDPConnection(bool connected) {
-    static constexpr char kTag[] = "[CConnectionMonitor::SetUDPConnection]";
+    const CTaggedLog log(log_, "[CConnectionMonitor::SetUDPConnection]");
     if (udpConnected_.exchange(connected) == connected) {
         return;
     }
     NoteChange();
     if (connected) {
-        log_->WriteInfo("%s UDP connection confirmed", kTag);
+        log.WriteInfo("UDP connection confirmed");
     } else {
-        log_->WriteInfo("%s UDP disconnection confirmed", kTag);
+        log.WriteInfo("UDP disconnection confirmed");
     }
 }
 
@@ -192,6 +193,7 @@ void CConnectionMonitor::NoteChange() {
 }
 
 void CConnectionMonitor::AnnounceIPChange() {
+    const CTaggedLog log(log_, kRunTag);
     if (config_->GetContents(ConfigKey::kIPChanged) != "1") {
         return;
     }
@@ -200,7 +202,7 @@ void CConnectionMonitor::AnnounceIPChange() {
     while (ipChangePending_) {
         SendIPChangedInfo();
         if (++notices >= kNoticesPerLogLine) {
-            log_->WriteInfo("%s Sending information to PC that the IP has been changed.", kRunTag);
+            log.WriteInfo("Sending information to PC that the IP has been changed.");
             notices = 0;
         }
         sleep(kNoticePauseSeconds);
@@ -208,6 +210,7 @@ void CConnectionMonitor::AnnounceIPChange() {
 }
 
 bool CConnectionMonitor::Check() {
+    const CTaggedLog log(log_, kRunTag);
     std::unique_lock lock(linkMutex_);
     const Link link = {device_->GetSession(), linkNumber_};
     // A link that took the place of the reported one is told as a loss and, at the next look, as a connection.
@@ -220,7 +223,7 @@ bool CConnectionMonitor::Check() {
     }
     connected_ = up;
     // The words are the same for both changes; the letters tell which it is.
-    log_->WriteInfo("%s connection success TCP(%c), UDP(%c)\n", kRunTag, tcp ? 'T' : 'F', udp ? 'T' : 'F');
+    log.WriteInfo("connection success TCP(%c), UDP(%c)\n", tcp ? 'T' : 'F', udp ? 'T' : 'F');
     local_->SendMessagePCCon(up);
 
     if (up) {

@@ -11,6 +11,7 @@
 #include <memory>
 
 #include "common/CDescriptor.h"
+#include "common/CTaggedLog.h"
 #include "common/Constants.h"
 #include "common/FrameworkError.h"
 #include "config/CConfigMgr.h"
@@ -29,9 +30,10 @@ constexpr char kMyIPAddrTag[] = "[CNetUtils::GetMyIPAddr]";
 CNetUtils::CNetUtils() : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)) {}
 
 std::string CNetUtils::GetMyIPAddr() const {
+    const CTaggedLog log(log_, kMyIPAddrTag);
     const CDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (!socket.IsOpen()) {
-        log_->WriteError("%s socket open error: %s", kMyIPAddrTag, strerror(errno));
+        log.WriteError("socket open error: %s", strerror(errno));
         return "0.0.0.0";
     }
 
@@ -43,7 +45,7 @@ std::string CNetUtils::GetMyIPAddr() const {
         memcpy(&address, &request.ifr_addr, sizeof(address));
         return DottedAddress(address.sin_addr);
     }
-    log_->WriteError("%s Get my IP address failed: %s", kMyIPAddrTag, strerror(errno));
+    log.WriteError("Get my IP address failed: %s", strerror(errno));
     return ConfiguredAddress();
 }
 
@@ -81,14 +83,15 @@ std::string CNetUtils::DefaultRouteInterface() const {
 }
 
 std::string CNetUtils::ConfiguredAddress() const {
+    const CTaggedLog log(log_, kMyIPAddrTag);
     try {
         const std::unique_ptr<FileProperty> file(
             ConfigurationManager::GetManager()->Open(kSystemConfigFile, QENFx::Config::kOpenReadWrite));
         std::string address = file->getValue("IPAddress");
-        log_->WriteInfo("%s Get IP from config_zel.cfg", kMyIPAddrTag);
+        log.WriteInfo("Get IP from config_zel.cfg");
         return address;
     } catch (ConfigurationException* thrown) {
-        log_->WriteError("%s Exception: %s", kMyIPAddrTag, TakeMessage(thrown).c_str());
+        log.WriteError("Exception: %s", TakeMessage(thrown).c_str());
         return {};
     }
 }

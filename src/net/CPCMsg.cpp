@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "common/CTaggedLog.h"
 #include "common/Constants.h"
 #include "common/PacketDump.h"
 
@@ -9,11 +10,11 @@ CPCMsg::CPCMsg() : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)) {}
 
 std::span<const std::uint8_t> CPCMsg::MakePacket(PCCommand command, std::uint8_t tag, std::uint8_t subTag,
                                                  std::span<const std::uint8_t> payload, bool withChecksum) {
-    static constexpr char kTag[] = "[CPCMsg::MakePacket]";
+    const CTaggedLog log(log_, "[CPCMsg::MakePacket]");
     const std::size_t total = Wire::PCPacketSize(payload.size(), withChecksum);
     sendBuffer_.clear();
     if (total > kMaxPacketSize) {
-        log_->WriteError("%s Packet is too long(%zu/%zu bytes)", kTag, total, kMaxPacketSize);
+        log.WriteError("Packet is too long(%zu/%zu bytes)", total, kMaxPacketSize);
         return {};
     }
     Wire::BuildPCPacket(sendBuffer_, {.command = command, .tag = tag, .subTag = subTag, .checksum = withChecksum},

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <memory>
 
+#include "common/CTaggedLog.h"
 #include "common/Constants.h"
 #include "common/FrameworkError.h"
 #include "net/CNetUtils.h"
@@ -49,77 +50,77 @@ void CTCPListener::Connect(const TCPRoutes& routes, ILinkMonitor* monitor, const
 }
 
 int CTCPListener::ServerOpen() {
-    static constexpr char kTag[] = "[CTCPListener::ServerOpen]";
-    log_->WriteInfo("%s TCP listener open start", kTag);
+    const CTaggedLog log(log_, "[CTCPListener::ServerOpen]");
+    log.WriteInfo("TCP listener open start");
     socket_.Reset();
     socket_.Reset(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (!socket_.IsOpen()) {
-        log_->WriteError("%s Socket open error: %s", kTag, strerror(errno));
+        log.WriteError("Socket open error: %s", strerror(errno));
         return -1;
     }
 
     const int enabled = 1;
     if (setsockopt(socket_.Get(), SOL_SOCKET, SO_REUSEADDR, &enabled, sizeof(enabled)) == 0) {
-        log_->WriteInfo("%s Set socket REUSEADDR", kTag);
+        log.WriteInfo("Set socket REUSEADDR");
     } else {
-        log_->WriteError("%s Set socket option(SO_REUSEADDR) error: %s", kTag, strerror(errno));
+        log.WriteError("Set socket option(SO_REUSEADDR) error: %s", strerror(errno));
     }
 
     if (BindToPort(socket_.Get(), kPort) != 0) {
-        log_->WriteError("%s Bind error: %s", kTag, strerror(errno));
+        log.WriteError("Bind error: %s", strerror(errno));
         socket_.Reset();
         return -1;
     }
-    log_->WriteInfo("%s TCP bind success, <IP:%s><Port:%d>", kTag, CNetUtils().GetMyIPAddr().c_str(), kPort);
+    log.WriteInfo("TCP bind success, <IP:%s><Port:%d>", CNetUtils().GetMyIPAddr().c_str(), kPort);
 
     if (listen(socket_.Get(), kListenQueue) != 0) {
-        log_->WriteError("%s Listen error: %s", kTag, strerror(errno));
+        log.WriteError("Listen error: %s", strerror(errno));
         socket_.Reset();
         return -1;
     }
-    log_->WriteInfo("%s Listening start", kTag);
+    log.WriteInfo("Listening start");
 
-    SetSocketTimeout(socket_.Get(), SO_SNDTIMEO, kSendTimeoutSeconds, log_, kTag,
-                     "Set socket option(SO_SNDTIMEO) error");
+    SetSocketTimeout(socket_.Get(), SO_SNDTIMEO, kSendTimeoutSeconds, log, "Set socket option(SO_SNDTIMEO) error");
     if (SetConnectionLimits(socket_.Get()) != 0) {
-        log_->WriteError("%s Set socket limits error: %s", kTag, strerror(errno));
+        log.WriteError("Set socket limits error: %s", strerror(errno));
     }
     return 0;
 }
 
 int CTCPListener::Run() {
-    log_->WriteInfo("%s TCP listener run", kRunTag);
+    const CTaggedLog log(log_, kRunTag);
+    log.WriteInfo("TCP listener run");
     while (ServerOpen() != 0) {
-        log_->WriteError("%s TCP open error, try after 5 second", kRunTag);
+        log.WriteError("TCP open error, try after 5 second");
         sleep(kOpenRetrySeconds);
     }
 
-    log_->WriteInfo("%s Accept start", kRunTag);
+    log.WriteInfo("Accept start");
     for (;;) {
         sockaddr_in peer{};
         socklen_t length = sizeof(peer);
         CDescriptor socket(accept4(socket_.Get(), reinterpret_cast<sockaddr*>(&peer), &length, SOCK_CLOEXEC));
         if (socket.IsOpen()) {
             const std::string address = CNetUtils::DottedAddress(peer.sin_addr);
-            log_->WriteInfo("%s TCP client accepted <IP:%s><Port:%d>", kRunTag, address.c_str(), ntohs(peer.sin_port));
+            log.WriteInfo("TCP client accepted <IP:%s><Port:%d>", address.c_str(), ntohs(peer.sin_port));
             if (HasPlaceFor(address)) {
                 StartSession(std::move(socket));
             } else {
-                log_->WriteError("%s New session refused, %d are open", kRunTag, CTCPSession::Count());
+                log.WriteError("New session refused, %d are open", CTCPSession::Count());
             }
         } else {
-            log_->WriteError("%s Accept error: %s(%d)", kRunTag, strerror(errno), errno);
-            log_->WriteInfo("%s TCP Listener server socket reopen", kRunTag);
+            log.WriteError("Accept error: %s(%d)", strerror(errno), errno);
+            log.WriteInfo("TCP Listener server socket reopen");
             // What accept lacked is not there again at once, and meanwhile a PC had better be refused than kept
             // waiting.
             socket_.Reset();
             sleep(kReopenRetrySeconds);
             while (ServerOpen() != 0) {
-                log_->WriteError("%s TCP open error, try after 3 second", kRunTag);
+                log.WriteError("TCP open error, try after 3 second");
                 sleep(kReopenRetrySeconds);
             }
         }
-        log_->WriteInfo("%s Accept start", kRunTag);
+        log.WriteInfo("Accept start");
     }
 }
 
@@ -128,13 +129,14 @@ bool CTCPListener::HasPlaceFor(const std::string& address) const {
 }
 
 void CTCPListener::StartSession(CDescriptor socket) {
+    const CTaggedLog log(log_, kRunTag);
     const auto session = std::make_shared<CTCPSession>(std::move(socket), *routes_, monitor_, results_);
-    log_->WriteInfo("%s New session start", kRunTag);
+    log.WriteInfo("New session start");
     try {
         session->Launch();
     } catch (QENFx::Service::WorkException* thrown) {
         // One connection that cannot be served is no reason to stop serving the others.
-        log_->WriteError("%s New session failed: %s", kRunTag, TakeMessage(thrown).c_str());
+        log.WriteError("New session failed: %s", TakeMessage(thrown).c_str());
     }
 }
 

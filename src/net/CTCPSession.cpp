@@ -12,6 +12,7 @@
 #include <optional>
 #include <thread>
 
+#include "common/CTaggedLog.h"
 #include "common/Constants.h"
 #include "net/CNetUtils.h"
 #include "wire/Bytes.h"
@@ -28,11 +29,11 @@ constexpr std::chrono::milliseconds kAcknowledgementPause{80};
 
 constexpr char kRunTag[] = "[CTCPSession::Run]";
 
-std::optional<sockaddr_in> PeerOf(const CDescriptor& socket, QENFx::Log::FileLog* log, const char* tag) {
+std::optional<sockaddr_in> PeerOf(const CDescriptor& socket, const CTaggedLog& log) {
     sockaddr_in peer{};
     socklen_t length = sizeof(peer);
     if (getpeername(socket.Get(), reinterpret_cast<sockaddr*>(&peer), &length) != 0) {
-        log->WriteError("%s Get peer name error: %s", tag, strerror(errno));
+        log.WriteError("Get peer name error: %s", strerror(errno));
         return std::nullopt;
     }
     return peer;
@@ -85,7 +86,7 @@ void CTCPSession::Launch() {
 }
 
 int CTCPSession::SendMessage(std::span<const std::uint8_t> packet) {
-    static constexpr char kTag[] = "[CTCPSession::SendMessage]";
+    const CTaggedLog log(log_, "[CTCPSession::SendMessage]");
     if (packet.size() < CPCMsg::kHeaderSize) {
         return -1;
     }
@@ -99,13 +100,12 @@ int CTCPSession::SendMessage(std::span<const std::uint8_t> packet) {
     const auto socket = socket_.Hold();
     int sent = 0;
     if (!SendBytes(*socket, packet, sent)) {
-        log_->WriteError("%s Send error: %s (%d/%d bytes sended)", kTag, strerror(errno), sent,
-                         static_cast<int>(packet.size()));
+        log.WriteError("Send error: %s (%d/%d bytes sended)", strerror(errno), sent, static_cast<int>(packet.size()));
         return -1;
     }
-    log_->WriteInfo("%s Send %d bytes complete", kTag, sent);
+    log.WriteInfo("Send %d bytes complete", sent);
     if (awaited && !WaitAcknowledgement()) {
-        log_->WriteError("%s There is not ACK message from PC", kTag);
+        log.WriteError("There is not ACK message from PC");
         return -1;
     }
     return sent;
@@ -160,12 +160,12 @@ int CTCPSession::SendErrorMessage(std::uint8_t subTag, std::uint8_t tag, PCError
 }
 
 std::string CTCPSession::GetClientIPAddr() const {
-    const auto peer = PeerOf(*socket_.Hold(), log_, "[CTCPSession::GetClientIPAddr]");
+    const auto peer = PeerOf(*socket_.Hold(), CTaggedLog(log_, "[CTCPSession::GetClientIPAddr]"));
     return peer ? CNetUtils::DottedAddress(peer->sin_addr) : std::string();
 }
 
 std::uint16_t CTCPSession::GetClientPort() const {
-    const auto peer = PeerOf(*socket_.Hold(), log_, "[CTCPSession::GetClientPort]");
+    const auto peer = PeerOf(*socket_.Hold(), CTaggedLog(log_, "[CTCPSession::GetClientPort]"));
     return peer ? ntohs(peer->sin_port) : std::uint16_t{0};
 }
 
@@ -176,21 +176,21 @@ bool CTCPSession::HasPeerClosed() const {
 }
 
 int CTCPSession::ReceiveMessage(CPCMsg& message) {
-    static constexpr char kTag[] = "[CTCPSession::ReceiveMessage]";
+    const CTaggedLog log(log_, "[CTCPSession::ReceiveMessage]");
     const auto socket = socket_.Hold();
     if (!socket->IsOpen()) {
-        log_->WriteError("%s Socket disconnected", kTag);
+        log.WriteError("Socket disconnected");
         return -2;
     }
 
     constexpr int kHeaderSize = CPCMsg::kHeaderSize;
     const int header = ReceiveBytes(*socket, message.GetRawHeader());
     if (header < 0) {
-        log_->WriteError("%s Receive message header failed: %s", kTag, strerror(errno));
+        log.WriteError("Receive message header failed: %s", strerror(errno));
         return -1;
     }
     if (header < kHeaderSize) {
-        log_->WriteError("%s Receive header failed: %d/%d bytes", kTag, header, kHeaderSize);
+        log.WriteError("Receive header failed: %d/%d bytes", header, kHeaderSize);
         return -1;
     }
 
@@ -198,26 +198,25 @@ int CTCPSession::ReceiveMessage(CPCMsg& message) {
     if (length > 0) {
         const auto payload = message.GetBufferData();
         if (payload.empty()) {
-            log_->WriteError("%s Prepare memory for TCP data failed", kTag);
+            log.WriteError("Prepare memory for TCP data failed");
             return -1;
         }
         const int body = ReceiveBytes(*socket, payload);
         if (body < 0) {
-            log_->WriteError("%s Receive message body failed: %s", kTag, strerror(errno));
+            log.WriteError("Receive message body failed: %s", strerror(errno));
             return -1;
         }
         if (body < length) {
-            log_->WriteError("%s Receive body failed: %d/%d bytes", kTag, body, length);
+            log.WriteError("Receive body failed: %d/%d bytes", body, length);
             return -1;
         }
     }
-    log_->WriteInfo("%s Receive TCP data complete <H:%d><P:%d> from %s", kTag, kHeaderSize, length,
-                    GetClientIPAddr().c_str());
+    log.WriteInfo("Receive TCP data complete <H:%d><P:%d> from %s", kHeaderSize, length, GetClientIPAddr().c_str());
     return 0;
 }
 
 int CTCPSession::ReceiveBytes(const CDescriptor& socket, std::span<std::uint8_t> bytes) {
-    static constexpr char kTag[] = "[CTCPSession::ReceiveMessage]";
+    const CTaggedLog log(log_, "[CTCPSession::ReceiveMessage]");
     Retry retry;
     std::size_t received = 0;
     while (received < bytes.size()) {
@@ -236,7 +235,7 @@ int CTCPSession::ReceiveBytes(const CDescriptor& socket, std::span<std::uint8_t>
             retry.Wait(socket, POLLIN);
         } else {
             const int error = errno;
-            log_->WriteError("%s recv failed: %s", kTag, strerror(error));
+            log.WriteError("recv failed: %s", strerror(error));
             errno = error;
             return -1;
         }
@@ -245,38 +244,41 @@ int CTCPSession::ReceiveBytes(const CDescriptor& socket, std::span<std::uint8_t>
 }
 
 bool CTCPSession::MoveFromDescriptorZero() {
+    const CTaggedLog log(log_, kRunTag);
     if (socket_.Hold()->Get() != 0) {
         return true;
     }
     // 0 means "no socket" in this program's logs and to its readers.
     CDescriptor moved(fcntl(0, F_DUPFD_CLOEXEC, 1));
     if (!moved.IsOpen()) {
-        log_->WriteError("%s Abnormal socket: %s", kRunTag, strerror(errno));
+        log.WriteError("Abnormal socket: %s", strerror(errno));
         return false;
     }
-    log_->WriteInfo("%s socket descriptor duplicated to %d", kRunTag, moved.Get());
+    log.WriteInfo("socket descriptor duplicated to %d", moved.Get());
     socket_.Replace(std::move(moved));
     return true;
 }
 
 void CTCPSession::BecomeCurrentIfRegistered() {
+    const CTaggedLog log(log_, kRunTag);
     if (monitor_->ClaimLink(shared_from_this())) {
-        log_->WriteInfo("%s [%s] TCP session reconnected", kRunTag, GetClientIPAddr().c_str());
+        log.WriteInfo("[%s] TCP session reconnected", GetClientIPAddr().c_str());
     }
 }
 
 bool CTCPSession::SetNonBlocking() {
+    const CTaggedLog log(log_, kRunTag);
     const auto socket = socket_.Hold();
     const int flags = fcntl(socket->Get(), F_GETFL);
     if (flags < 0) {
-        log_->WriteError("%s Get socket mode error: %s", kRunTag, strerror(errno));
+        log.WriteError("Get socket mode error: %s", strerror(errno));
     } else if (fcntl(socket->Get(), F_SETFL, flags | O_NONBLOCK) < 0) {
-        log_->WriteError("%s Set socket mode error: %s", kRunTag, strerror(errno));
+        log.WriteError("Set socket mode error: %s", strerror(errno));
     } else {
-        log_->WriteInfo("%s Client socket is set non-blocking mode", kRunTag);
+        log.WriteInfo("Client socket is set non-blocking mode");
         return true;
     }
-    log_->WriteError("%s Client socket will be operated blocking mode", kRunTag);
+    log.WriteError("Client socket will be operated blocking mode");
     return false;
 }
 
@@ -305,13 +307,14 @@ int CTCPSession::Run() {
 }
 
 void CTCPSession::Serve() {
+    const CTaggedLog log(log_, kRunTag);
     const auto socket = socket_.Hold();
     while (!IsStopped()) {
         pollfd readable{socket->Get(), POLLIN, 0};
         const int ready = poll(&readable, 1, kWaitMilliseconds);
         if (ready < 0) {
-            log_->WriteError("%s select error: %s", kRunTag, strerror(errno));
-            log_->WriteInfo("%s session close for connection reset", kRunTag);
+            log.WriteError("select error: %s", strerror(errno));
+            log.WriteInfo("session close for connection reset");
             return;
         }
         if (ready == 0) {
@@ -320,7 +323,7 @@ void CTCPSession::Serve() {
 
         CPCMsg message;
         if (ReceiveMessage(message) != 0) {
-            log_->WriteInfo("%s PC Disconnected", kRunTag);
+            log.WriteInfo("PC Disconnected");
             return;
         }
         if (message.GetCommand() != PCCommand::kImageData) {

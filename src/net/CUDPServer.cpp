@@ -11,6 +11,7 @@
 #include <cstring>
 #include <utility>
 
+#include "common/CTaggedLog.h"
 #include "common/Constants.h"
 #include "common/ProcessEnd.h"
 #include "net/CNetUtils.h"
@@ -47,32 +48,32 @@ void CUDPServer::Connect(std::span<const UDPRoute> routes, ILinkMonitor* monitor
 }
 
 int CUDPServer::ServerOpen() {
-    static constexpr char kTag[] = "[CUDPServer::ServerOpen]";
-    log_->WriteInfo("%s UDP server open start", kTag);
+    const CTaggedLog log(log_, "[CUDPServer::ServerOpen]");
+    log.WriteInfo("UDP server open start");
     socket_.Replace();
     CDescriptor opened(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (!opened.IsOpen()) {
-        log_->WriteError("%s Socket open error: %s", kTag, strerror(errno));
+        log.WriteError("Socket open error: %s", strerror(errno));
         return -1;
     }
 
     if (BindToPort(opened.Get(), kPort) != 0) {
-        log_->WriteError("%s Bind error: %s", kTag, strerror(errno));
+        log.WriteError("Bind error: %s", strerror(errno));
         return -1;
     }
-    log_->WriteInfo("%s UDP bind success, <IP:%s><Port:%d>", kTag, CNetUtils().GetMyIPAddr().c_str(), kPort);
+    log.WriteInfo("UDP bind success, <IP:%s><Port:%d>", CNetUtils().GetMyIPAddr().c_str(), kPort);
 
-    SetSocketTimeout(opened.Get(), SO_SNDTIMEO, kTimeoutSeconds, log_, kTag, "Set socket send timeout option error");
-    SetSocketTimeout(opened.Get(), SO_RCVTIMEO, kTimeoutSeconds, log_, kTag, "Set socket receive timeout option error");
+    SetSocketTimeout(opened.Get(), SO_SNDTIMEO, kTimeoutSeconds, log, "Set socket send timeout option error");
+    SetSocketTimeout(opened.Get(), SO_RCVTIMEO, kTimeoutSeconds, log, "Set socket receive timeout option error");
     socket_.Replace(std::move(opened));
     return 0;
 }
 
 int CUDPServer::ReceiveMessage(CPCMsg& message) {
-    static constexpr char kTag[] = "[CUDPServer::ReceiveMessage]";
+    const CTaggedLog log(log_, "[CUDPServer::ReceiveMessage]");
     const auto socket = socket_.Hold();
     if (!socket->IsOpen()) {
-        log_->WriteError("%s Socket destroyed", kTag);
+        log.WriteError("Socket destroyed");
         return -2;
     }
 
@@ -95,8 +96,8 @@ int CUDPServer::ReceiveMessage(CPCMsg& message) {
     std::copy_n(buffer.begin(), std::min(size, header.size()), header.begin());
     const std::size_t expected = size < header.size() ? header.size() : message.GetAnnouncedSize();
     if (size != expected || size > buffer.size()) {
-        log_->WriteError("%s Receive failed: %d/%d bytes", kTag, static_cast<int>(std::min(size, buffer.size())),
-                         static_cast<int>(expected));
+        log.WriteError("Receive failed: %d/%d bytes", static_cast<int>(std::min(size, buffer.size())),
+                       static_cast<int>(expected));
         return -1;
     }
     const auto payload = message.GetBufferData();
@@ -105,37 +106,37 @@ int CUDPServer::ReceiveMessage(CPCMsg& message) {
 }
 
 int CUDPServer::SendMessage(std::span<const std::uint8_t> packet, const sockaddr_in& peer) {
-    static constexpr char kTag[] = "[CUDPServer::SendMessage]";
+    const CTaggedLog log(log_, "[CUDPServer::SendMessage]");
     // A datagram that cannot go at once is worth nothing later, and whoever waits with it answers nobody meanwhile.
     const auto socket = socket_.Hold();
     const ssize_t sent = sendto(socket->Get(), packet.data(), packet.size(), MSG_DONTWAIT,
                                 reinterpret_cast<const sockaddr*>(&peer), sizeof(peer));
     if (sent < 0) {
-        log_->WriteError("%s Send error: %s", kTag, strerror(errno));
+        log.WriteError("Send error: %s", strerror(errno));
         return 0;
     }
     return static_cast<int>(sent);
 }
 
 int CUDPServer::SendIfRoom(std::span<const std::uint8_t> packet, const sockaddr_in& peer) {
-    static constexpr char kTag[] = "[CUDPServer::SendMessage]";
+    const CTaggedLog log(log_, "[CUDPServer::SendMessage]");
     const auto socket = socket_.Hold();
     int waiting = 0;
     int size = 0;
     socklen_t length = sizeof(size);
     if (ioctl(socket->Get(), SIOCOUTQ, &waiting) == 0 &&
         getsockopt(socket->Get(), SOL_SOCKET, SO_SNDBUF, &size, &length) == 0 && waiting > size / 2) {
-        log_->WriteError("%s Send error: %s", kTag, strerror(EAGAIN));
+        log.WriteError("Send error: %s", strerror(EAGAIN));
         return 0;
     }
     return SendMessage(packet, peer);
 }
 
 int CUDPServer::Run() {
-    static constexpr char kTag[] = "[CUDPServer::Run]";
-    log_->WriteInfo("%s UDP server thread run", kTag);
+    const CTaggedLog log(log_, "[CUDPServer::Run]");
+    log.WriteInfo("UDP server thread run");
     while (ServerOpen() != 0) {
-        log_->WriteError("%s UDP open error, try after 5 second", kTag);
+        log.WriteError("UDP open error, try after 5 second");
         sleep(kOpenRetrySeconds);
     }
 
@@ -148,7 +149,7 @@ int CUDPServer::Run() {
         }
         monitor_->SetUDPConnection(false);
         if (received == -2 && ServerOpen() != 0) {
-            log_->WriteError("%s UDP reopen error, program shutdown", kTag);
+            log.WriteError("UDP reopen error, program shutdown");
             EndProcess();
         }
     }
@@ -156,6 +157,7 @@ int CUDPServer::Run() {
 
 void CUDPServer::Dispatch(CPCMsg& message) {
     static constexpr char kTag[] = "[CUDPServer::Run]";
+    const CTaggedLog log(log_, kTag);
     const UDPRoute* route = FindRoute(routes_, message.GetCommand());
     if (route == nullptr) {
         return;
@@ -166,8 +168,8 @@ void CUDPServer::Dispatch(CPCMsg& message) {
     }
     if (route->heartbeat && ++heartbeats_ > kHeartbeatsPerLogLine) {
         const sockaddr_in& peer = message.GetPeerAddress();
-        log_->WriteInfo("%s UDP Server is working well with IP: %s, Port: %d", kTag,
-                        CNetUtils::DottedAddress(peer.sin_addr).c_str(), ntohs(peer.sin_port));
+        log.WriteInfo("UDP Server is working well with IP: %s, Port: %d",
+                      CNetUtils::DottedAddress(peer.sin_addr).c_str(), ntohs(peer.sin_port));
         heartbeats_ = 0;
     }
 }

@@ -1,5 +1,6 @@
 #include "net/CUDSMsg.h"
 
+#include "common/CTaggedLog.h"
 #include "common/Constants.h"
 #include "common/PacketDump.h"
 #include "platform/Crc16.h"
@@ -18,7 +19,7 @@ constexpr std::uint8_t kEndByte = 0x03;
 CUDSMsg::CUDSMsg() : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)) {}
 
 std::span<const std::uint8_t> CUDSMsg::GetSendPacket(UDSMessageId id, std::span<const std::uint8_t> payload) {
-    static constexpr char kTag[] = "[CUDSMsg::GetSendPacket]";
+    const CTaggedLog log(log_, "[CUDSMsg::GetSendPacket]");
     header_[0] = kStartByte;
     header_[1] = kAddressByte;
     Bytes::PutLE16(header_, 2, static_cast<std::uint16_t>(id));
@@ -28,7 +29,7 @@ std::span<const std::uint8_t> CUDSMsg::GetSendPacket(UDSMessageId id, std::span<
     SetSequencePacket();
     Bytes::PutLE16(trailer_, 0, ComputeCRC());
     SetSequencePacket();
-    log_->WriteInfo("%s Making packet complete (%d bytes)", kTag, static_cast<int>(sendBuffer_.size()));
+    log.WriteInfo("Making packet complete (%d bytes)", static_cast<int>(sendBuffer_.size()));
     return sendBuffer_;
 }
 
@@ -46,10 +47,10 @@ std::span<std::uint8_t> CUDSMsg::GetBufferData() {
 }
 
 bool CUDSMsg::IsValidCRC() {
-    static constexpr char kTag[] = "[CUDSMsg::IsValidCRC]";
+    const CTaggedLog log(log_, "[CUDSMsg::IsValidCRC]");
     SetSequencePacket();
     if (payload_.size() != GetPayloadLength()) {
-        log_->WriteError("%s Cannot make packet", kTag);
+        log.WriteError("Cannot make packet");
         return false;
     }
     return Bytes::GetLE16(trailer_, 0) == ComputeCRC();

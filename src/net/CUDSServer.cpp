@@ -12,6 +12,7 @@
 #include <string>
 #include <utility>
 
+#include "common/CTaggedLog.h"
 #include "common/Constants.h"
 #include "common/ProcessEnd.h"
 #include "net/MakeServer.h"
@@ -65,7 +66,8 @@ void CUDSServer::Connect(std::span<const UDSRoute> routes, CConfigMgr& config, C
 }
 
 int CUDSServer::ServerOpen(const char* path) {
-    log_->WriteInfo("%s UDS server open start", kOpenTag);
+    const CTaggedLog log(log_, kOpenTag);
+    log.WriteInfo("UDS server open start");
     if (Listen(path) && Accept(path)) {
         return 0;
     }
@@ -74,17 +76,17 @@ int CUDSServer::ServerOpen(const char* path) {
 }
 
 bool CUDSServer::Listen(const char* path) {
+    const CTaggedLog log(log_, kOpenTag);
     listener_.Reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (!listener_.IsOpen()) {
-        log_->WriteError("%s Socket open error: %s", kOpenTag, strerror(errno));
+        log.WriteError("Socket open error: %s", strerror(errno));
         return false;
     }
 
     unlink(path);
     const std::size_t pathLength = strlen(path);
     if (pathLength >= kPathLimit) {
-        log_->WriteError("%s UDS server path can't over %d bytes, path will be truncated.", kOpenTag,
-                         static_cast<int>(kPathLimit));
+        log.WriteError("UDS server path can't over %d bytes, path will be truncated.", static_cast<int>(kPathLimit));
         return false;
     }
     sockaddr_un address{};
@@ -92,61 +94,61 @@ bool CUDSServer::Listen(const char* path) {
     memcpy(address.sun_path, path, pathLength);
     const auto addressLength = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + pathLength);
     if (bind(listener_.Get(), reinterpret_cast<const sockaddr*>(&address), addressLength) != 0) {
-        log_->WriteError("%s Bind error: %s", kOpenTag, strerror(errno));
+        log.WriteError("Bind error: %s", strerror(errno));
         return false;
     }
-    log_->WriteInfo("%s Bind success, Path: %s", kOpenTag, path);
+    log.WriteInfo("Bind success, Path: %s", path);
 
     if (listen(listener_.Get(), kListenQueue) != 0) {
-        log_->WriteError("%s Listen error: %s", kOpenTag, strerror(errno));
+        log.WriteError("Listen error: %s", strerror(errno));
         return false;
     }
-    log_->WriteInfo("%s Listening queue: %d", kOpenTag, kListenQueue);
+    log.WriteInfo("Listening queue: %d", kListenQueue);
     return true;
 }
 
 bool CUDSServer::Accept(const char* path) {
-    log_->WriteInfo("%s %s Accept start", kOpenTag, path);
+    const CTaggedLog log(log_, kOpenTag);
+    log.WriteInfo("%s Accept start", path);
     CDescriptor client;
     {
         const CEndingSignalsWindow window;
         client.Reset(accept4(listener_.Get(), nullptr, nullptr, SOCK_CLOEXEC));
     }
     if (!client.IsOpen()) {
-        log_->WriteError("%s Accept error: %s", kOpenTag, strerror(errno));
+        log.WriteError("Accept error: %s", strerror(errno));
         client_.Replace();
         return false;
     }
     const int descriptor = client.Get();
     client_.Replace(std::move(client));
-    log_->WriteInfo("%s Accept client (fd: %d)", kOpenTag, descriptor);
+    log.WriteInfo("Accept client (fd: %d)", descriptor);
     for (const int option : {SO_SNDTIMEO, SO_RCVTIMEO}) {
-        SetSocketTimeout(descriptor, option, kTimeoutSeconds, log_, kOpenTag, "Set socket option error");
+        SetSocketTimeout(descriptor, option, kTimeoutSeconds, log, "Set socket option error");
     }
     return true;
 }
 
 int CUDSServer::ReceivePiece(const CDescriptor& client, std::span<std::uint8_t> piece) {
-    static constexpr char kTag[] = "[CUDSServer::ReceiveMessage]";
+    const CTaggedLog log(log_, "[CUDSServer::ReceiveMessage]");
     // A process that was stopped and goes on is interrupted; giving up then would take the rest of a message for the
     // next one.
     const ssize_t received = TEMP_FAILURE_RETRY(recv(client.Get(), piece.data(), piece.size(), MSG_WAITALL));
     if (received < 0) {
-        log_->WriteError("%s Receive failed: %s", kTag, strerror(errno));
+        log.WriteError("Receive failed: %s", strerror(errno));
         return -1;
     }
     if (static_cast<std::size_t>(received) < piece.size()) {
-        log_->WriteError("%s Receive failed: %d/%d bytes", kTag, static_cast<int>(received),
-                         static_cast<int>(piece.size()));
+        log.WriteError("Receive failed: %d/%d bytes", static_cast<int>(received), static_cast<int>(piece.size()));
     }
     return static_cast<int>(received);
 }
 
 int CUDSServer::ReceiveMessage(CUDSMsg& message) {
-    static constexpr char kTag[] = "[CUDSServer::ReceiveMessage]";
+    const CTaggedLog log(log_, "[CUDSServer::ReceiveMessage]");
     const auto client = client_.Hold();
     if (!client->IsOpen()) {
-        log_->WriteError("%s Socket disconnected", kTag);
+        log.WriteError("Socket disconnected");
         return -2;
     }
 
@@ -158,7 +160,7 @@ int CUDSServer::ReceiveMessage(CUDSMsg& message) {
     if (message.GetPayloadLength() > 0) {
         const auto buffer = message.GetBufferData();
         if (buffer.empty()) {
-            log_->WriteError("%s Prepare memory for UDS data failed", kTag);
+            log.WriteError("Prepare memory for UDS data failed");
             return -1;
         }
         payload = ReceivePiece(*client, buffer);
@@ -173,29 +175,29 @@ int CUDSServer::ReceiveMessage(CUDSMsg& message) {
     }
 
     const int total = header + payload + trailer;
-    log_->WriteInfo("%s Receive UDS data complete <H:%d><D:%d><T:%d> Total(%dbytes)", kTag, header, payload, trailer,
-                    total);
+    log.WriteInfo("Receive UDS data complete <H:%d><D:%d><T:%d> Total(%dbytes)", header, payload, trailer, total);
     if (!message.IsValidCRC()) {
-        log_->WriteError("%s CRC checksum error", kTag);
+        log.WriteError("CRC checksum error");
         return -1;
     }
     return total;
 }
 
 int CUDSServer::SendMessage(std::span<const std::uint8_t> packet) {
-    static constexpr char kTag[] = "[CUDSServer::SendMessage]";
+    const CTaggedLog log(log_, "[CUDSServer::SendMessage]");
     const auto client = client_.Hold();
     const ssize_t sent = TEMP_FAILURE_RETRY(send(client->Get(), packet.data(), packet.size(), 0));
     if (sent < 0) {
-        log_->WriteError("%s send error: %s", kTag, strerror(errno));
+        log.WriteError("send error: %s", strerror(errno));
         return 0;
     }
-    log_->WriteInfo("%s Send complete (%d bytes)", kTag, static_cast<int>(sent));
+    log.WriteInfo("Send complete (%d bytes)", static_cast<int>(sent));
     return static_cast<int>(sent);
 }
 
 int CUDSServer::SendMessagePCCon(bool connected) {
     static constexpr char kTag[] = "[CUDSServer::SendMessagePCCon]";
+    const CTaggedLog log(log_, kTag);
     const RegisteredPC pc = config_->GetRegisteredPC();
     std::array<std::uint8_t, kStatusSize> payload{};
     payload[kConnectedOffset] = connected ? 1 : 0;
@@ -207,15 +209,15 @@ int CUDSServer::SendMessagePCCon(bool connected) {
 
     CUDSMsg message;
     const int sent = SendMessage(message.GetSendPacket(UDSMessageId::kPCConnection, payload));
-    log_->WriteInfo("%s Send UDS to inform connection status(%s)", kTag, connected ? "Connected" : "Disconnected");
+    log.WriteInfo("Send UDS to inform connection status(%s)", connected ? "Connected" : "Disconnected");
     log_->WriteInfo("%s PC Name: %s, PC IP: %s, PC PeerID: %c", kTag, pc.name.c_str(), pc.address.c_str(), pc.peerID);
     message.WritePacketLog();
     return sent;
 }
 
 int CUDSServer::Run() {
-    static constexpr char kTag[] = "[CUDSServer::Run]";
-    log_->WriteInfo("%s UDS server thread run", kTag);
+    const CTaggedLog log(log_, "[CUDSServer::Run]");
+    log.WriteInfo("UDS server thread run");
     SendMessagePCCon(false);
     announced_ = true;
     announced_.notify_all();
@@ -225,7 +227,7 @@ int CUDSServer::Run() {
         CUDSMsg message;
         const int received = ReceiveMessage(message);
         if (received == -2) {
-            log_->WriteInfo("%s Reconstruct socket", kTag);
+            log.WriteInfo("Reconstruct socket");
             sleep(1);
             (void)ServerOpen(kUDSPath);  // the next round tries again
         } else if (received < 0) {
@@ -235,7 +237,7 @@ int CUDSServer::Run() {
             }
             sleep(1);
         } else {
-            log_->WriteInfo("%s UDS receive complete", kTag);
+            log.WriteInfo("UDS receive complete");
             message.WritePacketLog();
             Dispatch(message);
         }

@@ -16,13 +16,12 @@ int SetSocketTimeout(int descriptor, int option, int seconds) {
     return setsockopt(descriptor, SOL_SOCKET, option, &timeout, sizeof(timeout));
 }
 
-void SetSocketTimeout(int descriptor, int option, int seconds, QENFx::Log::FileLog* log, const char* tag,
-                      const char* failure) {
+void SetSocketTimeout(int descriptor, int option, int seconds, const CTaggedLog& log, const char* failure) {
     if (SetSocketTimeout(descriptor, option, seconds) == 0) {
         const char* const name = option == SO_SNDTIMEO ? "SNDTIMEO" : "RCVTIMEO";
-        log->WriteInfo("%s Set socket option - %s(%ds)", tag, name, seconds);
+        log.WriteInfo("Set socket option - %s(%ds)", name, seconds);
     } else {
-        log->WriteError("%s %s: %s", tag, failure, strerror(errno));
+        log.WriteError("%s: %s", failure, strerror(errno));
     }
 }
 

@@ -2,16 +2,15 @@
 
 #include <cstdint>
 
-#include "platform/Log.h"
+#include "common/CTaggedLog.h"
 
 namespace RMUP::Net {
 
 /// Sets SO_SNDTIMEO or SO_RCVTIMEO. Returns 0, or -1 with errno.
 int SetSocketTimeout(int descriptor, int option, int seconds);
 
-/// The same, told in the log under the tag, a failure with these words. A socket without a timeout serves all the same.
-void SetSocketTimeout(int descriptor, int option, int seconds, QENFx::Log::FileLog* log, const char* tag,
-                      const char* failure);
+/// The same, told in the log, a failure with these words. A socket without a timeout serves all the same.
+void SetSocketTimeout(int descriptor, int option, int seconds, const CTaggedLog& log, const char* failure);
 
 /// Bounds what a TCP connection, or one that the socket accepts, may cost. It ends when nothing was heard of the peer
 /// for 150 s: a quiet peer is asked after 60 s and then every 15 s, and data that it does not acknowledge is given up.

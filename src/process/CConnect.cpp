@@ -5,6 +5,7 @@
 #include <cstring>
 #include <span>
 
+#include "common/CTaggedLog.h"
 #include "common/Constants.h"
 #include "common/ProcessEnd.h"
 #include "config/CConfigMgr.h"
@@ -46,14 +47,14 @@ CConnect::CConnect(const RMUP::Process::ServiceContext& service)
     : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)), service_(service) {}
 
 int CConnect::ProcessScanDevice(CPCMsg& message) {
-    static constexpr char kTag[] = "[CConnect::ProcessScanDevice]";
+    const CTaggedLog log(log_, "[CConnect::ProcessScanDevice]");
     constexpr std::size_t kRequestSize = 10;
     constexpr std::size_t kResponseSize = 68;
     constexpr std::size_t kSerialSize = 15;
 
     const auto request = message.GetPayload();
     if (request.size() != kRequestSize) {
-        log_->WriteError("%s Payload length differs from it's structure", kTag);
+        log.WriteError("Payload length differs from it's structure");
         return -1;
     }
     sockaddr_in& pc = message.GetPeerAddress();
@@ -62,7 +63,7 @@ int CConnect::ProcessScanDevice(CPCMsg& message) {
     memcpy(&pc.sin_addr, request.data() + sizeof(pc.sin_port), sizeof(pc.sin_addr));
     const std::string pcAddress = CNetUtils::DottedAddress(pc.sin_addr);
 
-    log_->WriteInfo("%s Scan device response making start", kTag);
+    log.WriteInfo("Scan device response making start");
     const CDeviceInfo& device = service_.device;
     const RegisteredPC registered = service_.config.GetRegisteredPC();
     std::array<std::uint8_t, kResponseSize> payload{};
@@ -78,12 +79,12 @@ int CConnect::ProcessScanDevice(CPCMsg& message) {
     const auto packet = response.MakePacket(PCCommand::kScanDeviceResponse, message.GetTag(), 0xFF, payload, true);
     service_.udp.SendIfRoom(packet, pc);
     response.WritePacketLog();
-    log_->WriteInfo("%s Scan device sequence complete", kTag);
+    log.WriteInfo("Scan device sequence complete");
     return 0;
 }
 
 int CConnect::ProcessDeviceInfoChangeNotify(const CPCMsg& message) {
-    static constexpr char kTag[] = "[CConnect::ProcessDeviceInfoChangeNotify]";
+    const CTaggedLog log(log_, "[CConnect::ProcessDeviceInfoChangeNotify]");
     constexpr std::size_t kSerialOffset = 2;
     constexpr std::size_t kSerialSize = 15;
 
@@ -92,24 +93,24 @@ int CConnect::ProcessDeviceInfoChangeNotify(const CPCMsg& message) {
     const std::string address = CNetUtils::DottedAddress(pc.sin_addr);
     const std::uint16_t port = ntohs(pc.sin_port);
     if (address != registered.address || port != registered.udpPort) {
-        log_->WriteInfo("%s Request from unregistered PC(IP:%s, Port:%d)", kTag, address.c_str(), port);
+        log.WriteInfo("Request from unregistered PC(IP:%s, Port:%d)", address.c_str(), port);
         return 0;
     }
 
     const auto payload = message.GetPayload();
     if (payload.size() < 2) {
-        log_->WriteError("%s Payload length differs from it's structure", kTag);
+        log.WriteError("Payload length differs from it's structure");
         return -1;
     }
     if ((Bytes::GetBE16(payload, 0) & kItemSerialCheck) != 0 &&
         (payload.size() < kSerialOffset + kSerialSize ||
          TextField(payload, kSerialOffset, kSerialSize) != service_.device.GetSerialNumber().substr(0, kSerialSize))) {
-        log_->WriteError("%s Device serial defer from PC request serial", kTag);
+        log.WriteError("Device serial defer from PC request serial");
         return -1;
     }
     const auto peerID = static_cast<std::uint8_t>(registered.peerID);
     if (message.GetSubTag() != peerID) {
-        log_->WriteError("%s Device PeerID defer from PC request PeerID", kTag);
+        log.WriteError("Device PeerID defer from PC request PeerID");
         return -1;
     }
 
@@ -120,25 +121,26 @@ int CConnect::ProcessDeviceInfoChangeNotify(const CPCMsg& message) {
 }
 
 void CConnect::ProcessIPChange() {
-    static constexpr char kTag[] = "[CConnect::ProcessIPChange]";
+    const CTaggedLog log(log_, "[CConnect::ProcessIPChange]");
     const std::string address = service_.config.GetContents(ConfigKey::kPCIPAddress);
     if (address != kNoPCAddress && address != kUSBPCAddress) {
-        log_->WriteInfo("%s PCIP: %s is not USB IP(%s)", kTag, address.c_str(), kUSBPCAddress);
+        log.WriteInfo("PCIP: %s is not USB IP(%s)", address.c_str(), kUSBPCAddress);
         service_.config.SetContents(ConfigKey::kIPChanged, 1);
-        log_->WriteInfo("%s IP changed setting", kTag);
+        log.WriteInfo("IP changed setting");
     }
-    log_->WriteInfo("%s ZELRmUp killself", kTag);
+    log.WriteInfo("ZELRmUp killself");
     EndProcess();
 }
 
 int CConnect::ProcessUpdateStart(const CPCMsg& message, const SessionPtr& session) {
-    log_->WriteInfo("%s Update start request from PC accepted", kUpdateStartTag);
+    const CTaggedLog log(log_, kUpdateStartTag);
+    log.WriteInfo("Update start request from PC accepted");
     const auto payload = message.GetPayload();
     if (payload.size() != 1) {
-        log_->WriteError("%s Payload length differs from it's structure", kUpdateStartTag);
+        log.WriteError("Payload length differs from it's structure");
         return -1;
     }
-    if (RMUP::Process::IsForeign(service_, session, kUpdateStartTag)) {
+    if (RMUP::Process::IsForeign(service_, session, log)) {
         RMUP::Process::SendUpdateImpossible(service_, session);
         return -1;
     }
@@ -148,7 +150,7 @@ int CConnect::ProcessUpdateStart(const CPCMsg& message, const SessionPtr& sessio
         const CImageGate::Visit visit(service_.updates.Gate());
         if (!visit.IsWelcome() || service_.updates.Slot().IsTaken()) {
             // ZELApp is asked all the same and will say no; the running update keeps its marks.
-            log_->WriteError("%s Another update processing now", kUpdateStartTag);
+            log.WriteError("Another update processing now");
         } else {
             // Takes back a cancel as well, which from here on is one of this offer's update.
             service_.device.ClearImageInfo();
@@ -157,7 +159,7 @@ int CConnect::ProcessUpdateStart(const CPCMsg& message, const SessionPtr& sessio
                 if ((payload[0] & image.Row.offerBit) != 0) {
                     image.IsFile = true;
                     image.NeedUpdate = true;
-                    log_->WriteInfo("%s %s update need", kUpdateStartTag, image.Row.name);
+                    log.WriteInfo("%s update need", image.Row.name);
                 }
             }
         }

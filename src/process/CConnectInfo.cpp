@@ -1,6 +1,7 @@
 #include <span>
 #include <vector>
 
+#include "common/CTaggedLog.h"
 #include "config/CConfigMgr.h"
 #include "config/CDeviceInfo.h"
 #include "net/CConnectionMonitor.h"
@@ -88,12 +89,12 @@ void AppendOtherPC(std::vector<std::uint8_t>& payload, const RegisteredPC& regis
 }  // namespace
 
 int CConnect::ProcessGetDeviceInfo(const CPCMsg& message, const SessionPtr& session) {
-    static constexpr char kTag[] = "[CConnect::ProcessGetDeviceInfo]";
+    const CTaggedLog log(log_, "[CConnect::ProcessGetDeviceInfo]");
     if (message.GetPayload().size() != 2) {
-        log_->WriteError("%s Payload length differs from it's structure", kTag);
+        log.WriteError("Payload length differs from it's structure");
         return -1;
     }
-    log_->WriteInfo("%s Get device info response making start", kTag);
+    log.WriteInfo("Get device info response making start");
     const RegisteredPC registered = service_.config.GetRegisteredPC();
     const std::uint16_t mask = Bytes::GetBE16(message.GetPayload(), 0);
     if ((mask & kItemAnyVersion) != 0) {
@@ -120,6 +121,6 @@ int CConnect::ProcessGetDeviceInfo(const CPCMsg& message, const SessionPtr& sess
     CPCMsg response;
     (void)session->SendMessage(response.MakePacket(PCCommand::kInfo, message.GetTag(), subTag, payload));
     response.WritePacketLog();
-    log_->WriteInfo("%s Get device info sequence complete", kTag);
+    log.WriteInfo("Get device info sequence complete");
     return 0;
 }

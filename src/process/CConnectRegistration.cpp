@@ -5,6 +5,7 @@
 #include <mutex>
 #include <span>
 
+#include "common/CTaggedLog.h"
 #include "config/CConfigMgr.h"
 #include "config/CDeviceInfo.h"
 #include "db/CRmDao.h"
@@ -52,11 +53,12 @@ bool PasswordMatches(std::span<const std::uint8_t> given, const std::string& sto
 }  // namespace
 
 bool CConnect::MayRegister(const CPCMsg& message, const SessionPtr& session) {
+    const CTaggedLog log(log_, kRegisterTag);
     const auto request = message.GetPayload();
     const std::uint8_t peerID = message.GetSubTag();
     const DeviceStatus status = service_.device.GetStatus();
     if (status != DeviceStatus::kDisconnect && status != DeviceStatus::kRegistered) {
-        log_->WriteError("%s Cannot register now, analyzing or update is in progress", kRegisterTag);
+        log.WriteError("Cannot register now, analyzing or update is in progress");
         if (status == DeviceStatus::kAnalyzing) {
             session->SendErrorMessage(peerID, message.GetTag(), PCError::kBusyAnalyzing);
         } else if (status == DeviceStatus::kUpdating) {
@@ -65,21 +67,22 @@ bool CConnect::MayRegister(const CPCMsg& message, const SessionPtr& session) {
         return false;
     }
     if (!PasswordMatches(request.first(kPasswordSize), CRmDao().GetAdminPassword())) {
-        log_->WriteError("%s Admin password is not correct", kRegisterTag);
+        log.WriteError("Admin password is not correct");
         session->SendErrorMessage(peerID, message.GetTag(), PCError::kWrongPassword);
         return false;
     }
     if (!CConfigMgr::IsStorablePeerID(request[kPeerIDOffset])) {
-        log_->WriteError("%s Peer ID cannot be stored", kRegisterTag);
+        log.WriteError("Peer ID cannot be stored");
         return false;
     }
     return true;
 }
 
 int CConnect::ProcessRegisterDevice(const CPCMsg& message, const SessionPtr& session) {
+    const CTaggedLog log(log_, kRegisterTag);
     const auto request = message.GetPayload();
     if (request.size() != kRegisterSize) {
-        log_->WriteError("%s Payload length differs from it's structure", kRegisterTag);
+        log.WriteError("Payload length differs from it's structure");
         return -1;
     }
     if (!MayRegister(message, session)) {
@@ -106,11 +109,12 @@ int CConnect::ProcessRegisterDevice(const CPCMsg& message, const SessionPtr& ses
     // The PC gets ready for the link before the device counts it as up.
     sleep(1);
     service_.monitor.ConfirmLink(*session);
-    log_->WriteInfo("%s Register device sequence complete", kRegisterTag);
+    log.WriteInfo("Register device sequence complete");
     return 0;
 }
 
 void CConnect::Register(const CPCMsg& message, const RegisteredPC& pc, const SessionPtr& session) {
+    const CTaggedLog log(log_, kRegisterTag);
     // Read before the link goes down, on which the monitor takes the status back.
     bool anotherPC = service_.device.GetStatus() == DeviceStatus::kRegistered;
     RegisteredPC previous;
@@ -128,13 +132,14 @@ void CConnect::Register(const CPCMsg& message, const RegisteredPC& pc, const Ses
     if (anotherPC) {
         NotifyPreviousPC(message, previous);
     }
-    log_->WriteInfo("%s Register device response making start", kRegisterTag);
+    log.WriteInfo("Register device response making start");
     log_->WriteInfo("%s Set config (PCIP: %s, Name: %s, PeerID: %c)", kRegisterTag, pc.address.c_str(), pc.name.c_str(),
                     pc.peerID);
 }
 
 void CConnect::NotifyPreviousPC(const CPCMsg& request, const RegisteredPC& previous) {
-    log_->WriteInfo("%s Change device info request making start", kRegisterTag);
+    const CTaggedLog log(log_, kRegisterTag);
+    log.WriteInfo("Change device info request making start");
     std::array<std::uint8_t, 2 + kAddressSize + kNameSize> payload{};
     Bytes::PutBE16(payload, 0, kItemPCChanged);
     std::ranges::copy(request.GetPayload().subspan(kPCAddressOffset, kAddressSize + kNameSize), payload.begin() + 2);
@@ -146,8 +151,8 @@ void CConnect::NotifyPreviousPC(const CPCMsg& request, const RegisteredPC& previ
 }
 
 int CConnect::ProcessUnregisterDevice(const CPCMsg& message, const SessionPtr& session) {
-    static constexpr char kTag[] = "[CConnect::ProcessUnregisterDevice]";
-    log_->WriteInfo("%s Unregister device response making start", kTag);
+    const CTaggedLog log(log_, "[CConnect::ProcessUnregisterDevice]");
+    log.WriteInfo("Unregister device response making start");
     const std::string address = session->GetClientIPAddr();
     {
         const std::lock_guard lock(registering);
@@ -165,6 +170,6 @@ int CConnect::ProcessUnregisterDevice(const CPCMsg& message, const SessionPtr& s
     (void)session->SendMessage(
         response.MakePacket(PCCommand::kUnregisterDeviceResponse, message.GetTag(), message.GetSubTag(), {}));
     response.WritePacketLog();
-    log_->WriteInfo("%s Unregister device sequence complete", kTag);
+    log.WriteInfo("Unregister device sequence complete");
     return 0;
 }

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <span>
 
+#include "common/CTaggedLog.h"
 #include "common/Constants.h"
 #include "common/RegularFile.h"
 #include "config/CConfigMgr.h"
@@ -66,7 +67,7 @@ int CTransferResult::ProcessSendResult(const CUDSMsg& request) {
 }
 
 int CTransferResult::GetResultInfo(std::string& key) {
-    static constexpr char kTag[] = "[CTransferResult::GetResultInfo]";
+    const CTaggedLog log(log_, "[CTransferResult::GetResultInfo]");
     constexpr std::size_t kPrefix = 2;
     constexpr std::size_t kLongestRequest = std::size_t{64} * 1024;  // longer than any condition
     const CDescriptor file = OpenRegularFile(kSendToPCFile, O_NOFOLLOW);
@@ -74,7 +75,7 @@ int CTransferResult::GetResultInfo(std::string& key) {
     const ssize_t count = TEMP_FAILURE_RETRY(read(file.Get(), text.data(), text.size()));
     text.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
     if (text.size() < kPrefix || text.size() > kLongestRequest) {
-        log_->WriteError("%s Cannot read request file(%s)", kTag, kSendToPCFile);
+        log.WriteError("Cannot read request file(%s)", kSendToPCFile);
         return -1;
     }
     key = text.substr(kPrefix, text.find('\0', kPrefix) - kPrefix);
@@ -93,29 +94,30 @@ bool CTransferResult::Send(const std::string& hl7Text) {
 }
 
 void CTransferResult::MarkAsSent(int kind, const std::string& key) {
-    static constexpr char kTag[] = "[CTransferResult::ProcessSendResult]";
+    const CTaggedLog log(log_, "[CTransferResult::ProcessSendResult]");
     CRmDao dao;
     if ((kind == kPatientResult ? dao.SetSyncResult(key) : dao.SetSyncCtrlResult(key)) < 0) {
-        log_->WriteError("%s Write PCSync to 'true' error", kTag);
+        log.WriteError("Write PCSync to 'true' error");
     }
 }
 
 int CTransferResult::SetHL7ResultPacket(int kind, const std::string& key, std::string& hl7Text) {
+    const CTaggedLog log(log_, kResultMessageTag);
     hl7Text.clear();
     const bool patient = kind == kPatientResult;
     CRmDao dao;
     const CRmDao::Table summary = patient ? dao.GetResultSummary(key) : dao.GetControlSummary(key);
     if (summary == nullptr) {
-        log_->WriteError("%s Get summary table error", kResultMessageTag);
+        log.WriteError("Get summary table error");
         return -1;
     }
     const Row* row = FirstRow(*summary);
     if (row == nullptr) {
-        log_->WriteError("%s Cannot load 'Row'", kResultMessageTag);
+        log.WriteError("Cannot load 'Row'");
     }
     const CRmDao::Table details = patient ? dao.GetResultData(key) : dao.GetControlData(key);
     if (details == nullptr) {
-        log_->WriteError("%s Get detail table error", kResultMessageTag);
+        log.WriteError("Get detail table error");
         return -1;
     }
 

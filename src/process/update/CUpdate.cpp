@@ -6,6 +6,7 @@
 #include <ctime>
 #include <iterator>
 
+#include "common/CTaggedLog.h"
 #include "common/Constants.h"
 #include "db/CRmDao.h"
 #include "process/update/CUpdateAccess.h"
@@ -63,7 +64,8 @@ CUpdate::~CUpdate() {
 }
 
 int CUpdate::Run() {
-    log_->WriteInfo("%s Update Start", kRunTag);
+    const CTaggedLog log(log_, kRunTag);
+    log.WriteInfo("Update Start");
     service_.updates.Gate().Shut();
     device_.RefreshVersions();
     DeleteRemainingFiles();
@@ -72,7 +74,7 @@ int CUpdate::Run() {
     if (method_ == nullptr) {
         return -1;
     }
-    log_->WriteInfo("%s %s", kRunTag, method_->line);
+    log.WriteInfo("%s", method_->line);
     if ((this->*method_->fetch)() == Fetched::kNothing) {
         return 0;
     }
@@ -81,9 +83,10 @@ int CUpdate::Run() {
 }
 
 CUpdate::Fetched CUpdate::UpdateByUSB() {
+    const CTaggedLog log(log_, kRunTag);
     device_.ClearImageInfo();
     if (MountUSB(true, kUSBMountPoint) != 0) {
-        log_->WriteError("%s Update process end as USB mount fail", kRunTag);
+        log.WriteError("Update process end as USB mount fail");
         SendUDSUpdateError(kErrorMount);
         return Fetched::kNothing;
     }
@@ -93,9 +96,10 @@ CUpdate::Fetched CUpdate::UpdateByUSB() {
 }
 
 CUpdate::Fetched CUpdate::FetchFromUSB() {
+    const CTaggedLog log(log_, kRunTag);
     const int files = GetFileInfo();
     if (files == 0) {
-        log_->WriteError("%s Update file does not exist.", kRunTag);
+        log.WriteError("Update file does not exist.");
         SendUDSUpdateError(kErrorUSBFiles);
         return Fetched::kNothing;
     }
@@ -106,7 +110,7 @@ CUpdate::Fetched CUpdate::FetchFromUSB() {
 
     const bool onlyAsked = requestMode_ == kOnlyAsk;
     if (CompareVersion(onlyAsked ? Comparison::kStrict : Comparison::kInclusive) == 0) {
-        log_->WriteInfo("%s No need to update", kRunTag);
+        log.WriteInfo("No need to update");
         SendUDSUpdateError(kNothingToUpdate);
         return Fetched::kNothing;
     }
@@ -118,7 +122,7 @@ CUpdate::Fetched CUpdate::FetchFromUSB() {
         return Fetched::kNothing;
     }
     if (CopyContentsFromUSB() != 0) {
-        log_->WriteError("%s Copy update file error", kRunTag);
+        log.WriteError("Copy update file error");
         SendUDSUpdateError(kErrorUSBFiles);
         return Fetched::kNothing;
     }
@@ -138,19 +142,20 @@ CUpdate::Fetched CUpdate::UpdateByPC() {
 }
 
 CUpdate::Fetched CUpdate::UpdateByInternet() {
+    const CTaggedLog log(log_, kRunTag);
     device_.ClearImageInfo();
     if (GetUpdateInfoFromNet() <= 0) {
-        log_->WriteError("%s Update file does not exist.", kRunTag);
+        log.WriteError("Update file does not exist.");
         SendUDSUpdateError(kErrorServer);
         return Fetched::kNothing;
     }
     if (CompareVersion(Comparison::kStrict) == 0) {
-        log_->WriteInfo("%s No need to update", kRunTag);
+        log.WriteInfo("No need to update");
         SendUDSUpdateError(kNothingToUpdate);
         return Fetched::kNothing;
     }
     if (SendUDSUpdateInfo() != 0 || DownloadContentsFromNet() != 0) {
-        log_->WriteError("%s Download update file error", kRunTag);
+        log.WriteError("Download update file error");
         SendUDSUpdateError(kErrorServer);
         return Fetched::kNothing;
     }
@@ -158,6 +163,7 @@ CUpdate::Fetched CUpdate::UpdateByInternet() {
 }
 
 CUpdate::Fetched CUpdate::UpdateFromPC() {
+    const CTaggedLog log(log_, kRunTag);
     // The marks stay as the PC's announcement has set them. What it pushed before the device was ready went with the
     // remaining files, so nothing counts as received.
     for (ImageInfo& image : images_) {
@@ -171,21 +177,22 @@ CUpdate::Fetched CUpdate::UpdateFromPC() {
     pc_ = device_.GetSession();
     SendPCUpdateReqResponse();
     if (DownloadFromPCMonitor() != 0) {
-        log_->WriteError("%s Download update file from PC error", kRunTag);
+        log.WriteError("Download update file from PC error");
         return Fetched::kNothing;
     }
     return Fetched::kImages;
 }
 
 CUpdate::Fetched CUpdate::UpdateQCMaterial() {
+    const CTaggedLog log(log_, kRunTag);
     const Connection connection = ConnectUpdateServer();
     if (connection == nullptr) {
-        log_->WriteError("%s Connect to update server failed", kRunTag);
+        log.WriteError("Connect to update server failed");
         SendUDSUpdateError(kErrorServer);
         return Fetched::kNothing;
     }
     if (DownloadQCMaterialXML(*connection, kQCMaterialFile) != 0) {
-        log_->WriteError("%s Download update file error", kRunTag);
+        log.WriteError("Download update file error");
         SendUDSUpdateError(kErrorServer);
         return Fetched::kNothing;
     }
@@ -194,14 +201,15 @@ CUpdate::Fetched CUpdate::UpdateQCMaterial() {
 }
 
 int CUpdate::WriteUpdate() {
+    const CTaggedLog log(log_, kRunTag);
     CompareVersion(Comparison::kStrict);
     if (WriteImage() != 0) {
-        log_->WriteError("%s Write image error", kRunTag);
+        log.WriteError("Write image error");
         SendUDSUpdateError(kErrorWrite);
         return -1;
     }
     if (CountMarks(images_) == 0) {
-        log_->WriteInfo("%s No need to update", kRunTag);
+        log.WriteInfo("No need to update");
         SendUDSUpdateError(kNothingToUpdate);
         return 0;
     }
@@ -241,13 +249,13 @@ void CUpdate::RecordHistory() {
 }
 
 int CUpdate::SendUDSUpdateInfo() {
-    static constexpr char kTag[] = "[CUpdate::SendUDSUpdateInfo]";
+    const CTaggedLog log(log_, "[CUpdate::SendUDSUpdateInfo]");
     const auto payload = MakeUpdateInfo(images_, Wire::kAllImages);
     if (payload.empty()) {
-        log_->WriteError("%s Cannot get memory from 'new' operator", kTag);
+        log.WriteError("Cannot get memory from 'new' operator");
         return -1;
     }
-    log_->WriteInfo("%s Send UDS messsage update will be started", kTag);
+    log.WriteInfo("Send UDS messsage update will be started");
     SendUpdateStatus(service_, payload);
     return 0;
 }

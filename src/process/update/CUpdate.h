@@ -6,6 +6,7 @@
 #include <span>
 #include <string>
 
+#include "common/CTaggedLog.h"
 #include "config/CDeviceInfo.h"
 #include "config/ISession.h"
 #include "platform/Log.h"
@@ -139,7 +140,7 @@ private:
 
     /// Null when there is no connection.
     [[nodiscard]] Connection ConnectUpdateServer();
-    [[nodiscard]] bool SendRequest(CHttpConnection& connection, const std::string& request, const char* tag);
+    [[nodiscard]] bool SendRequest(CHttpConnection& connection, const std::string& request, const CTaggedLog& log);
     [[nodiscard]] int DownloadUpdateInfoXML(CHttpConnection& connection, std::string& text);
 
     /// Fills the catalogue with what the server offers. Returns the number of update files, or -1.
@@ -163,10 +164,10 @@ private:
 
     /// Asks for a document and reads it.
     [[nodiscard]] bool DownloadDocument(CHttpConnection& connection, const char* path, std::string& body,
-                                        const char* tag);
+                                        const CTaggedLog& log);
 
     /// Reads the header of a response that carries a document, and where that ends.
-    [[nodiscard]] bool ReadDocumentHeader(CHttpConnection& connection, HttpEnd& end, const char* tag);
+    [[nodiscard]] bool ReadDocumentHeader(CHttpConnection& connection, HttpEnd& end, const CTaggedLog& log);
 
     // Writing
     [[nodiscard]] int WriteImage();

@@ -4,6 +4,7 @@
 #include <memory>
 #include <utility>
 
+#include "common/CTaggedLog.h"
 #include "common/Constants.h"
 #include "common/FrameworkError.h"
 #include "platform/Service.h"
@@ -34,13 +35,13 @@ CUpdateCommand::CUpdateCommand(const ServiceContext& service)
     : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)), service_(service) {}
 
 int CUpdateCommand::ProcessUpdateStart(const CUDSMsg& message) {
-    static constexpr char kTag[] = "[CUpdateCommand::ProcessUpdateStart]";
-    log_->WriteInfo("%s Update start request from ZELApp accepted", kTag);
+    const CTaggedLog log(log_, "[CUpdateCommand::ProcessUpdateStart]");
+    log.WriteInfo("Update start request from ZELApp accepted");
     const auto request = message.GetPayload();
     try {
         auto slot = service_.updates.Slot().Take();
         if (!slot || service_.device.GetStatus() == DeviceStatus::kUpdating) {
-            log_->WriteError("%s Another update processing now", kTag);
+            log.WriteError("Another update processing now");
             return -1;
         }
         auto update = std::make_unique<CUpdate>(service_, request, std::move(*slot));
@@ -49,33 +50,34 @@ int CUpdateCommand::ProcessUpdateStart(const CUDSMsg& message) {
         (void)update.release();
         return 0;
     } catch (WorkException* thrown) {
-        log_->WriteError("%s Exception: %s", kTag, TakeMessage(thrown).c_str());
+        log.WriteError("Exception: %s", TakeMessage(thrown).c_str());
     }
     CUpdate::SendNotStarted(service_, request);
     return -1;
 }
 
 int CUpdateCommand::ProcessUpdateRequestRes(const CUDSMsg& message) {
-    static constexpr char kTag[] = "[CUpdateCommand::ProcessUpdateRequestRes]";
-    log_->WriteInfo("%s Update request's response message from ZELApp", kTag);
+    const CTaggedLog log(log_, "[CUpdateCommand::ProcessUpdateRequestRes]");
+    log.WriteInfo("Update request's response message from ZELApp");
     const auto payload = message.GetPayload();
     if (payload.size() != 1) {
-        log_->WriteError("%s Data length differs from it's structure", kTag);
+        log.WriteError("Data length differs from it's structure");
         return -1;
     }
     if (payload[0] == kPossible) {
-        log_->WriteInfo("%s Update possible status", kTag);
+        log.WriteInfo("Update possible status");
     } else if (payload[0] == kImpossible) {
-        log_->WriteInfo("%s Update impossible status, send it to PC", kTag);
+        log.WriteInfo("Update impossible status, send it to PC");
         SendUpdateImpossible(service_, service_.device.GetSession());
     } else {
-        log_->WriteError("%s Unknown status", kTag);
+        log.WriteError("Unknown status");
     }
     return 0;
 }
 
 int CUpdateCommand::ProcessUpdateInfoRes(const CPCMsg& message, const SessionPtr& session) {
-    log_->WriteInfo("%s Process update image info from PC", kInfoTag);
+    const CTaggedLog log(log_, kInfoTag);
+    log.WriteInfo("Process update image info from PC");
     const auto payload = message.GetPayload();
     std::size_t expected = kFlagsSize;
     if (payload.size() >= kFlagsSize) {
@@ -85,24 +87,24 @@ int CUpdateCommand::ProcessUpdateInfoRes(const CPCMsg& message, const SessionPtr
         }
     }
     if (payload.size() < expected) {
-        log_->WriteError("%s Payload length differs from it's structure", kInfoTag);
+        log.WriteError("Payload length differs from it's structure");
         return -1;
     }
-    if (IsForeign(service_, session, kInfoTag)) {
+    if (IsForeign(service_, session, log)) {
         return -1;
     }
     std::vector<std::uint8_t> report;
     {
         const CImageGate::Visit visit(service_.updates.Gate());
         if (!visit.IsWelcome()) {
-            log_->WriteError("%s Another update processing now", kInfoTag);
+            log.WriteError("Another update processing now");
             return -1;
         }
         TakeOffers(payload);
         report = JudgeOffers(session);
     }
     if (report.empty()) {
-        log_->WriteError("%s memory allocate error for Send Update Info message", kInfoTag);
+        log.WriteError("memory allocate error for Send Update Info message");
         return -1;
     }
     SendUpdateStatus(service_, report);
@@ -110,6 +112,7 @@ int CUpdateCommand::ProcessUpdateInfoRes(const CPCMsg& message, const SessionPtr
 }
 
 void CUpdateCommand::TakeOffers(std::span<const std::uint8_t> payload) {
+    const CTaggedLog log(log_, kInfoTag);
     ImageInfos& images = service_.device.GetImageInfo();
     std::size_t offset = kFlagsSize;
     for (const ImageId offered : Wire::kImagesOfPC) {
@@ -124,7 +127,7 @@ void CUpdateCommand::TakeOffers(std::span<const std::uint8_t> payload) {
         if (image.GetCurrentVersion() < version) {
             image.NeedUpdate = true;
         }
-        log_->WriteInfo("%s %s file exists(Ver: %s)", kInfoTag, image.Row.offeredName, version.getVersion());
+        log.WriteInfo("%s file exists(Ver: %s)", image.Row.offeredName, version.getVersion());
     }
     // The XML archive is left out here; it joins the two when the images are compared for writing.
     ImageInfo& sys = images[ImageId::kSYS];
@@ -136,6 +139,7 @@ void CUpdateCommand::TakeOffers(std::span<const std::uint8_t> payload) {
 }
 
 std::vector<std::uint8_t> CUpdateCommand::JudgeOffers(const SessionPtr& session) {
+    const CTaggedLog log(log_, kInfoTag);
     const ImageInfos& images = service_.device.GetImageInfo();
     if (CountMarks(images) > 0) {
         return MakeUpdateInfo(images, Wire::kImagesOfPC);
@@ -145,16 +149,16 @@ std::vector<std::uint8_t> CUpdateCommand::JudgeOffers(const SessionPtr& session)
         service_.updates.Slot().BeginEnd();
         session->SetUpdateFlag(false);
     }
-    log_->WriteInfo("%s There is no need to update file by PC", kInfoTag);
+    log.WriteInfo("There is no need to update file by PC");
     return {kNothingToUpdate};
 }
 
 int CUpdateCommand::ProcessUpdateCancel(const CPCMsg&, const SessionPtr& session) {
-    static constexpr char kTag[] = "[CUpdateCommand::ProcessUpdateCancel]";
-    if (IsForeign(service_, session, kTag)) {
+    const CTaggedLog log(log_, "[CUpdateCommand::ProcessUpdateCancel]");
+    if (IsForeign(service_, session, log)) {
         return -1;
     }
-    log_->WriteInfo("%s Update cancel accepted", kTag);
+    log.WriteInfo("Update cancel accepted");
     service_.device.SetUpdateFlag(true);
     return 0;
 }

@@ -1,6 +1,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "common/CTaggedLog.h"
 #include "process/update/CFileSource.h"
 #include "process/update/CPackageReader.h"
 #include "process/update/CUpdateAccess.h"
@@ -20,6 +21,7 @@ constexpr char kSplitTag[] = "[CUpdateCommand::SplitSYSUpdateFile]";
 }  // namespace
 
 int CUpdateCommand::ProcessReceiveUpdateImage(const CPCMsg& message, const SessionPtr& session) {
+    const CTaggedLog log(log_, kTag);
     CImageGate& gate = service_.updates.Gate();
     const bool last = !message.GetFlag();
     if (gate.IsDropped(session, last)) {
@@ -27,7 +29,7 @@ int CUpdateCommand::ProcessReceiveUpdateImage(const CPCMsg& message, const Sessi
     }
     {
         CImageGate::Visit visit(gate);
-        if (IsForeign(service_, session, kTag) || !TakePacket(visit, message.GetPayload(), last, session)) {
+        if (IsForeign(service_, session, log) || !TakePacket(visit, message.GetPayload(), last, session)) {
             answers_.push_back(Answer::kImpossible);
             if (!last) {
                 visit.DropRest(session);
@@ -40,9 +42,10 @@ int CUpdateCommand::ProcessReceiveUpdateImage(const CPCMsg& message, const Sessi
 
 bool CUpdateCommand::TakePacket(CImageGate::Visit& visit, std::span<const std::uint8_t> payload, bool last,
                                 const SessionPtr& session) {
+    const CTaggedLog log(log_, kTag);
     CImageGate::Transfer* const transfer = visit.TransferOf(session);
     if (transfer == nullptr) {
-        log_->WriteError("%s Another update processing now", kTag);
+        log.WriteError("Another update processing now");
         return false;
     }
     std::span<const std::uint8_t> data = payload;
@@ -86,39 +89,39 @@ void CUpdateCommand::SendAnswers(const SessionPtr& session) {
 
 std::unique_ptr<CImageTransfer> CUpdateCommand::BeginImage(std::span<const std::uint8_t> payload,
                                                            const SessionPtr& session) {
+    const CTaggedLog log(log_, kTag);
     if (payload.size() < kUpdateHeaderSize) {
-        log_->WriteError("%s Payload length differs from it's structure", kTag);
+        log.WriteError("Payload length differs from it's structure");
         return nullptr;
     }
     const UpdateHeader header = ParseUpdateHeader(payload.first<kUpdateHeaderSize>());
     ImageInfo* const found = FindImage(service_.device.GetImageInfo(), header.magic);
     if (found == nullptr) {
-        log_->WriteError("%s There is no matched magic number", kTag);
+        log.WriteError("There is no matched magic number");
         ForgetImages();
         return nullptr;
     }
     if (header.size < 0) {
-        log_->WriteError("%s Update File Size is abnormal: %d bytes", kTag, header.size);
+        log.WriteError("Update File Size is abnormal: %d bytes", header.size);
         return nullptr;
     }
 
     ImageInfo& image = *found;
     image.IsFile = true;
     image.InPackage = false;
-    log_->WriteInfo("%s Matched image: (%d)", kTag, image.Number());
+    log.WriteInfo("Matched image: (%d)", image.Number());
     // An image that is sent again starts again. The count goes first, so that the new size never meets the old count.
     image.Download = 0;
     TakeHeader(image, header);
-    log_->WriteInfo("%s Update File Size: %d bytes", kTag, header.size);
-    log_->WriteInfo("%s (%d)Image version: %s", kTag, image.Number(), header.version.getVersion());
+    log.WriteInfo("Update File Size: %d bytes", header.size);
+    log.WriteInfo("(%d)Image version: %s", image.Number(), header.version.getVersion());
 
     auto transfer = std::make_unique<Transfer>(session, image, header.size);
     if (!transfer->file.IsOpen()) {
-        log_->WriteError("%s File for temporary save (%s) open error: %s", kTag, image.RawPath.c_str(),
-                         strerror(errno));
+        log.WriteError("File for temporary save (%s) open error: %s", image.RawPath.c_str(), strerror(errno));
         return nullptr;
     }
-    log_->WriteInfo("%s Tmp save file open: %s", kTag, image.RawPath.c_str());
+    log.WriteInfo("Tmp save file open: %s", image.RawPath.c_str());
     return transfer;
 }
 
@@ -132,6 +135,7 @@ void CUpdateCommand::ForgetImages() {
 }
 
 bool CUpdateCommand::StorePiece(Transfer& transfer, std::span<const std::uint8_t> data) {
+    const CTaggedLog log(log_, kTag);
     const auto room = static_cast<std::size_t>(transfer.size - transfer.received);
     if (data.size() > room) {
         LogIncomplete(transfer.size,
@@ -139,7 +143,7 @@ bool CUpdateCommand::StorePiece(Transfer& transfer, std::span<const std::uint8_t
         return false;
     }
     if (!transfer.file.Write(data)) {
-        log_->WriteError("%s Tmp save file write error: %s", kTag, strerror(errno));
+        log.WriteError("Tmp save file write error: %s", strerror(errno));
         return false;
     }
     transfer.received += static_cast<std::int32_t>(data.size());
@@ -147,9 +151,10 @@ bool CUpdateCommand::StorePiece(Transfer& transfer, std::span<const std::uint8_t
 }
 
 void CUpdateCommand::CompleteImage(Transfer& transfer) {
+    const CTaggedLog log(log_, kTag);
     const bool stored = transfer.Close();
     if (!stored) {
-        log_->WriteError("%s Tmp save file write error: %s", kTag, strerror(errno));
+        log.WriteError("Tmp save file write error: %s", strerror(errno));
     }
     const bool complete = stored && transfer.received == transfer.size;
     if (!complete) {
@@ -172,23 +177,25 @@ bool CUpdateCommand::SplitIfPackage(const ImageInfo& image) {
 }
 
 void CUpdateCommand::LogIncomplete(std::int64_t size, std::int64_t received) {
-    log_->WriteError("%s Download cannot complete: %d/%d bytes", kTag, static_cast<int>(size),
-                     static_cast<int>(received));
-    log_->WriteError("%s Downloaded size is not correspond with update file size", kTag);
+    const CTaggedLog log(log_, kTag);
+    log.WriteError("Download cannot complete: %d/%d bytes", static_cast<int>(size), static_cast<int>(received));
+    log.WriteError("Downloaded size is not correspond with update file size");
 }
 
 void CUpdateCommand::LogClosed(const ImageInfo& image) {
-    log_->WriteInfo("%s Type(%d) File(%d) NeedUpdate(%d) Size(%d) DownSize(%d) Progress(%d)", kTag, image.Number(),
-                    image.IsFile.load(), image.NeedUpdate.load(), image.FileSize.load(), image.Download.load(),
-                    image.Progress.load());
-    log_->WriteInfo("%s Tmp save file closed: %s", kTag, image.RawPath.c_str());
+    const CTaggedLog log(log_, kTag);
+    log.WriteInfo("Type(%d) File(%d) NeedUpdate(%d) Size(%d) DownSize(%d) Progress(%d)", image.Number(),
+                  image.IsFile.load(), image.NeedUpdate.load(), image.FileSize.load(), image.Download.load(),
+                  image.Progress.load());
+    log.WriteInfo("Tmp save file closed: %s", image.RawPath.c_str());
 }
 
 int CUpdateCommand::SplitSYSUpdateFile() {
+    const CTaggedLog log(log_, kSplitTag);
     const std::string& path = service_.device.GetImageInfo()[ImageId::kSYS].RawPath;
     CFileSource package(path.c_str());
     if (!package.IsOpen()) {
-        log_->WriteError("%s File for temporary save (%s) open error", kSplitTag, path.c_str());
+        log.WriteError("File for temporary save (%s) open error", path.c_str());
         return -1;
     }
     // What came of a package, or of an image, before is not this package's.
@@ -202,20 +209,21 @@ int CUpdateCommand::SplitSYSUpdateFile() {
         }
     }
     if (!reader.IsComplete()) {
-        log_->WriteError("%s Not correct file", kSplitTag);
+        log.WriteError("Not correct file");
         return -1;
     }
     return 0;
 }
 
 bool CUpdateCommand::CopySection(CByteSource& package, CPackageReader& reader) {
+    const CTaggedLog log(log_, kSplitTag);
     const auto section = reader.ReadMagic();
     switch (section) {
         case CPackageReader::Section::kCut:
-            log_->WriteError("%s file read error", kSplitTag);
+            log.WriteError("file read error");
             return false;
         case CPackageReader::Section::kWrong:
-            log_->WriteError("%s Not correct file", kSplitTag);
+            log.WriteError("Not correct file");
             return false;
         case CPackageReader::Section::kForeign:
             answers_.push_back(Answer::kUnknownSection);
@@ -223,18 +231,18 @@ bool CUpdateCommand::CopySection(CByteSource& package, CPackageReader& reader) {
         case CPackageReader::Section::kPart:
             reader.Image().NeedUpdate = true;
             reader.Image().IsFile = true;
-            log_->WriteInfo("%s Matched image: (%d)", kSplitTag, reader.Image().Number());
+            log.WriteInfo("Matched image: (%d)", reader.Image().Number());
             break;
     }
     const UpdateHeader& header = reader.Header();
     if (reader.ReadHeader() != HeaderField::kNone || header.size < 0) {
-        log_->WriteError("%s file read error", kSplitTag);
+        log.WriteError("file read error");
         return false;
     }
     if (section == CPackageReader::Section::kForeign) {
         const bool passed = package.Skip(static_cast<std::size_t>(header.size));
         if (!passed) {
-            log_->WriteError("%s file read error", kSplitTag);
+            log.WriteError("file read error");
         }
         return passed;
     }
@@ -244,19 +252,20 @@ bool CUpdateCommand::CopySection(CByteSource& package, CPackageReader& reader) {
 }
 
 bool CUpdateCommand::CopySectionData(CByteSource& package, ImageInfo& image) {
+    const CTaggedLog log(log_, kSplitTag);
     COutputFile file(image.RawPath.c_str());
     if (!file.IsOpen()) {
-        log_->WriteError("%s File for temporary save (%s) open error", kSplitTag, image.RawPath.c_str());
+        log.WriteError("File for temporary save (%s) open error", image.RawPath.c_str());
         return false;
     }
     auto left = static_cast<std::size_t>(image.FileSize);
     const Copied copied = CopyBytes(package, file, left, [&](std::int64_t count) { AddBytes(image.Download, count); });
     if (copied == Copied::kNotRead) {
-        log_->WriteError("%s file read error", kSplitTag);
+        log.WriteError("file read error");
         return false;
     }
     if (copied == Copied::kNotWritten || !file.Close()) {
-        log_->WriteError("%s file write error: %s", kSplitTag, strerror(errno));
+        log.WriteError("file write error: %s", strerror(errno));
         return false;
     }
     return true;

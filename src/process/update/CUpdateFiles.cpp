@@ -6,6 +6,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "common/CTaggedLog.h"
 #include "process/update/CUpdate.h"
 
 namespace RMUP::Process {
@@ -22,23 +23,23 @@ std::string Lowered(std::string text) {
 }  // namespace
 
 void CUpdate::DeleteRemainingFiles() {
-    static constexpr char kTag[] = "[CUpdate::DeleteRemainingFiles]";
+    const CTaggedLog log(log_, "[CUpdate::DeleteRemainingFiles]");
     for (const ImageInfo& image : images_) {
         if (unlink(image.RawPath.c_str()) != 0) {
-            log_->WriteError("%s Remove %s file error: %s", kTag, image.RawPath.c_str(), strerror(errno));
+            log.WriteError("Remove %s file error: %s", image.RawPath.c_str(), strerror(errno));
         }
     }
 }
 
 int CUpdate::GetFileHeaderInfoFromUSB(ImageInfo& image, CFileSource& file) {
+    const CTaggedLog log(log_, kHeaderTag);
     UpdateHeader header;
     if (!ReadMagic(file, header.magic)) {
-        log_->WriteError("%s read file error", kHeaderTag);
+        log.WriteError("read file error");
         return -1;
     }
     if (header.magic != image.Magic) {
-        log_->WriteError("%s %s file's magic number(%s) compare failed", kHeaderTag, image.FilePath.c_str(),
-                         header.magic.c_str());
+        log.WriteError("%s file's magic number(%s) compare failed", image.FilePath.c_str(), header.magic.c_str());
         return -1;
     }
     const HeaderField missing = ReadHeaderAfterMagic(file, header);
@@ -46,14 +47,15 @@ int CUpdate::GetFileHeaderInfoFromUSB(ImageInfo& image, CFileSource& file) {
 }
 
 bool CUpdate::TakeHeaderFromUSB(ImageInfo& image, const UpdateHeader& header, HeaderField missing) {
+    const CTaggedLog log(log_, kHeaderTag);
     const char* name = image.FilePath.c_str();
     if (missing == HeaderField::kSize) {
-        log_->WriteError("%s read file error", kHeaderTag);
+        log.WriteError("read file error");
         return false;
     }
-    log_->WriteInfo("%s (%s) Update File Size: %d", kHeaderTag, name, header.size);
+    log.WriteInfo("(%s) Update File Size: %d", name, header.size);
     if (header.size < 0) {
-        log_->WriteError("%s (%s) Update File Size is abnormal", kHeaderTag, name);
+        log.WriteError("(%s) Update File Size is abnormal", name);
         return false;
     }
     image.FileSize = header.size;
@@ -61,7 +63,7 @@ bool CUpdate::TakeHeaderFromUSB(ImageInfo& image, const UpdateHeader& header, He
         image.SetNewVersion(header.version);
     }
     if (missing != HeaderField::kNone) {
-        log_->WriteError("%s read file error", kHeaderTag);
+        log.WriteError("read file error");
         return false;
     }
     image.SetTail(header.tail);
@@ -69,25 +71,25 @@ bool CUpdate::TakeHeaderFromUSB(ImageInfo& image, const UpdateHeader& header, He
 }
 
 int CUpdate::GetPackageVersion(const ImageInfo& app, CFileSource& file) {
-    static constexpr char kTag[] = "[CUpdate::GetPackageVersion]";
+    const CTaggedLog log(log_, "[CUpdate::GetPackageVersion]");
     package_ = {};
     const off_t position = file.Tell();
     if (position < 0) {
-        log_->WriteError("%s ftell error: %s", kTag, strerror(errno));
+        log.WriteError("ftell error: %s", strerror(errno));
         return -1;
     }
     if (!file.Seek(PackageBlockOffset(app.FileSize))) {
-        log_->WriteError("%s file seek error: %s", kTag, strerror(errno));
+        log.WriteError("file seek error: %s", strerror(errno));
         return -1;
     }
     const PackageBlock block = ReadPackageBlock(file);
     for (const ImageId image : Wire::kBlockImages) {
         if (!block.has[image]) {
-            log_->WriteError("%s read %s version from file error", kTag, Lowered(Wire::RowOf(image).name).c_str());
+            log.WriteError("read %s version from file error", Lowered(Wire::RowOf(image).name).c_str());
         }
     }
     if (!file.Seek(position)) {
-        log_->WriteError("%s file seek error: %s", kTag, strerror(errno));
+        log.WriteError("file seek error: %s", strerror(errno));
         return -1;
     }
 
@@ -95,31 +97,30 @@ int CUpdate::GetPackageVersion(const ImageInfo& app, CFileSource& file) {
     if (read == std::ssize(Wire::kBlockImages)) {
         package_ = block.versions;
         for (const ImageId image : Wire::kBlockImages) {
-            log_->WriteInfo("%s package version [%s] : %s", kTag, Wire::RowOf(image).name,
-                            package_[image].getVersion());
+            log.WriteInfo("package version [%s] : %s", Wire::RowOf(image).name, package_[image].getVersion());
         }
         return 0;
     }
     if (read == 0) {
-        log_->WriteInfo("%s It is old SW image (containing no package info)", kTag);
+        log.WriteInfo("It is old SW image (containing no package info)");
         return 0;
     }
-    log_->WriteError("%s file seek error: %s", kTag, strerror(errno));
+    log.WriteError("file seek error: %s", strerror(errno));
     return -1;
 }
 
 int CUpdate::CheckPackageVersion() {
-    static constexpr char kTag[] = "[CUpdate::CheckPackageVersion]";
+    const CTaggedLog log(log_, "[CUpdate::CheckPackageVersion]");
     const auto differs = [this](ImageId image) { return images_[image].GetNewVersion() != package_[image]; };
     if (std::ranges::any_of(Wire::kBlockImages, differs)) {
-        log_->WriteError("%s package version is differ from USB files' version", kTag);
+        log.WriteError("package version is differ from USB files' version");
         return -1;
     }
     return 0;
 }
 
 int CUpdate::CompareVersion(Comparison comparison) {
-    static constexpr char kTag[] = "[CUpdate::CompareVersion]";
+    const CTaggedLog log(log_, "[CUpdate::CompareVersion]");
     const bool strict = comparison == Comparison::kStrict;
     int count = 0;
     for (ImageInfo& image : images_) {
@@ -134,8 +135,8 @@ int CUpdate::CompareVersion(Comparison comparison) {
             ++count;
         }
         const char* const relation = wanted ? (strict ? "<" : "<=") : (strict ? ">=" : ">");
-        log_->WriteInfo("%s %s: [OLD:%s] %s [NEW:%s]", kTag, image.Magic.c_str(), installed.getVersion(), relation,
-                        offered.getVersion());
+        log.WriteInfo("%s: [OLD:%s] %s [NEW:%s]", image.Magic.c_str(), installed.getVersion(), relation,
+                      offered.getVersion());
     }
     return count + CoupleRelease(images_);
 }

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <thread>
 
+#include "common/CTaggedLog.h"
 #include "net/CConnectionMonitor.h"
 #include "process/update/CUpdate.h"
 #include "process/update/CUpdateAccess.h"
@@ -50,12 +51,13 @@ std::int64_t ReceivedTotal(const ImageInfos& images) {
 }  // namespace
 
 int CUpdate::DownloadByPCMonitor() {
-    log_->WriteInfo("%s Download monitoring start (by PC)", kByPCTag);
+    const CTaggedLog log(log_, kByPCTag);
+    log.WriteInfo("Download monitoring start (by PC)");
     if (!WaitForOffers()) {
         return -1;
     }
     if (CompareVersion(Comparison::kStrict) == 0) {
-        log_->WriteInfo("%s No need to update by PC", kByPCTag);
+        log.WriteInfo("No need to update by PC");
         SendUDSUpdateError(kNothingToUpdate);
         return -1;
     }
@@ -64,7 +66,7 @@ int CUpdate::DownloadByPCMonitor() {
             return -1;
         }
     }
-    log_->WriteInfo("%s Download update image by PC completed", kByPCTag);
+    log.WriteInfo("Download update image by PC completed");
     return 0;
 }
 
@@ -105,8 +107,8 @@ bool CUpdate::RequestImage(const ImageInfo& image) {
 }
 
 int CUpdate::DownloadFromPCMonitor() {
-    static constexpr char kTag[] = "[CUpdate::DownloadFromPCMonitor]";
-    log_->WriteInfo("%s Download monitoring start (from PC)", kTag);
+    const CTaggedLog log(log_, "[CUpdate::DownloadFromPCMonitor]");
+    log.WriteInfo("Download monitoring start (from PC)");
     std::int64_t before = 0;
     std::int64_t total = 0;
     int stalled = 0;
@@ -114,7 +116,7 @@ int CUpdate::DownloadFromPCMonitor() {
         SendUDSUpdateStatus();
         if (total == before) {
             ++stalled;
-            log_->WriteInfo("%s download delayed (%d counts)", kTag, stalled);
+            log.WriteInfo("download delayed (%d counts)", stalled);
         } else {
             stalled = 0;
         }
@@ -124,7 +126,7 @@ int CUpdate::DownloadFromPCMonitor() {
         }
         const bool complete = IsPushComplete(images_);
         if (complete) {
-            log_->WriteInfo("%s Download update image from PC complete", kTag);
+            log.WriteInfo("Download update image from PC complete");
         }
         sleep(kRoundSeconds);
         before = total;

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "common/CTaggedLog.h"
 #include "config/CConfigMgr.h"
 #include "net/SocketSetup.h"
 #include "process/update/CUpdate.h"
@@ -30,12 +31,12 @@ constexpr char kQCPathVeterinary[] = "/n62v_vorn/control_material.xml";
 }  // namespace
 
 CUpdate::Connection CUpdate::ConnectUpdateServer() {
-    static constexpr char kTag[] = "[CUpdate::ConnectUpdateServer]";
+    const CTaggedLog log(log_, "[CUpdate::ConnectUpdateServer]");
     const std::string host = service_.config.GetContents(ConfigKey::kUpdateURL);
     // Its result is the process's one; only the update worker asks.
     const hostent* entry = gethostbyname(host.c_str());
     if (entry == nullptr || entry->h_addrtype != AF_INET || entry->h_addr_list[0] == nullptr) {
-        log_->WriteError("%s get IP from domain", kTag);
+        log.WriteError("get IP from domain");
         return nullptr;
     }
     sockaddr_in server{};
@@ -45,36 +46,37 @@ CUpdate::Connection CUpdate::ConnectUpdateServer() {
 
     CDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (!socket.IsOpen()) {
-        log_->WriteError("%s Socket open", kTag);
+        log.WriteError("Socket open");
         return nullptr;
     }
     if (Net::SetSocketTimeout(socket.Get(), SO_SNDTIMEO, kTimeoutSeconds) != 0) {
-        log_->WriteError("%s Set send timeout error: %s", kTag, strerror(errno));
+        log.WriteError("Set send timeout error: %s", strerror(errno));
     }
     if (Net::SetSocketTimeout(socket.Get(), SO_RCVTIMEO, kTimeoutSeconds) != 0) {
-        log_->WriteError("%s Set receive timeout error: %s", kTag, strerror(errno));
+        log.WriteError("Set receive timeout error: %s", strerror(errno));
     }
     if (connect(socket.Get(), reinterpret_cast<const sockaddr*>(&server), sizeof(server)) != 0) {
-        log_->WriteError("%s Connect", kTag);
+        log.WriteError("Connect");
         return nullptr;
     }
-    log_->WriteInfo("%s Connect success", kTag);
+    log.WriteInfo("Connect success");
     return std::make_unique<CHttpConnection>(std::move(socket), kHeaderLimit);
 }
 
-bool CUpdate::SendRequest(CHttpConnection& connection, const std::string& request, const char* tag) {
+bool CUpdate::SendRequest(CHttpConnection& connection, const std::string& request, const CTaggedLog& log) {
     const bool sent = connection.Send(request);
     if (!sent) {
-        log_->WriteError("%s send message error", tag);
+        log.WriteError("send message error");
     }
     return sent;
 }
 
-bool CUpdate::DownloadDocument(CHttpConnection& connection, const char* path, std::string& body, const char* tag) {
+bool CUpdate::DownloadDocument(CHttpConnection& connection, const char* path, std::string& body,
+                               const CTaggedLog& log) {
     HttpEnd end;
     if (!SendRequest(connection, MakeServerRequest(service_.config.GetContents(ConfigKey::kUpdateURL), path, kHttp11),
-                     tag) ||
-        !ReadDocumentHeader(connection, end, tag)) {
+                     log) ||
+        !ReadDocumentHeader(connection, end, log)) {
         return false;
     }
     connection.SetLimit(kBodyLimit);
@@ -82,38 +84,38 @@ bool CUpdate::DownloadDocument(CHttpConnection& connection, const char* path, st
         case HttpBody::kWhole:
             return true;
         case HttpBody::kInvalid:
-            log_->WriteError("%s Invalid contents length", tag);
+            log.WriteError("Invalid contents length");
             break;
         case HttpBody::kLost:
-            log_->WriteError(errno == 0 ? "%s Peer connection shutdown" : "%s Cannot receive data", tag);
+            log.WriteError(errno == 0 ? "Peer connection shutdown" : "Cannot receive data");
             break;
     }
     return false;
 }
 
-bool CUpdate::ReadDocumentHeader(CHttpConnection& connection, HttpEnd& end, const char* tag) {
-    log_->WriteInfo("%s Download HTTP header start", tag);
+bool CUpdate::ReadDocumentHeader(CHttpConnection& connection, HttpEnd& end, const CTaggedLog& log) {
+    log.WriteInfo("Download HTTP header start");
     std::string header;
     if (!ReadHttpHeader(connection, header)) {
-        log_->WriteError("%s recv fail", tag);
+        log.WriteError("recv fail");
         return false;
     }
-    log_->WriteInfo("%s HTTP header receive complete", tag);
+    log.WriteInfo("HTTP header receive complete");
     const HttpLength found = ParseLength(header, end);
     if (found == HttpLength::kMissing || IsHttpRefusal(header)) {
-        log_->WriteError("%s Invalid HTTP header received", tag);
+        log.WriteError("Invalid HTTP header received");
         return false;
     }
     if (found == HttpLength::kInvalid) {
-        log_->WriteError("%s Invalid contents length", tag);
+        log.WriteError("Invalid contents length");
         return false;
     }
     return true;
 }
 
 int CUpdate::DownloadUpdateInfoXML(CHttpConnection& connection, std::string& text) {
-    static constexpr char kTag[] = "[CUpdate::DownloadUpdateInfoXML]";
-    if (!DownloadDocument(connection, kInfoPath, text, kTag)) {
+    const CTaggedLog log(log_, "[CUpdate::DownloadUpdateInfoXML]");
+    if (!DownloadDocument(connection, kInfoPath, text, log)) {
         return -1;
     }
     // The document is a text: it ends at a zero byte.
@@ -122,21 +124,21 @@ int CUpdate::DownloadUpdateInfoXML(CHttpConnection& connection, std::string& tex
 }
 
 int CUpdate::DownloadQCMaterialXML(CHttpConnection& connection, const char* targetPath) {
-    static constexpr char kTag[] = "[CUpdate::DownloadQCMaterialXML]";
+    const CTaggedLog log(log_, "[CUpdate::DownloadQCMaterialXML]");
     const char* path = device_.GetModelType() == kVeterinaryModel ? kQCPathVeterinary : kQCPathHuman;
     // The document of an earlier download must not pass for this one.
     remove(targetPath);
     std::string body;
-    if (!DownloadDocument(connection, path, body, kTag)) {
+    if (!DownloadDocument(connection, path, body, log)) {
         return -1;
     }
     COutputFile file(targetPath);
     if (!file.IsOpen()) {
-        log_->WriteError("%s New file open error", kTag);
+        log.WriteError("New file open error");
         return -1;
     }
     if (!file.Write({reinterpret_cast<const std::uint8_t*>(body.data()), body.size()}) || !file.Close()) {
-        log_->WriteError("%s file write error: %s", kTag, strerror(errno));
+        log.WriteError("file write error: %s", strerror(errno));
         remove(targetPath);
         return -1;
     }
@@ -144,11 +146,12 @@ int CUpdate::DownloadQCMaterialXML(CHttpConnection& connection, const char* targ
 }
 
 int CUpdate::GetUpdateInfoFromNet() {
+    const CTaggedLog log(log_, kInfoTag);
     std::string text;
     {
         const Connection connection = ConnectUpdateServer();
         if (connection == nullptr) {
-            log_->WriteError("%s Connect to update server failed", kInfoTag);
+            log.WriteError("Connect to update server failed");
             return -1;
         }
         if (DownloadUpdateInfoXML(*connection, text) != 0) {
@@ -163,7 +166,7 @@ int CUpdate::GetUpdateInfoFromNet() {
     for (const ImageOffer& offer : info.offers) {
         ImageInfo& image = images_[offer.image];
         if (*image.Row.serverPath.human == '\0') {
-            log_->WriteInfo("%s <%s> is not taken from the update server", kInfoTag, offer.name.c_str());
+            log.WriteInfo("<%s> is not taken from the update server", offer.name.c_str());
             continue;
         }
         image.IsFile = true;
@@ -174,24 +177,25 @@ int CUpdate::GetUpdateInfoFromNet() {
 }
 
 bool CUpdate::IsUsable(const UpdateInfo& info) {
+    const CTaggedLog log(log_, kInfoTag);
     if (info.error == UpdateInfoError::kNoModels) {
-        log_->WriteError("%s NULL pointer of 'NodeList *' is returned", kInfoTag);
+        log.WriteError("NULL pointer of 'NodeList *' is returned");
         return false;
     }
     if (info.error == UpdateInfoError::kOtherModels) {
-        log_->WriteError("%s Cannot find model information from XML", kInfoTag);
+        log.WriteError("Cannot find model information from XML");
         return false;
     }
-    log_->WriteInfo("%s Find %s model information", kInfoTag, info.model.c_str());
+    log.WriteInfo("Find %s model information", info.model.c_str());
     for (const ImageOffer& offer : info.offers) {
-        log_->WriteInfo("%s <%s> <VER:%s>", kInfoTag, offer.name.c_str(), offer.version.getVersion());
+        log.WriteInfo("<%s> <VER:%s>", offer.name.c_str(), offer.version.getVersion());
     }
     if (info.error == UpdateInfoError::kAbnormal) {
-        log_->WriteError("%s Maybe abnormal XML is loaded", kInfoTag);
+        log.WriteError("Maybe abnormal XML is loaded");
         return false;
     }
     if (info.error == UpdateInfoError::kUnknownName) {
-        log_->WriteError("%s Cannot find update module name", kInfoTag);
+        log.WriteError("Cannot find update module name");
         return false;
     }
     return true;

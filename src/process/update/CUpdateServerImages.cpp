@@ -1,6 +1,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "common/CTaggedLog.h"
 #include "config/CConfigMgr.h"
 #include "process/update/CPackageReader.h"
 #include "process/update/CUpdate.h"
@@ -17,20 +18,22 @@ constexpr char kTag[] = "[CUpdate::DownloadContentsFromNet]";
 }  // namespace
 
 int CUpdate::DownloadContentsFromNet() {
+    const CTaggedLog log(log_, kTag);
     for (ImageInfo& image : images_) {
         if (!image.NeedUpdate) {
             continue;
         }
         if (!DownloadImageFromNet(image)) {
-            log_->WriteError("%s Download file error", kTag);
+            log.WriteError("Download file error");
             return -1;
         }
-        log_->WriteInfo("%s %s file download complete", kTag, image.FileName.c_str());
+        log.WriteInfo("%s file download complete", image.FileName.c_str());
     }
     return 0;
 }
 
 bool CUpdate::DownloadImageFromNet(ImageInfo& image) {
+    const CTaggedLog log(log_, kTag);
     const Connection connection = ConnectUpdateServer();
     if (connection == nullptr) {
         return false;
@@ -38,19 +41,19 @@ bool CUpdate::DownloadImageFromNet(ImageInfo& image) {
     // The protocol version that has no answers in pieces: the body must be the image and nothing else.
     const std::string request =
         MakeServerRequest(service_.config.GetContents(ConfigKey::kUpdateURL), image.ServerPath, kHttp10);
-    log_->WriteInfo("%s Send to update server: %s", kTag, request.c_str());
-    if (!SendRequest(*connection, request, kTag) || !RemoveReceivingHeader(*connection)) {
+    log.WriteInfo("Send to update server: %s", request.c_str());
+    if (!SendRequest(*connection, request, log) || !RemoveReceivingHeader(*connection)) {
         return false;
     }
 
     UpdateHeader header;
     const char* name = image.FileName.c_str();
     if (!ReadMagic(*connection, header.magic)) {
-        log_->WriteError("%s recv error during download %s file's magic", kTag, name);
+        log.WriteError("recv error during download %s file's magic", name);
         return false;
     }
     if (header.magic != image.Magic) {
-        log_->WriteError("%s %s file's magic number(%s) compare failed", kTag, name, header.magic.c_str());
+        log.WriteError("%s file's magic number(%s) compare failed", name, header.magic.c_str());
         return false;
     }
     const HeaderField missing = ReadHeaderAfterMagic(*connection, header);
@@ -58,7 +61,7 @@ bool CUpdate::DownloadImageFromNet(ImageInfo& image) {
         return false;
     }
     if (header.version != image.GetNewVersion()) {
-        log_->WriteError("%s Update xml version and internal file version are different each other", kTag);
+        log.WriteError("Update xml version and internal file version are different each other");
         return false;
     }
     TakeHeader(image, header);
@@ -67,10 +70,10 @@ bool CUpdate::DownloadImageFromNet(ImageInfo& image) {
 }
 
 bool CUpdate::RemoveReceivingHeader(CHttpConnection& connection) {
-    static constexpr char kHeaderTag[] = "[CUpdate::RemoveReceivingHeader]";
+    const CTaggedLog log(log_, "[CUpdate::RemoveReceivingHeader]");
     std::string header;
     if (!ReadHttpHeader(connection, header)) {
-        log_->WriteError("%s recv error during HTTP header", kHeaderTag);
+        log.WriteError("recv error during HTTP header");
         return false;
     }
     connection.SetLimit(kBodyLimit);
@@ -78,37 +81,39 @@ bool CUpdate::RemoveReceivingHeader(CHttpConnection& connection) {
 }
 
 bool CUpdate::IsWholeHeader(const ImageInfo& image, const UpdateHeader& header, HeaderField missing) {
+    const CTaggedLog log(log_, kTag);
     const char* name = image.FileName.c_str();
     switch (missing) {
         case HeaderField::kSize:
-            log_->WriteError("%s recv error during download %s file's length", kTag, name);
+            log.WriteError("recv error during download %s file's length", name);
             return false;
         case HeaderField::kVersion:
-            log_->WriteError("%s recv error during download %s file's version", kTag, name);
+            log.WriteError("recv error during download %s file's version", name);
             return false;
         case HeaderField::kTail:
-            log_->WriteError("%s recv error during download %s file's checksum", kTag, name);
+            log.WriteError("recv error during download %s file's checksum", name);
             return false;
         case HeaderField::kNone:
             break;
     }
     if (header.size < 0) {
-        log_->WriteError("%s (%s) Update File Size is abnormal: %d", kTag, name, header.size);
+        log.WriteError("(%s) Update File Size is abnormal: %d", name, header.size);
         return false;
     }
     return true;
 }
 
 bool CUpdate::DownloadPackageFromNet(CHttpConnection& connection, const ImageInfo& package) {
+    const CTaggedLog log(log_, kTag);
     CPackageReader reader(connection, images_);
     while (!reader.IsComplete()) {
         const auto section = reader.ReadMagic();
         if (section == CPackageReader::Section::kCut) {
-            log_->WriteError("%s recv error during download %s file's magic", kTag, package.FileName.c_str());
+            log.WriteError("recv error during download %s file's magic", package.FileName.c_str());
             return false;
         }
         if (section != CPackageReader::Section::kPart) {
-            log_->WriteError("%s Not correct file", kTag);
+            log.WriteError("Not correct file");
             return false;
         }
         ImageInfo& image = reader.Image();
@@ -117,8 +122,8 @@ bool CUpdate::DownloadPackageFromNet(CHttpConnection& connection, const ImageInf
             return false;
         }
         TakeHeader(image, reader.Header());
-        log_->WriteInfo("%s SYS Subfile Info\n<Magic:%s><Ver:%s><Size:%d>", kTag, image.Magic.c_str(),
-                        reader.Header().version.getVersion(), reader.Header().size);
+        log.WriteInfo("SYS Subfile Info\n<Magic:%s><Ver:%s><Size:%d>", image.Magic.c_str(),
+                      reader.Header().version.getVersion(), reader.Header().size);
         if (!DownloadToFile(connection, image)) {
             return false;
         }
@@ -130,35 +135,36 @@ bool CUpdate::DownloadPackageFromNet(CHttpConnection& connection, const ImageInf
 }
 
 bool CUpdate::DownloadToFile(CHttpConnection& connection, ImageInfo& image) {
+    const CTaggedLog log(log_, kTag);
     COutputFile file(image.RawPath.c_str());
     if (!file.IsOpen()) {
-        log_->WriteError("%s New file open error", kTag);
+        log.WriteError("New file open error");
         return false;
     }
     if (DownloadFile(connection, file, image) != 0) {
         return false;
     }
     if (!file.Close()) {
-        log_->WriteError("%s file write error: %s", kTag, strerror(errno));
+        log.WriteError("file write error: %s", strerror(errno));
         return false;
     }
     CountHeader(images_, image, &ImageInfo::Download);
-    log_->WriteInfo("%s %s file copy complete", kTag, image.RawPath.c_str());
+    log.WriteInfo("%s file copy complete", image.RawPath.c_str());
     return true;
 }
 
 int CUpdate::DownloadFile(CHttpConnection& connection, COutputFile& file, ImageInfo& image) {
-    static constexpr char kFileTag[] = "[CUpdate::DownloadFile]";
+    const CTaggedLog log(log_, "[CUpdate::DownloadFile]");
     auto left = static_cast<std::size_t>(image.FileSize);
     const Copied copied = CopyBytes(connection, file, left, [&](std::int64_t count) {
         Count(images_, image, &ImageInfo::Download, count);
-        log_->WriteInfo("%s Type(%d) Downloaded size: %d", kFileTag, image.Number(), image.Download.load());
+        log.WriteInfo("Type(%d) Downloaded size: %d", image.Number(), image.Download.load());
         SendUDSUpdateStatus();
     });
     if (copied == Copied::kNotRead) {
-        log_->WriteError("%s recv error: %s", kFileTag, strerror(errno == 0 ? ECONNRESET : errno));
+        log.WriteError("recv error: %s", strerror(errno == 0 ? ECONNRESET : errno));
     } else if (copied == Copied::kNotWritten) {
-        log_->WriteError("%s file write error: %s", kFileTag, strerror(errno));
+        log.WriteError("file write error: %s", strerror(errno));
     }
     return copied == Copied::kWhole ? 0 : -1;
 }

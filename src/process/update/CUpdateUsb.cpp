@@ -6,6 +6,7 @@
 #include <iterator>
 #include <string_view>
 
+#include "common/CTaggedLog.h"
 #include "common/Shell.h"
 #include "platform/upgrade.h"
 #include "process/update/CPackageReader.h"
@@ -34,33 +35,34 @@ constexpr char kLogo[] = "/tmp/zel_logo.n62v.bin";
 }  // namespace
 
 int CUpdate::MountUSB(bool mount, const char* mountPoint) {
-    static constexpr char kTag[] = "[CUpdate::MountUSB]";
+    const CTaggedLog log(log_, "[CUpdate::MountUSB]");
     char point[256] = "";
     std::string_view(mountPoint).copy(point, sizeof(point) - 1);
     if (!mount) {
         usbMount(0, point);
-        log_->WriteInfo("%s USB unmounted", kTag);
+        log.WriteInfo("USB unmounted");
         return 0;
     }
-    log_->WriteInfo("%s Try mount USB", kTag);
+    log.WriteInfo("Try mount USB");
     for (int count = 1; checkUsbConnect() == kNoStick; ++count) {
-        log_->WriteInfo("%s USB isn't connected, retry count(%d)", kTag, count);
+        log.WriteInfo("USB isn't connected, retry count(%d)", count);
         sleep(kPauseSeconds);
         if (count == kConnectionTries) {
-            log_->WriteError("%s Cannot find USB connection", kTag);
+            log.WriteError("Cannot find USB connection");
             return -1;
         }
-        log_->WriteInfo("%s Try mount USB", kTag);
+        log.WriteInfo("Try mount USB");
     }
     if (usbMount(1, point) == kMountFailed) {
-        log_->WriteError("%s USB mount failed", kTag);
+        log.WriteError("USB mount failed");
         return -1;
     }
-    log_->WriteInfo("%s USB mount success", kTag);
+    log.WriteInfo("USB mount success");
     return 0;
 }
 
 int CUpdate::GetFileInfo() {
+    const CTaggedLog log(log_, kInfoTag);
     int retries = 0;
     int count = 0;
     for (ImageInfo& image : images_) {
@@ -70,35 +72,36 @@ int CUpdate::GetFileInfo() {
     const auto together =
         std::ranges::count_if(Wire::kReleaseImages, [this](ImageId image) { return images_[image].IsFile.load(); });
     if (together != 0 && together != std::ssize(Wire::kReleaseImages)) {
-        log_->WriteError("%s Sys & App & XML images must be together", kInfoTag);
+        log.WriteError("Sys & App & XML images must be together");
         return 0;
     }
     if (package_ != PackageVersions{} && CheckPackageVersion() != 0) {
-        log_->WriteError("%s USB file is differ from package version.", kInfoTag);
+        log.WriteError("USB file is differ from package version.");
         return -1;
     }
     return count;
 }
 
 bool CUpdate::ReadFileInfo(ImageInfo& image, int& retries) {
+    const CTaggedLog log(log_, kInfoTag);
     for (;;) {
         CFileSource file(image.FilePath.c_str());
         if (!file.IsOpen()) {
-            log_->WriteInfo("%s %s file doesn't exist.", kInfoTag, image.FilePath.c_str());
+            log.WriteInfo("%s file doesn't exist.", image.FilePath.c_str());
             return false;
         }
         if (GetFileHeaderInfoFromUSB(image, file) == 0 &&
             (image.Row.id != ImageId::kApp || GetPackageVersion(image, file) == 0)) {
             image.IsFile = true;
-            log_->WriteInfo("%s UPDATE FILE Info\n<Magic:%s><Ver:%s><Size:%d>", kInfoTag, image.Magic.c_str(),
-                            image.GetNewVersion().getVersion(), image.FileSize.load());
+            log.WriteInfo("UPDATE FILE Info\n<Magic:%s><Ver:%s><Size:%d>", image.Magic.c_str(),
+                          image.GetNewVersion().getVersion(), image.FileSize.load());
             return true;
         }
         if (retries >= kFileRetries) {
             return false;
         }
         ++retries;
-        log_->WriteInfo("%s Retry reading usb file(%d time(s)).", kInfoTag, retries);
+        log.WriteInfo("Retry reading usb file(%d time(s)).", retries);
     }
 }
 
@@ -121,12 +124,13 @@ int CUpdate::CopyContentsFromUSB() {
 }
 
 bool CUpdate::OpenData(const ImageInfo& image, CFileSource& source) {
+    const CTaggedLog log(log_, kContentsTag);
     if (!source.IsOpen()) {
-        log_->WriteError("%s File(Type:%d) open error", kContentsTag, image.Number());
+        log.WriteError("File(Type:%d) open error", image.Number());
         return false;
     }
     if (!source.Seek(kUpdateHeaderSize)) {
-        log_->WriteError("%s file seek error: %s", kContentsTag, strerror(errno));
+        log.WriteError("file seek error: %s", strerror(errno));
         return false;
     }
     return true;
@@ -152,13 +156,14 @@ bool CUpdate::CopyPackageFromUSB(const ImageInfo& package) {
 }
 
 bool CUpdate::CopySectionFromUSB(CFileSource& source, CPackageReader& reader) {
+    const CTaggedLog log(log_, kContentsTag);
     const auto section = reader.ReadMagic();
     if (section == CPackageReader::Section::kCut) {
-        log_->WriteError("%s file read error", kContentsTag);
+        log.WriteError("file read error");
         return false;
     }
     if (section != CPackageReader::Section::kPart) {
-        log_->WriteError("%s Not correct file", kContentsTag);
+        log.WriteError("Not correct file");
         return false;
     }
     ImageInfo& image = reader.Image();
@@ -166,8 +171,8 @@ bool CUpdate::CopySectionFromUSB(CFileSource& source, CPackageReader& reader) {
     if (!TakeHeaderFromUSB(image, reader.Header(), missing)) {
         return false;
     }
-    log_->WriteInfo("%s SYS Subfile Info\n<Magic:%s><Ver:%s><Size:%d>", kContentsTag, image.Magic.c_str(),
-                    image.GetNewVersion().getVersion(), image.FileSize.load());
+    log.WriteInfo("SYS Subfile Info\n<Magic:%s><Ver:%s><Size:%d>", image.Magic.c_str(),
+                  image.GetNewVersion().getVersion(), image.FileSize.load());
     if (!CopyToFile(source, image)) {
         return false;
     }
@@ -178,22 +183,23 @@ bool CUpdate::CopySectionFromUSB(CFileSource& source, CPackageReader& reader) {
 }
 
 bool CUpdate::CopyToFile(CFileSource& source, ImageInfo& image) {
+    const CTaggedLog log(log_, kContentsTag);
     COutputFile file(image.RawPath.c_str());
     if (!file.IsOpen()) {
-        log_->WriteError("%s New file open error", kContentsTag);
+        log.WriteError("New file open error");
         return false;
     }
     if (CopyFile(source, file, image) != 0) {
-        log_->WriteError("%s Update file copy error", kContentsTag);
+        log.WriteError("Update file copy error");
         return false;
     }
-    log_->WriteInfo("%s %s file copy complete", kContentsTag, image.RawPath.c_str());
+    log.WriteInfo("%s file copy complete", image.RawPath.c_str());
     return true;
 }
 
 int CUpdate::CopyFile(CFileSource& source, COutputFile& destination, ImageInfo& image) {
-    static constexpr char kTag[] = "[CUpdate::CopyFile]";
-    log_->WriteInfo("%s Copy file[%d] start", kTag, image.Number());
+    const CTaggedLog log(log_, "[CUpdate::CopyFile]");
+    log.WriteInfo("Copy file[%d] start", image.Number());
     const auto count = [&](std::int64_t bytes) {
         Count(images_, image, &ImageInfo::Download, bytes);
         SendUDSUpdateStatus();
@@ -202,7 +208,7 @@ int CUpdate::CopyFile(CFileSource& source, COutputFile& destination, ImageInfo& 
     Copied copied = CopyBytes(source, destination, left, count);
     for (int retries = 1; copied == Copied::kNotRead; ++retries) {
         if (retries > kReadRetries) {
-            log_->WriteError("%s %d retry, but file read error occured", kTag, retries);
+            log.WriteError("%d retry, but file read error occured", retries);
             return -1;
         }
         sleep(kPauseSeconds);
@@ -212,7 +218,7 @@ int CUpdate::CopyFile(CFileSource& source, COutputFile& destination, ImageInfo& 
         CountHeader(images_, image, &ImageInfo::Download);
     }
     if (copied == Copied::kNotWritten || !destination.Close()) {
-        log_->WriteError("%s file write error: %s", kTag, strerror(errno));
+        log.WriteError("file write error: %s", strerror(errno));
         return -1;
     }
     return 0;

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <memory>
 
+#include "common/CTaggedLog.h"
 #include "common/Shell.h"
 #include "platform/upgrade.h"
 #include "process/update/CUpdate.h"
@@ -25,9 +26,10 @@ constexpr char kLogo[] = "/tmp/zel_logo.n62v.bin";
 }  // namespace
 
 int CUpdate::WriteImage() {
+    const CTaggedLog log(log_, kTag);
     SkipWhatIsNotWritten();
     if (const ImageInfo* const image = FindIncomplete(images_); image != nullptr) {
-        log_->WriteError("%s ID(%d) is not received completely, nothing is written", kTag, image->Number());
+        log.WriteError("ID(%d) is not received completely, nothing is written", image->Number());
         return -1;
     }
     for (const ImageInfo& image : images_) {
@@ -46,6 +48,7 @@ int CUpdate::WriteImage() {
 }
 
 bool CUpdate::Install(ImageInfo& image) {
+    const CTaggedLog log(log_, kTag);
     switch (image.Row.installation) {
         case Wire::Installation::kBlocks:
             return WriteBlocks(image);
@@ -55,7 +58,7 @@ bool CUpdate::Install(ImageInfo& image) {
         case Wire::Installation::kZELApp:
             image.Written = image.FileSize.load();
             SendUDSUpdateStatus();
-            log_->WriteInfo("%s DSP update request to ZELApp by update status protocol", kTag);
+            log.WriteInfo("DSP update request to ZELApp by update status protocol");
             break;
         case Wire::Installation::kItsParts:
             break;
@@ -64,24 +67,26 @@ bool CUpdate::Install(ImageInfo& image) {
 }
 
 void CUpdate::SkipWhatIsNotWritten() {
+    const CTaggedLog log(log_, kTag);
     ImageInfo& dsp = images_[ImageId::kDSP];
     if (dsp.NeedUpdate && dsp.FileSize == 0) {
         // The PC offers a DSP image with the others but is not asked for it: there is nothing to install and nothing to
         // record.
         dsp.NeedUpdate = false;
-        log_->WriteInfo("%s DSP update skip(image is not received.)", kTag);
+        log.WriteInfo("DSP update skip(image is not received.)");
     }
     for (const ImageId part : Wire::kSYSParts) {
         // Alone it would lie in a partition that nothing switches to.
         ImageInfo& image = images_[part];
         if (image.NeedUpdate && !images_[ImageId::kSYS].NeedUpdate) {
             image.NeedUpdate = false;
-            log_->WriteInfo("%s ID(%d) update skip(image is not of a SYS package.)", kTag, image.Number());
+            log.WriteInfo("ID(%d) update skip(image is not of a SYS package.)", image.Number());
         }
     }
 }
 
 void CUpdate::SkipSameBootLoader() {
+    const CTaggedLog log(log_, kTag);
     ImageInfo& boot = images_[ImageId::kBoot];
     if (!boot.IsFile || !boot.NeedUpdate || boot.GetCurrentVersion() < boot.GetNewVersion()) {
         return;
@@ -89,14 +94,15 @@ void CUpdate::SkipSameBootLoader() {
     // A boot loader that fails to write cannot be got round, so it is not written without need.
     boot.NeedUpdate = false;
     AddBytes(images_[ImageId::kSYS].Written, std::int64_t{boot.FileSize} + kUpdateHeaderSize);
-    log_->WriteInfo("%s Boot Loader update skip(version is not changed.)", kTag);
+    log.WriteInfo("Boot Loader update skip(version is not changed.)");
 }
 
 bool CUpdate::WriteBlocks(ImageInfo& image) {
-    log_->WriteInfo("%s ID(%d) write update image start", kTag, image.Number());
+    const CTaggedLog log(log_, kTag);
+    log.WriteInfo("ID(%d) write update image start", image.Number());
     CFileSource file(image.RawPath.c_str());
     if (!file.IsOpen()) {
-        log_->WriteError("%s Cannot open copied file (%s)", kTag, image.RawPath.c_str());
+        log.WriteError("Cannot open copied file (%s)", image.RawPath.c_str());
         return false;
     }
     const auto size = static_cast<std::size_t>(image.FileSize);
@@ -104,11 +110,11 @@ bool CUpdate::WriteBlocks(ImageInfo& image) {
     for (std::size_t offset = 0; offset < size; offset += kBlockSize) {
         const std::size_t length = std::min(kBlockSize, size - offset);
         if (!file.Read({block.get(), length})) {
-            log_->WriteError("%s copied file (%s) read error", kTag, image.RawPath.c_str());
+            log.WriteError("copied file (%s) read error", image.RawPath.c_str());
             return false;
         }
         if (upImgWrite(image.Number(), block.get(), static_cast<unsigned>(offset), static_cast<unsigned>(length)) < 0) {
-            log_->WriteError("%s Image write from upgrade util API error return", kTag);
+            log.WriteError("Image write from upgrade util API error return");
             return false;
         }
         Count(images_, image, &ImageInfo::Written, static_cast<std::int64_t>(length));
@@ -117,31 +123,33 @@ bool CUpdate::WriteBlocks(ImageInfo& image) {
         }
         SendUDSUpdateStatus();
     }
-    log_->WriteInfo("%s ID(%d) image update complete", kTag, image.Number());
+    log.WriteInfo("ID(%d) image update complete", image.Number());
     return true;
 }
 
 bool CUpdate::CheckArchive(const ImageInfo& image) {
+    const CTaggedLog log(log_, kTag);
     CFileSource archive(image.RawPath.c_str());
     if (!archive.IsOpen()) {
-        log_->WriteError("%s Cannot open copied file (%s)", kTag, image.RawPath.c_str());
+        log.WriteError("Cannot open copied file (%s)", image.RawPath.c_str());
         return false;
     }
     if (!MayBeUnpacked(archive)) {
-        log_->WriteError("%s copied file (%s) holds what is not to be unpacked", kTag, image.RawPath.c_str());
+        log.WriteError("copied file (%s) holds what is not to be unpacked", image.RawPath.c_str());
         return false;
     }
     return true;
 }
 
 void CUpdate::Unpack(ImageInfo& image) {
+    const CTaggedLog log(log_, kTag);
     const XmlBank& bank = XmlBank::Target();
     if (!bank.Unpack(image.RawPath)) {
-        log_->WriteError("%s file (%s) open error", kTag, bank.notRun);
+        log.WriteError("file (%s) open error", bank.notRun);
     }
     image.Written = image.FileSize.load();
     SendUDSUpdateStatus();
-    log_->WriteInfo("%s ID(%d) unzipped to %s", kTag, image.Number(), bank.directory);
+    log.WriteInfo("ID(%d) unzipped to %s", image.Number(), bank.directory);
 }
 
 void CUpdate::InstallLogo() {
@@ -152,20 +160,20 @@ void CUpdate::InstallLogo() {
 }
 
 int CUpdate::ChangeBootPartition() {
-    static constexpr char kBootTag[] = "[CUpdate::ChangeBootPartition]";
+    const CTaggedLog log(log_, "[CUpdate::ChangeBootPartition]");
     if (!images_[ImageId::kSYS].NeedUpdate && !images_[ImageId::kApp].NeedUpdate) {
         return 0;
     }
     if (changeUpActiveIndex() != kSwitched) {
-        log_->WriteError("%s Change boot partition failed", kBootTag);
+        log.WriteError("Change boot partition failed");
         return -1;
     }
-    log_->WriteInfo("%s Boot partition changed", kBootTag);
+    log.WriteInfo("Boot partition changed");
     return 0;
 }
 
 int CUpdate::SetNewVersion() {
-    static constexpr char kVersionTag[] = "[CUpdate::SetNewVersion]";
+    const CTaggedLog log(log_, "[CUpdate::SetNewVersion]");
     for (ImageInfo& image : images_) {
         if (!image.NeedUpdate) {
             continue;
@@ -173,11 +181,11 @@ int CUpdate::SetNewVersion() {
         const Version version = image.GetNewVersion();
         const auto text = VersionField(version);
         if (nv_set_img_version(image.Number(), reinterpret_cast<const char*>(text.data()), 0) != 0) {
-            log_->WriteError("%s nv version setting error", kVersionTag);
+            log.WriteError("nv version setting error");
             return -1;
         }
         image.SetCurrentVersion(version);
-        log_->WriteInfo("%s ID:%d, version:%s set", kVersionTag, image.Number(), version.getVersion());
+        log.WriteInfo("ID:%d, version:%s set", image.Number(), version.getVersion());
     }
     return 0;
 }

@@ -85,13 +85,12 @@ void SendUpdateImpossible(const ServiceContext& service, const std::shared_ptr<N
     }
 }
 
-bool IsForeign(const ServiceContext& service, const std::shared_ptr<Net::ISession>& session, const char* tag) {
+bool IsForeign(const ServiceContext& service, const std::shared_ptr<Net::ISession>& session, const CTaggedLog& log) {
     const auto current = service.device.GetSession();
     if (current == nullptr || current == session) {
         return false;
     }
-    QENFx::Log::Logger::getLogger()->getLog(kLogName)->WriteError(
-        "%s Request from another PC than the connected one(IP:%s)", tag, session->GetClientIPAddr().c_str());
+    log.WriteError("Request from another PC than the connected one(IP:%s)", session->GetClientIPAddr().c_str());
     return true;
 }
 

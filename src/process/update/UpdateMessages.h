@@ -5,6 +5,7 @@
 #include <span>
 #include <vector>
 
+#include "common/CTaggedLog.h"
 #include "config/ISession.h"
 #include "config/ImageInfo.h"
 #include "process/update/ServiceContext.h"
@@ -55,9 +56,9 @@ bool SendToPC(const ServiceContext& service, const std::shared_ptr<Net::ISession
 /// Tells the PC that its update is not possible.
 void SendUpdateImpossible(const ServiceContext& service, const std::shared_ptr<Net::ISession>& session);
 
-/// Whether another session than this is the current one, which then has updates to itself. Logs it, under the tag of
-/// who asks.
+/// Whether another session than this is the current one, which then has updates to itself. Logs it in
+/// the log of who asks.
 [[nodiscard]] bool IsForeign(const ServiceContext& service, const std::shared_ptr<Net::ISession>& session,
-                             const char* tag);
+                             const CTaggedLog& log);
 
 }  // namespace RMUP::Process
