@@ -122,6 +122,7 @@ def test_who_may_ask_for_what(analyzer: Analyzer, gateway: Gateway) -> None:
         assert answer.status == status
     assert answer.headers["Location"] == "/results/1"
     wait_until(lambda: len(lis.accepted) == 2, 10, "the result once more")
+    wait_until(lambda: not any(queue["waiting"] for queue in gateway.get("/api/queues")), 10, "the store knows it")
     assert lis.accepted[0] == lis.accepted[1]
     answer, text = gateway.request("POST", "/api/queues/lis/again", "{}")
     assert answer.status == 400 and "say which" in text, "everything is sent again only when that is said"
