@@ -295,7 +295,7 @@ int CTCPSession::Run() {
     }
     BecomeCurrentIfRegistered();
     if (!SetNonBlocking()) {
-        // Not closed: whoever sends through a session that became current finds its socket as the PC opened it.
+        // Not closed while the session is current: whoever sends through it finds its socket as the PC opened it.
         return 0;
     }
     Serve();

@@ -93,9 +93,10 @@ int CUDPServer::ReceiveMessage(CPCMsg& message) {
 
     const auto size = static_cast<std::size_t>(received);
     const auto header = message.GetRawHeader();
-    std::copy_n(buffer.begin(), std::min(size, header.size()), header.begin());
-    const std::size_t expected = size < header.size() ? header.size() : message.GetAnnouncedSize();
-    if (size != expected || size > buffer.size()) {
+    // What did not come of a header is zero, as the buffer is.
+    std::copy_n(buffer.begin(), header.size(), header.begin());
+    const std::size_t expected = message.GetAnnouncedSize();
+    if (size < header.size() || size != expected || size > buffer.size()) {
         log.WriteError("Receive failed: %d/%d bytes", static_cast<int>(std::min(size, buffer.size())),
                        static_cast<int>(expected));
         return -1;
