@@ -44,11 +44,12 @@ std::string AskFor(const std::string& host) {
     if (terminal == nullptr) {
         throw PasswordError("the administrator password is needed: give --password-file or ZELPC_PASSWORD");
     }
-    std::fprintf(terminal.get(), "Administrator password of %s: ", host.c_str());
-    std::fflush(terminal.get());
     std::string password;
     {
+        // First: what is typed as soon as the question stands there would be shown, and lost.
         const CSilentTerminal silent(fileno(terminal.get()));
+        std::fprintf(terminal.get(), "Administrator password of %s: ", host.c_str());
+        std::fflush(terminal.get());
         for (int c = std::fgetc(terminal.get()); c != EOF && c != '\n'; c = std::fgetc(terminal.get())) {
             password += static_cast<char>(c);
         }

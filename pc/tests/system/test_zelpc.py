@@ -15,8 +15,9 @@ from pathlib import Path
 import pytest
 
 from bench.analyzer import ANIMAL_ID, CONTROL_ID, PASSWORD, PATIENT_ID, SERIAL, Analyzer
-from bench.daemon import wait_until
+from bench.daemon import RUNNERS, wait_until
 from bench.image import APP, DSP, SYS, XML, file_name, make_sys
+from bench.machine import preset
 from bench.pc import Pc
 from bench.sandbox import ANALYZER_ADDRESS, ENGINE, PC_ADDRESS, lab_address
 from bench.zelapp import (CONTROL, PATIENT, NothingToUpdate, PcConnection, ResultFailed, ResultSent, UpdateComplete,
@@ -77,11 +78,14 @@ def test_the_password_is_asked_for_unseen() -> None:
     """Catches a password that is shown, or asked for where nobody is."""
     on_a_terminal = "import os, pty, sys; sys.exit(os.waitstatus_to_exitcode(pty.spawn(sys.argv[1:])))"
     environment = {name: value for name, value in os.environ.items() if name != "ZELPC_PASSWORD"}
-    with subprocess.Popen([sys.executable, "-c", on_a_terminal, PROGRAM, "register", "127.0.0.1"], env=environment,
-                          stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT) as process:
+    command = [*RUNNERS.get(preset(), []), str(PROGRAM), "register", "127.0.0.1", "--udp-port", "0"]
+    with subprocess.Popen([sys.executable, "-c", on_a_terminal, *command], env=environment, stdin=subprocess.PIPE,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT) as process:
         shown = b""
         while b"password of 127.0.0.1: " not in shown:
-            shown += process.stdout.read(1)
+            piece = process.stdout.read(1)
+            assert piece, shown
+            shown += piece
         process.stdin.write(b"secret\n")
         process.stdin.flush()
         shown += process.stdout.read()
@@ -193,8 +197,9 @@ def take_slowly(analyzer: Analyzer, condition: Callable[[], object]) -> None:
     has begun is not over."""
     def step() -> object:
         analyzer.daemon.signal(signal.SIGCONT)
-        time.sleep(0.01)
+        time.sleep(0.002)
         analyzer.daemon.signal(signal.SIGSTOP)
+        time.sleep(0.1)  # progress is told a few times a second
         return condition()
 
     wait_until(step, 30, "the analyzer has taken some of it")
@@ -288,7 +293,7 @@ def test_what_people_see(analyzer: Analyzer) -> None:
     shown: list[str] = []
     for terminal in (False, True):
         output = os.fdopen(theirs, "w") if terminal else open(analyzer.sandbox.root / "shown", "w")
-        command = [str(PROGRAM), "push", HOST, folder, "--from", PC_ADDRESS]
+        command = [*RUNNERS.get(preset(), []), str(PROGRAM), "push", HOST, folder, "--from", PC_ADDRESS]
         process = analyzer.sandbox.pc.spawn(command, output, output, {"ZELPC_PASSWORD": PASSWORD})
         output.close()
         analyzer.zelapp.expect(UpdateRequested, 20)

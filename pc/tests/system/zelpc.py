@@ -3,9 +3,10 @@
 from __future__ import annotations
 
 import json
+import os
 import signal
 import tempfile
-from typing import Any
+from typing import IO, Any
 
 from bench.analyzer import PASSWORD
 from bench.daemon import RUNNERS, SANITIZER_REPORT, wait_until
@@ -14,6 +15,11 @@ from bench.sandbox import ANALYZER_ADDRESS, PC_ADDRESS, Sandbox
 
 PROGRAM = build_folder() / "bin/zelpc"
 ENVIRONMENT = {"ZELPC_PASSWORD": PASSWORD}
+
+
+def written(file: IO[str]) -> str:
+    """What the program has written so far; where it goes on writing is not moved."""
+    return os.pread(file.fileno(), os.fstat(file.fileno()).st_size, 0).decode(errors="replace")
 
 
 class Tool:
@@ -28,12 +34,10 @@ class Tool:
         self.process = sandbox.pc.spawn(command, self._output, self._errors, ENVIRONMENT if env is None else env)
 
     def output(self) -> str:
-        self._output.seek(0)
-        return self._output.read()
+        return written(self._output)
 
     def errors(self) -> str:
-        self._errors.seek(0)
-        return self._errors.read()
+        return written(self._errors)
 
     def events(self, kind: str, **values: Any) -> list[dict[str, Any]]:
         """The JSON lines so far that have this event and these values."""
