@@ -6,6 +6,7 @@ import socket
 import ssl
 import threading
 from collections.abc import Callable
+from contextlib import suppress
 
 BEGIN, END = b"\x0b", b"\x1c\r"
 
@@ -51,7 +52,9 @@ class Lis:
         data = b""
         try:
             if self._tls:
-                connection = self._tls.wrap_socket(connection, server_side=True)
+                plain, connection = connection, self._tls.wrap_socket(connection, server_side=True)
+                with self._mutex:
+                    self._connections = self._connections - {plain} | {connection}
             while piece := connection.recv(65536):
                 data += piece
                 while END in data:
@@ -83,4 +86,5 @@ class Lis:
         self._thread.join()
         with self._mutex:
             for connection in self._connections:
-                connection.shutdown(socket.SHUT_RDWR)
+                with suppress(OSError):  # it may just have ended by itself
+                    connection.shutdown(socket.SHUT_RDWR)

@@ -6,7 +6,6 @@
 #include <boost/asio/as_tuple.hpp>
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
-#include <boost/asio/dispatch.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/use_awaitable.hpp>
 #include <utility>
@@ -65,8 +64,12 @@ void CDeliveryQueue::WakeAll() {
     });
 }
 
+/// As a coroutine of the strand: one that waits goes on where it was begun.
 asio::awaitable<void> CDeliveryQueue::Stop() {
-    co_await asio::dispatch(strand_, asio::use_awaitable);
+    co_await asio::co_spawn(strand_, StopInTurn(), asio::use_awaitable);
+}
+
+asio::awaitable<void> CDeliveryQueue::StopInTurn() {
     stopping_ = true;
     Signal();
     const auto end = std::chrono::steady_clock::now() + kGrace;

@@ -99,6 +99,7 @@ private:
     /// this one until it is woken, or for a pause.
     enum class Next { kGoOn, kLater, kLeave, kPause };
 
+    asio::awaitable<void> StopInTurn();
     asio::awaitable<void> Work(CDestination& destination);
     asio::awaitable<void> ServeLane(CDestination& destination, const std::string& serial);
     asio::awaitable<Next> ServeBatch(CDestination& destination, const std::string& serial, Lane& lane);
