@@ -13,7 +13,7 @@ usage: ./zel COMMAND [--help]
   lint             formatter and linter, as warnings that are errors
   bench [name...]  the benchmarks: ratios to peers measured in the same run,
                    and how costs grow; compares runs
-  fuzz [pc] [secs] every decoder under libFuzzer, each for so long
+  fuzz [pc] [secs] what reads from outside under libFuzzer, each
   soak [minutes]   a PC and ZELApp without pause; leaks and drifts fail
   image COMMAND    update files: make, inspect, verify, extract, diff, publish,
                    serve, stick
@@ -66,9 +66,10 @@ TEXT
     fuzz) cat <<'TEXT' ;;
 usage: ./zel fuzz [pc] [SECONDS]
 
-Gives every decoder of what comes from outside to libFuzzer, each for SECONDS
-(60 unless given); with pc those of zelpc. What it finds is put below
-build/fuzz/found or build/pc-fuzz/found.
+Gives what reads from the network, a stick, an update server or the settings
+to libFuzzer, each for SECONDS (60 unless given); with pc what of zelpc reads
+from outside. What it finds is put below build/fuzz/found or
+build/pc-fuzz/found.
 TEXT
     package) cat <<'TEXT' ;;
 usage: ./zel package [pc]
