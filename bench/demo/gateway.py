@@ -12,7 +12,7 @@ from rich.console import Console
 
 from bench.analyzer import PASSWORD, PATIENT_ID, Analyzer
 from bench.daemon import wait_until
-from bench.demo import STEPS, Demo, run
+from bench.demo.service import STEPS, Demo, run
 from bench.gateway import MLLP, WEB_PORT, Gateway
 from bench.lis import Lis, field
 from bench.machine import PROJECT

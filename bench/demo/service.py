@@ -1,4 +1,4 @@
-"""The product at work, end to end, on a simulated analyzer: what `./zel demo` runs.
+"""The service at work on a simulated analyzer: the steps of `./zel demo` up to the gateway, and how steps are run.
 
 Every line is printed after the thing it tells has happened over the real sockets. The first step that does not happen
 ends the demo with status 1 and the end of the daemon's log.
@@ -6,8 +6,6 @@ ends the demo with status 1 and the end of the daemon's log.
 
 from __future__ import annotations
 
-import os
-import sys
 import tempfile
 import textwrap
 from collections.abc import Callable, Iterator
@@ -26,7 +24,7 @@ from bench.analyzer import CONTROL_ID, OLD_VERSION, PASSWORD, PATIENT_ID, Analyz
 from bench.image import APP, DSP, IMAGES, SYS, XML, file_name, make_release, sample_payloads
 from bench.pc import Pc
 from bench.pcpacket import Command
-from bench.sandbox import ENGINE, PROJECT, SandboxError
+from bench.sandbox import ENGINE
 from bench.updateserver import UpdateServer
 from bench.zelapp import (CONTROL, PATIENT, PcConnection, ResultSent, UpdateComplete, UpdateFailed, UpdateProgress,
                           UpdateRequested, UpdateStarts)
@@ -257,29 +255,3 @@ def report_failure(demo: Demo, title: str, error: Exception) -> int:
         console.print(f"   {escape(line)}", highlight=False, soft_wrap=True)
     console.print(escape(demo.analyzer.daemon.stderr()[-4000:]), highlight=False)
     return 1
-
-
-def main() -> int:
-    console = Console(width=None if sys.stdout.isatty() else 80)
-    try:
-        if sys.argv[1:] == ["gateway"]:
-            from bench.demo_gateway import show  # it builds on this module
-            return show(console)
-        status = run(STEPS, console)
-        if status == 0:
-            # zelpc takes minutes to build, so everything else has been shown before.
-            sys.stdout.flush()
-            os.execv(PROJECT / "zel", ["zel", "demo", "gateway"])
-        return status
-    except SandboxError as error:
-        console.print(f"zel: {error}", highlight=False, markup=False)
-        return 1
-    except KeyboardInterrupt:
-        return 130
-    except BrokenPipeError:  # nobody reads any more; keep the interpreter from trying once again
-        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
-        return 1
-
-
-if __name__ == "__main__":
-    sys.exit(main())

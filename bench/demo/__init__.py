@@ -1,0 +1,1 @@
+"""The product at work, shown step by step on a simulated analyzer: what `./zel demo` runs."""
