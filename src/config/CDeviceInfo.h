@@ -72,7 +72,7 @@ public:
     /// Sets the flags and counters of all records, and the update flag, to 0; texts and versions stay.
     void ClearImageInfo();
 
-    /// Prints the flags and counters of all records on standard output.
+    /// Prints the flags and counters of all records on standard output. Not used by the service itself.
     void DumpImageInfo() const;
 
     /// Set when the update at hand is to be given up.

@@ -20,7 +20,7 @@ public:
     /// The address that a PC is told as the device's own: the USB link's for a PC on that link.
     std::string GetMyIPAddrFor(const std::string& pcAddress) const;
 
-    /// The sum of the bytes, modulo 2^32.
+    /// The sum of the bytes, modulo 2^32. Not used by the service itself.
     static std::uint32_t ByteSum(std::span<const std::uint8_t> data);
 
     /// A dotted IPv4 address as a number in host byte order; 0 for any other text.
