@@ -99,7 +99,7 @@ check_arguments() {
         *) refuse "$checked does not know '$argument'; see ./zel $checked --help" ;;
         esac
     done
-    [ $# -le "$most" ] || refuse "$checked takes at most $most arguments; see ./zel $checked --help"
+    [ $# -le "$most" ] || refuse "$checked takes no more than $most of these: $*; see ./zel $checked --help"
 }
 
 # check_options MODULE [ARGUMENT...]: what the module's own parser says, before anything is built for it

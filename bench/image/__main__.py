@@ -12,7 +12,7 @@ import textwrap
 from collections.abc import Callable
 from dataclasses import dataclass, field
 from pathlib import Path
-from typing import Any
+from typing import Any, NoReturn
 
 from bench.image.catalogue import (APP, IMAGES, LOGO_NAME, MODELS, PACKAGE, STICK_IMAGES, SYS, Refused,
                                    UpdateFileError, check_version, file_name)
@@ -204,14 +204,21 @@ def wrapped(line: str, width: int, first: str, following: str) -> list[str]:
 Command = Callable[[argparse.Namespace], Outcome]
 
 
-def parser() -> argparse.ArgumentParser:
-    top = argparse.ArgumentParser(prog=PROGRAM, formatter_class=argparse.RawDescriptionHelpFormatter,
+class Parser(argparse.ArgumentParser):
+    def error(self, message: str) -> NoReturn:
+        self.print_usage(sys.stderr)
+        print(*wrapped(f"{self.prog}: error: {message}", WIDTH, "", "    "), sep="\n", file=sys.stderr)
+        sys.exit(NOT_DONE)
+
+
+def parser() -> Parser:
+    top = Parser(prog=PROGRAM, formatter_class=argparse.RawDescriptionHelpFormatter,
                                   description="Makes, checks, publishes and delivers update files, which "
                                               "docs/updates.md\ndescribes.",
                                   epilog=f"{PROGRAM} COMMAND --help has examples.\n\n" + STATUSES)
     commands = top.add_subparsers(required=True, metavar="COMMAND")
 
-    def add(name: str, run: Command, text: str, *examples: str) -> argparse.ArgumentParser:
+    def add(name: str, run: Command, text: str, *examples: str) -> Parser:
         lines = "".join(f"{shell_line(f'{PROGRAM} {name} {example}')}\n" for example in examples)
         command = commands.add_parser(name, help=text, description=text[0].upper() + text[1:] + ".",
                                       formatter_class=argparse.RawDescriptionHelpFormatter,

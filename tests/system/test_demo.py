@@ -44,7 +44,8 @@ def test_the_command_explains_itself() -> None:
     for command in commands[:-1]:
         assert f"./zel {command}" in zel(command, "--help")[1]
     for arguments, named in ((["dance"], "'dance'"), (["dance", "--help"], "'dance'"), (["demo", "--fast"], "'--fast'"),
-                             (["test", "tssan"], "'tssan'"), (["run", "--fast"], "--fast"), (["soak", "x"], "'x'")):
+                             (["test", "tssan"], "'tssan'"), (["run", "--fast"], "--fast"), (["soak", "x"], "'x'"),
+                             (["fuzz", "1", "pc"], "'pc'"), (["image", "x"], "'x'"), (["help", "x"], "'x'")):
         status, text = zel(*arguments)
         assert status == 2 and named in text
 
