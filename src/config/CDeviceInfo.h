@@ -38,6 +38,7 @@ public:
     using Version = QENFx::Common::Version;
 
     static CDeviceInfo* GetInstance();
+    /// Not used by the service itself: this object lasts as long as the process.
     static void DestroyInstance();
 
     CDeviceInfo();

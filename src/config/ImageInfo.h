@@ -50,7 +50,7 @@ public:
     Version GetNewVersion() const;
     void SetNewVersion(const Version& version);
 
-    /// The end of that file's header.
+    /// The end of that file's header, as it was read. Not used by the service itself.
     HeaderTail GetTail() const;
     void SetTail(const HeaderTail& tail);
 

@@ -36,7 +36,7 @@ public:
     Table GetControlSummary(const std::string& condition);
     Table GetControlData(const std::string& condition);
 
-    /// The class of a species; empty when it has none.
+    /// The class of a species; empty when it has none. Not used by the service itself.
     std::string GetClassFromSpeciesID(const std::string& speciesId);
 
     /// The administrator password; empty when there is none.

@@ -25,6 +25,7 @@ namespace RMUP::Net {
 class CConnectionMonitor : public QENFx::Service::Thread, public ILinkMonitor {
 public:
     static CConnectionMonitor* GetInstance();
+    /// Not used by the service itself: this object lasts as long as the process.
     static void DestroyInstance();
 
     CConnectionMonitor();

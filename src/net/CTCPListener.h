@@ -18,6 +18,7 @@ namespace RMUP::Net {
 class CTCPListener : public QENFx::Service::Thread {
 public:
     static CTCPListener* GetInstance();
+    /// Not used by the service itself: this object lasts as long as the process.
     static void DestroyInstance();
 
     CTCPListener();

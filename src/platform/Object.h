@@ -10,6 +10,7 @@ namespace QENFx {
 /// the size that the compiler would tell the allocator is left out.
 class DeletedUnsized {
 public:
+    static void* operator new(std::size_t size) { return ::operator new(size); }
     static void operator delete(void* object) { ::operator delete(object); }
 };
 

@@ -9,21 +9,21 @@ from pathlib import Path
 
 from rich.console import Console
 
-from bench import demo
+from bench.demo import service
 from bench.sandbox import PROJECT
 
 
-def run(steps: list[demo.Step]) -> tuple[int, str]:
+def run(steps: list[service.Step]) -> tuple[int, str]:
     output = io.StringIO()
-    status = demo.run(steps, Console(file=output, width=80))
+    status = service.run(steps, Console(file=output, width=80))
     return status, output.getvalue()
 
 
 def test_the_demo_shows_every_step() -> None:
-    status, text = run(demo.STEPS)
+    status, text = run(service.STEPS)
     assert status == 0, text
     assert max(map(len, text.splitlines())) <= 80
-    for title, _ in demo.STEPS:
+    for title, _ in service.STEPS:
         assert title in text
     for shown in ("P-4711", "QC-1", "38.250000-42.750000", "ResultID 5 has PCSync 1", "All of it happened."):
         assert shown in text

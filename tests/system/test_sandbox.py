@@ -18,7 +18,7 @@ PLACE = ["bwrap", "--die-with-parent", "--unshare-user", "--unshare-net", "--uns
 # A second analyzer is refused while there is one; then the demo.
 PROGRAM = """
 import sys
-from bench import demo
+from bench.demo import service
 from bench.analyzer import Analyzer
 from bench.sandbox import SandboxError
 
@@ -28,7 +28,7 @@ with Analyzer() as analyzer:
         Analyzer()
     except SandboxError as error:
         print(error)
-sys.exit(demo.run(demo.STEPS, demo.Console(width=80)))
+sys.exit(service.run(service.STEPS, service.Console(width=80)))
 """
 
 
@@ -38,7 +38,7 @@ def test_without_namespaces() -> None:
         pytest.skip("needs namespaces to take away, and proot")
     environment = {name: value for name, value in os.environ.items() if name != "ZEL_SANDBOX"}
     done = subprocess.run([*PLACE, "/usr/bin/python3", "-c", PROGRAM], cwd=PROJECT, env=environment, text=True,
-                          stdout=subprocess.PIPE, timeout=80)
+                          stdout=subprocess.PIPE, timeout=300)
     port, refusal, notice, *rest = done.stdout.splitlines()
     assert done.returncode == 0, done.stdout
     assert int(port) > 1024

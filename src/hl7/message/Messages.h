@@ -3,9 +3,10 @@
 #include "hl7/base/HL7Message.h"
 #include "hl7/segment/Groups.h"
 
-/// The messages. Their structures are much smaller than the standard's: what the analyzer and its PC exchange. A new
-/// message carries its delimiters, type, processing ID and version in its header. Constructors and destructors are not
-/// inline: whole trees hang on them, which each user of a message would compile again.
+/// The messages. Their structures are much smaller than the standard's: what an analyzer and a PC have to tell each
+/// other; the service itself sends OUL_R22. A new message carries its delimiters, type, processing ID and version in
+/// its header, an ACK only delimiters and version. Constructors and destructors are not inline: whole trees hang on
+/// them, which each user of a message would compile again.
 namespace HL7v251::Message {
 
 using namespace Segment;

@@ -37,6 +37,7 @@ class G_OUL_R22_RESULT
 class G_OUL_R22_ORDER : public GroupOf<"G_OUL_R22_ORDER", OBR, HL7SegmentOp<ORC>, HL7SegmentOpRe<G_OUL_R22_RESULT>> {};
 class G_OUL_R22_SPECIMEN : public GroupOf<"G_OUL_R22_SPECIMEN", SPM, HL7SegmentOpRe<OBX>,
                                           HL7SegmentOpRe<G_OUL_R22_CONTAINER>, HL7SegmentRe<G_OUL_R22_ORDER>> {};
+// These two stand in no message.
 class G_OUL_R22_VISIT : public GroupOf<"G_OUL_R22_VISIT", PV1, HL7SegmentOp<PV2>> {};
 class G_OUL_R22_TIMING_QTY : public GroupOf<"G_OUL_R22_TIMING_QTY", TQ1, HL7SegmentOpRe<TQ2>> {};
 

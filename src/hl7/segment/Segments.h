@@ -4,7 +4,7 @@
 #include "hl7/composite/Composites.h"
 
 /// The segments, each with its fields in order. Several stop short of the standard's last field; what a text holds
-/// beyond is neither read nor written.
+/// beyond is neither read nor written. Those that stand in no message are there for a message of the library's user.
 namespace HL7v251::Segment {
 
 using namespace Composite;
