@@ -12,8 +12,8 @@ namespace Host {
 
 namespace {
 
-[[noreturn]] void Fail(int error, const char* action, const std::filesystem::path& path) {
-    throw std::system_error(error, std::generic_category(), std::string(action) + " " + path.string());
+[[noreturn]] void Fail(int error, const char* action, const std::string& path) {
+    throw std::system_error(error, std::generic_category(), std::string(action) + " " + path);
 }
 
 void WriteNewFile(const std::filesystem::path& path, std::string_view content, const struct stat* model) {
@@ -65,10 +65,21 @@ void DirectoryLock::Sync() const {
     }
 }
 
-std::string ReadWholeFile(const std::filesystem::path& path, std::size_t limit) {
+std::string ReadWholeFile(const std::string& path, std::size_t limit) {
+    auto content = ReadFileIfThere(path, limit);
+    if (!content) {
+        Fail(ENOENT, "open", path);
+    }
+    return *std::move(content);
+}
+
+std::optional<std::string> ReadFileIfThere(const std::string& path, std::size_t limit) {
     // Not blocking, because opening a pipe that nobody writes to would wait for ever.
     const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (!file) {
+        if (errno == ENOENT) {
+            return std::nullopt;
+        }
         Fail(errno, "open", path);
     }
     struct stat status {};
@@ -88,17 +99,18 @@ std::string ReadWholeFile(const std::filesystem::path& path, std::size_t limit) 
             }
             Fail(errno, "read", path);
         }
-        if (got == 0) {
-            return content;
-        }
         content.append(block, static_cast<std::size_t>(got));
         if (content.size() > limit) {
             Fail(EFBIG, "read", path);
         }
+        // A regular file gives less than it is asked for only at its end.
+        if (static_cast<std::size_t>(got) < sizeof block) {
+            return content;
+        }
     }
 }
 
-void WriteFully(int fd, std::string_view bytes, std::size_t offset, const std::filesystem::path& path) {
+void WriteFully(int fd, std::string_view bytes, std::size_t offset, const std::string& path) {
     while (!bytes.empty()) {
         const ssize_t written = ::pwrite(fd, bytes.data(), bytes.size(), static_cast<off_t>(offset));
         if (written < 0 && errno != EINTR) {

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -38,10 +39,13 @@ private:
 
 /// The content of a regular file. Throws std::system_error when it is none, cannot be read or holds more than `limit`
 /// bytes.
-[[nodiscard]] std::string ReadWholeFile(const std::filesystem::path& path, std::size_t limit);
+[[nodiscard]] std::string ReadWholeFile(const std::string& path, std::size_t limit);
+
+/// The same; nothing when there is no such file.
+[[nodiscard]] std::optional<std::string> ReadFileIfThere(const std::string& path, std::size_t limit);
 
 /// Writes all bytes at `offset`. Throws std::system_error.
-void WriteFully(int fd, std::string_view bytes, std::size_t offset, const std::filesystem::path& path);
+void WriteFully(int fd, std::string_view bytes, std::size_t offset, const std::string& path);
 
 /// Puts `content` in place of the file, or makes it, such that a reader or a power cut meets either the old or the new
 /// content, whole. Mode and, where allowed, owner stay. `lock` is held on the file's directory. Throws

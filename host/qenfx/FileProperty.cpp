@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <system_error>
+#include <utility>
 
 #include "files/Files.h"
 #include "platform/Config.h"
@@ -27,7 +28,7 @@ auto WithConfigurationException(Work work) {
 class SettingsFile final : public Data::Properties::FileProperty {
 public:
     SettingsFile(const char* path, bool writable)
-        : path_(path), writable_(writable), values_(Host::ReadSettings(Host::ReadWholeFile(path_, kMaxFileSize))) {}
+        : path_(path), writable_(writable), content_(Host::ReadWholeFile(path, kMaxFileSize)) {}
 
     void forOthers() override {}
 
@@ -48,25 +49,22 @@ public:
         if (const auto change = FindChange(name); change != changes_.end()) {
             return change->value.c_str();
         }
-        const auto value = values_.find(name);
-        return value == values_.end() ? "" : value->second.c_str();
+        value_ = Host::FindSetting(content_, name).value_or("");
+        return value_.c_str();
     }
 
     void Write() {
         if (!writable_) {
-            throw new ConfigurationException("write " + path_.string() + ": opened for reading only");
+            throw new ConfigurationException("write " + path_ + ": opened for reading only");
         }
         // A value of several lines would come back as other keys.
         for (const auto& [key, value] : changes_) {
             if (key.find_first_of("=\r\n") != std::string::npos || value.find_first_of("\r\n") != std::string::npos) {
-                throw new ConfigurationException("write " + path_.string() + ": a key or value that fits no line");
+                throw new ConfigurationException("write " + path_ + ": a key or value that fits no line");
             }
         }
         WithConfigurationException([this] { Merge(); });
-        for (auto& [key, value] : changes_) {
-            values_.insert_or_assign(key, std::move(value));
-        }
-        changes_.clear();
+        content_ = Host::MergeSettings(content_, std::exchange(changes_, {}));
     }
 
 private:
@@ -81,7 +79,7 @@ private:
         const std::string content = Host::ReadWholeFile(file, kMaxFileSize);
         const std::string merged = Host::MergeSettings(content, changes_);
         if (merged.size() > kMaxFileSize) {
-            throw std::system_error(EFBIG, std::generic_category(), "write " + path_.string());
+            throw std::system_error(EFBIG, std::generic_category(), "write " + path_);
         }
         // Keys are set to what they are at every start; that need not wear the flash.
         if (merged != content) {
@@ -89,9 +87,10 @@ private:
         }
     }
 
-    const std::filesystem::path path_;
+    const std::string path_;
     const bool writable_;
-    Host::Settings values_;
+    std::string content_;  // as the file was when it was opened, with what was written since
+    std::string value_;    // handed out last
     std::vector<Host::SettingsChange> changes_;
 };
 

@@ -1,7 +1,6 @@
 #include "qenfx/Settings.h"
 
 #include <algorithm>
-#include <optional>
 
 #include "qenfx/Blanks.h"
 
@@ -43,14 +42,13 @@ std::string_view NextLine(std::string_view& content) {
 
 }  // namespace
 
-Settings ReadSettings(std::string_view content) {
-    Settings settings;
+std::optional<std::string_view> FindSetting(std::string_view content, std::string_view key) {
     while (!content.empty()) {
-        if (const auto parts = SplitLine(NextLine(content))) {
-            settings.try_emplace(std::string(parts->key), parts->value);
+        if (const auto parts = SplitLine(NextLine(content)); parts && parts->key == key) {
+            return parts->value;
         }
     }
-    return settings;
+    return std::nullopt;
 }
 
 std::string MergeSettings(std::string_view content, std::vector<SettingsChange> changes) {

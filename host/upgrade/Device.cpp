@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <sstream>
+#include <filesystem>
 #include <system_error>
 
 #include "files/Files.h"
@@ -21,7 +21,7 @@ constexpr std::size_t kMaxFileSize = 1024 * 1024;
 
 Device::Device(const std::vector<std::string>& call) {
     const char* named = std::getenv("ZEL_DEVICE_DIR");
-    directory_ = std::filesystem::absolute(named != nullptr && *named != '\0' ? named : "/data/device");
+    directory_ = named != nullptr && *named != '\0' ? named : "/data/device";
 
     std::string line;
     for (const std::string& word : call) {
@@ -37,14 +37,14 @@ Device::Device(const std::vector<std::string>& call) {
     }
 }
 
-int Device::OpenToWrite(const std::filesystem::path& path, int flags) const {
+int Device::OpenToWrite(const std::string& path, int flags) const {
     const auto open = [&] { return ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | flags, 0644); };
     const int file = open();
     if (file >= 0 || errno != ENOENT) {
         return file;
     }
     // Only once in a device's life is there no directory yet.
-    std::filesystem::create_directories(path.parent_path());
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
     return open();
 }
 
@@ -73,13 +73,12 @@ void Device::Replace(const char* file, std::string_view content) const {
 
 std::vector<std::string> Device::Lines(const char* file) const {
     std::vector<std::string> lines;
-    if (!std::filesystem::exists(Path(file))) {
-        return lines;
-    }
-    std::istringstream content(ReadWholeFile(Path(file), kMaxFileSize));
-    for (std::string line; std::getline(content, line);) {
-        line.erase(line.find_last_not_of(" \t\r") + 1);
-        lines.push_back(std::move(line));
+    const auto content = ReadFileIfThere(Path(file), kMaxFileSize);
+    std::string_view rest = content ? *content : std::string_view();
+    while (!rest.empty()) {
+        const std::string_view line = rest.substr(0, rest.find('\n'));
+        rest.remove_prefix(std::min(line.size() + 1, rest.size()));
+        lines.emplace_back(line.substr(0, line.find_last_not_of(" \t\r") + 1));
     }
     return lines;
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -15,7 +14,7 @@ public:
     /// Opens the device for one call of the library and puts the call, given as its words, into calls.log.
     explicit Device(const std::vector<std::string>& call);
 
-    std::filesystem::path Path(const char* name) const { return directory_ / name; }
+    std::string Path(std::string_view name) const { return std::string(directory_).append("/").append(name); }
 
     /// The value of the first `name=value` line of the file; nothing when the file or the line is missing.
     std::optional<std::string> Value(const char* file, std::string_view name) const;
@@ -31,10 +30,10 @@ public:
 
     /// Opens one of the device's files for writing, and makes it and its directory when missing. Returns a descriptor,
     /// or -1 with errno.
-    int OpenToWrite(const std::filesystem::path& path, int flags) const;
+    int OpenToWrite(const std::string& path, int flags) const;
 
 private:
-    std::filesystem::path directory_;
+    std::string directory_;
 };
 
 /// The value of the first `name=value` among the lines.

@@ -33,7 +33,7 @@ int WriteBlock(const Device& device, int id, std::string_view block, unsigned of
             return -1;
         }
     }
-    const std::filesystem::path path = device.Path("images") / (image + ".img");
+    const std::string path = device.Path("images/" + image + ".img");
     // An image is written from its beginning; what a longer one left there before is not part of it.
     const int fresh = offset == 0 ? O_TRUNC : 0;
     const FileDescriptor file(device.OpenToWrite(path, fresh));

@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <string>
 #include <system_error>
 
@@ -74,6 +75,8 @@ int usbMount(int mount, const char* mountPoint) {
         if (point.empty()) {
             return Host::kMountFailed;
         }
-        return mount == 1 ? Host::Mount(device, device.Path("usb"), point) : Host::Unmount(device.Path("usb"), point);
+        // A link to the stick leads there from anywhere.
+        const std::filesystem::path stick = std::filesystem::absolute(device.Path("usb"));
+        return mount == 1 ? Host::Mount(device, stick, point) : Host::Unmount(stick, point);
     });
 }

@@ -7,10 +7,11 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <mutex>
 
-#include "common/CDescriptor.h"
 #include "common/CTaggedLog.h"
 #include "common/Constants.h"
 #include "common/FrameworkError.h"
@@ -25,14 +26,25 @@ namespace {
 
 constexpr char kMyIPAddrTag[] = "[CNetUtils::GetMyIPAddr]";
 
+/// The socket by which the system is asked for addresses; kept, as every scan asks. -1 with errno while there is none.
+int QuerySocket() {
+    static std::mutex mutex;
+    static int kept = -1;
+    const std::lock_guard lock(mutex);
+    if (kept < 0) {
+        kept = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    }
+    return kept;
+}
+
 }  // namespace
 
 CNetUtils::CNetUtils() : log_(QENFx::Log::Logger::getLogger()->getLog(kLogName)) {}
 
 std::string CNetUtils::GetMyIPAddr() const {
     const CTaggedLog log(log_, kMyIPAddrTag);
-    const CDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    if (!socket.IsOpen()) {
+    const int socket = QuerySocket();
+    if (socket < 0) {
         log.WriteError("socket open error: %s", strerror(errno));
         return "0.0.0.0";
     }
@@ -40,7 +52,7 @@ std::string CNetUtils::GetMyIPAddr() const {
     ifreq request{};
     const std::string interface = DefaultRouteInterface();
     interface.copy(request.ifr_name, IFNAMSIZ - 1);
-    if (ioctl(socket.Get(), SIOCGIFADDR, &request) == 0) {
+    if (ioctl(socket, SIOCGIFADDR, &request) == 0) {
         sockaddr_in address;
         memcpy(&address, &request.ifr_addr, sizeof(address));
         return DottedAddress(address.sin_addr);
@@ -62,7 +74,8 @@ std::string CNetUtils::DefaultRouteInterface() const {
     }
     char line[256];
     while (fgets(line, sizeof(line), routes.get()) != nullptr) {
-        if (strncmp(line, "Iface", 5) == 0) {
+        // Most lines are of other routes; only what may be the default one is looked at closely.
+        if (strncmp(line, "Iface", 5) == 0 || strtoul(line + strcspn(line, "\t "), nullptr, 16) != 0) {
             continue;
         }
         char interface[sizeof(line)];
