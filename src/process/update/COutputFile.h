@@ -25,7 +25,7 @@ public:
     [[nodiscard]] bool Close();
 
 private:
-    bool Flush();
+    /// Writes the buffer and these bytes behind it; the buffer is empty then.
     bool WriteOut(std::span<const std::uint8_t> bytes);
 
     CDescriptor file_;

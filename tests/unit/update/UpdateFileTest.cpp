@@ -57,8 +57,12 @@ TEST(UpdateFile, FilesThroughBuffers) {
     {
         COutputFile file(path.c_str());
         ASSERT_TRUE(file.IsOpen());
-        for (std::size_t offset = 0; offset < data.size(); offset += 4000) {
-            ASSERT_TRUE(file.Write(std::span(data).subspan(offset, std::min<std::size_t>(4000, data.size() - offset))));
+        constexpr std::size_t kPieces[] = {4000, 40000, 1, 16383, 32720, 4096, 0};
+        std::size_t next = 0;
+        for (std::span rest(data); !rest.empty(); ++next) {
+            const auto piece = rest.first(std::min(kPieces[next % std::size(kPieces)], rest.size()));
+            ASSERT_TRUE(file.Write(piece));
+            rest = rest.subspan(piece.size());
         }
         ASSERT_TRUE(file.Close());
     }
