@@ -1,13 +1,15 @@
 // The levels as they stand in the log.
 #define SPDLOG_LEVEL_NAMES \
     { "TRACE", "DEBUG", "INFO", "WARNING", "ERROR", "CRITICAL", "OFF" }
-#include <spdlog/pattern_formatter.h>
+#include <spdlog/details/fmt_helper.h>
+#include <spdlog/formatter.h>
 #include <spdlog/sinks/rotating_file_sink.h>
 
 #include <chrono>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -27,6 +29,38 @@ std::string LogFileName() {
     const char* directory = std::getenv("ZEL_LOG_DIR");
     return std::string(directory != nullptr && *directory != '\0' ? directory : "/data/log") + "/ZELRmUp.log";
 }
+
+/// Lines of the form "YYYY-mm-dd HH:MM:SS.mmm NAME LEVEL TEXT", in local time. What changes once a second is made once
+/// a second: an update writes thousands of lines in one.
+class LineFormatter final : public spdlog::formatter {
+public:
+    void format(const spdlog::details::log_msg& message, spdlog::memory_buf_t& line) override {
+        namespace helper = spdlog::details::fmt_helper;
+        const auto second = std::chrono::time_point_cast<std::chrono::seconds>(message.time);
+        if (second != second_ || length_ == 0) {
+            const std::tm local = spdlog::details::os::localtime(spdlog::log_clock::to_time_t(second));
+            length_ = std::strftime(text_, sizeof text_, "%Y-%m-%d %H:%M:%S.", &local);
+            second_ = second;
+        }
+        helper::append_string_view({text_, length_}, line);
+        helper::pad3(static_cast<unsigned>(helper::time_fraction<std::chrono::milliseconds>(message.time).count()),
+                     line);
+        line.push_back(' ');
+        helper::append_string_view(message.logger_name, line);
+        line.push_back(' ');
+        helper::append_string_view(spdlog::level::to_string_view(message.level), line);
+        line.push_back(' ');
+        helper::append_string_view(message.payload, line);
+        line.push_back('\n');
+    }
+
+    std::unique_ptr<spdlog::formatter> clone() const override { return std::make_unique<LineFormatter>(); }
+
+private:
+    std::chrono::time_point<spdlog::log_clock, std::chrono::seconds> second_;
+    char text_[64] = "";  // of that second
+    std::size_t length_ = 0;
+};
 
 class RotatingLog final : public Logger {
 public:
@@ -98,8 +132,7 @@ private:
             std::setvbuf(file, nullptr, _IONBF, 0);
         };
         auto sink = std::make_unique<Sink>(LogFileName(), kFileSize, kOldFiles, false, handlers);
-        sink->set_formatter(std::make_unique<spdlog::pattern_formatter>("%Y-%m-%d %H:%M:%S.%e %n %l %v",
-                                                                        spdlog::pattern_time_type::local, "\n"));
+        sink->set_formatter(std::make_unique<LineFormatter>());
         return sink;
     }
 
