@@ -7,7 +7,11 @@ namespace RMUP::Process {
 
 namespace {
 
-constexpr std::size_t kBufferSize = std::size_t{128} * 1024;
+/// The system makes larger pages of larger pieces; of still larger ones the processor's cache holds none.
+constexpr std::size_t kBufferSize = std::size_t{256} * 1024;
+
+/// Pieces of this size are read to where they are wanted.
+constexpr std::size_t kDirectSize = std::size_t{64} * 1024;
 
 }  // namespace
 
@@ -30,7 +34,7 @@ std::span<const std::uint8_t> CByteSource::Take(std::size_t most) {
 
 bool CByteSource::Read(std::span<std::uint8_t> bytes) {
     while (!bytes.empty()) {
-        if (next_ == end_ && bytes.size() >= kBufferSize) {
+        if (next_ == end_ && bytes.size() >= kDirectSize) {
             // Past the buffer, so that it is moved once.
             const ssize_t count = Fill(bytes);
             if (count <= 0) {

@@ -42,7 +42,7 @@ bool COutputFile::Write(std::span<const std::uint8_t> bytes) {
         }
         bytes = rest;
     }
-    std::ranges::copy(bytes, buffer_.get() + used_);
+    std::copy_n(bytes.data(), bytes.size(), buffer_.get() + used_);
     used_ += bytes.size();
     return !failed_;
 }
