@@ -58,7 +58,7 @@ const Row* Table::Content::Current() const {
 const Table::Content::Cell* Table::Content::MemoryRow::Find(const char* column) const {
     // Of two columns of one name the first is found.
     const auto found = std::ranges::find_if(table_.columns_, [&, hash = HashOf(column)](const Column& each) {
-        return each.hash == hash && sqlite3_stricmp(each.name.c_str(), column) == 0;
+        return each.hash == hash && (each.name == column || sqlite3_stricmp(each.name.c_str(), column) == 0);
     });
     if (found == table_.columns_.end()) {
         return nullptr;

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "files/Files.h"
 #include "platform/upgrade.h"
@@ -34,17 +35,18 @@ void CopyText(std::string_view text, char* target, std::size_t size) {
     std::memcpy(target, text.data(), std::min(text.size(), size - 1));
 }
 
-std::string InstalledVersion(const Device& device, const char* image) {
-    return device.Value("versions.cfg", image).value_or(kNoVersion);
+std::string VersionOf(const char* image, const std::vector<std::string>& versions) {
+    return ValueIn(versions, image).value_or(kNoVersion);
 }
 
 void StoreVersion(const Device& device, const char* image, const std::string& version) {
     // Locked from the reading on: two images recorded at once are both kept.
     const DirectoryLock lock(device.Path("."));
+    const auto installed = device.Lines("versions.cfg");
     std::string content;
     for (const char* name : kImageNames) {
         content.append(name).append("=");
-        content.append(name == image ? version : InstalledVersion(device, name)).append("\n");
+        content.append(name == image ? version : VersionOf(name, installed)).append("\n");
     }
     ReplaceFile(lock, device.Path("versions.cfg"), content);
 }
@@ -77,9 +79,10 @@ int nv_get_img_version_all(char* eightTexts16) {
         if (eightTexts16 == nullptr) {
             return -1;
         }
+        const auto installed = device.Lines("versions.cfg");
         char* target = eightTexts16;
         for (const char* image : Host::kReportOrder) {
-            Host::CopyText(Host::InstalledVersion(device, image), target, Host::kTextSize);
+            Host::CopyText(Host::VersionOf(image, installed), target, Host::kTextSize);
             target += Host::kTextSize;
         }
         return 0;
