@@ -25,6 +25,7 @@ from benchmarks.stats import percentile
 
 SCAN_PORT, ECHO_PORT = 9041, 9042
 SCANS, TRANSFERS = 400, 3
+LOOK = 0.0005  # seconds between looks at whether the service is up, which must not keep it from coming up
 USUAL, MANY = 30, 200  # analytes
 ANALYTES = (1, 10, 30, 60, 100, 150, 200)  # more than some 220 do not fit into a packet
 RESULTS = 1000  # ResultID of a result of n analytes is this and n
@@ -139,12 +140,14 @@ def open_start(_quick: bool) -> Iterator[Analyzer]:
 def first_answer(analyzer: Analyzer) -> float:
     """From the start of the program to the first answer to a scan; ZELApp connects as soon as it can."""
     with analyzer.sandbox.socket(socket.SOCK_DGRAM, (PC_ADDRESS, SCAN_PORT)) as client:
-        client.settimeout(0.0005)
+        client.settimeout(LOOK)
         start = time.perf_counter()
         analyzer.daemon.start()
         while not analyzer.zelapp.socket:
-            with contextlib.suppress(FileNotFoundError, ConnectionRefusedError):
+            try:
                 analyzer.zelapp.socket = analyzer.sandbox.connect_unix("/tmp/.rm_proc")
+            except (FileNotFoundError, ConnectionRefusedError):
+                time.sleep(LOOK)
         while True:
             client.sendto(SCAN, (ANALYZER_ADDRESS, ANALYZER_UDP_PORT))
             with contextlib.suppress(TimeoutError):

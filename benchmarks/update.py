@@ -244,6 +244,10 @@ class Updates:
         """What of it comes after the images: the switch of partitions, histories and versions."""
         return self.logged("[CUpdate::WriteImage] ID(6) unzipped", "[CUpdate::SetNewVersion] ID:7")
 
+    def unpacking(self) -> float:
+        """What the archive takes: the bank is cleared, its calibration kept, and unzip fills it, all by the shell."""
+        return self.logged("DSP update request to ZELApp", "[CUpdate::WriteImage] ID(6) unzipped")
+
     def by_cp_twice(self) -> float:
         for path in (COPIES + ".1", COPIES + ".2"):
             shutil.rmtree(self.path(path), ignore_errors=True)
@@ -312,8 +316,9 @@ GROUP = Group(
          "file for each call. Its time alone is given beside.", moved=lambda updates: updates.size),
      Row("release", "A whole release of 63 MiB from the stick, eight images, from the start request to the end",
          SECONDS, Updates.whole_release, {"cp twice": Updates.by_cp_twice}, faster(0.8),
-         {"recording versions and history": Updates.recording}, "It is a copy to /tmp and the writing from there, with "
-         "the floors of stick and write. Then the version and the history of each image are recorded so that they "
+         {"unpacking the archive": Updates.unpacking, "recording versions and history": Updates.recording},
+         "It is a copy to /tmp and the writing from there, with the floors of stick and write. One image is an archive "
+         "that is unpacked by the shell. Then the version and the history of each image are recorded so that they "
          "outlive a power cut: each waits for the disk, which cp does not.")],
     [Sweep([Curve("push-size", "Receiving a push", SECONDS, "MiB"),
             Curve("push-memory", "Most memory resident during a push", BYTES, "MiB", steady=True),
