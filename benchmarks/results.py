@@ -107,9 +107,9 @@ INDEX = "No table of the database has an index, so that each query reads the who
 GROUP = Group(
     "database", open_results,
     [Row("result", "A result of 30 analytes loaded, filled and encoded", SECONDS, program("LoadFillAndEncode"),
-         {"the same rows by SQLite alone": program("SelectAndJoin")}, within(1.5), floor="Besides the queries there is "
-         "the table that the framework's interface hands out, whose cells are copies, then the message and lines of "
-         "the log.")],
+         {"the same rows by SQLite alone": program("SelectAndJoin")}, within(1.5), floor="Two thirds of the "
+         "instructions are SQLite's, as many as the peer's. The rest are 31 lines of the log, each in the file before "
+         "the next, the message, and the table that the framework's interface hands out, whose cells are copies.")],
     [Sweep([Curve("result-rows", "A result of 30 analytes from the request to the PC, no index", SECONDS,
                   "rows of results", steady=True, floor=INDEX),
             Curve("result-rows-indexed", "A result of 30 analytes from the request to the PC, indexed", SECONDS,
