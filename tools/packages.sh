@@ -110,23 +110,50 @@ provide_sandbox() {
     bwrap --unshare-all --uid 0 --gid 0 --ro-bind / / --proc /proc true 2>/dev/null || provide "" proot
 }
 
+# unpack NAME PACKAGE...: puts what lies in the packages below build/NAME; nothing of them is installed or started.
+# Status 1 when they cannot be had, or do not pass `checked`, a command that runs there.
+unpack() {
+    folder=build/$1
+    shift
+    rm -rf "$folder.new"
+    mkdir -p "$folder.new"
+    if (cd "$folder.new" && apt-get -qq -o Acquire::Retries=1 -o Acquire::http::Timeout=20 -o APT::Sandbox::User= \
+        download "$@" && for package in *.deb; do dpkg-deb -x "$package" . || exit; done && rm ./*.deb && $checked) \
+        >/dev/null 2>&1; then
+        rm -rf "$folder"
+        mv "$folder.new" "$folder"
+        return 0
+    fi
+    rm -rf "$folder.new"
+    return 1
+}
+
 # A real update server. Its Debian package would serve this machine's port 80 from now on, so it is only unpacked.
 provide_nginx() {
     if [ -x /usr/sbin/nginx ] || [ -x build/nginx/usr/sbin/nginx ]; then
         return 0
     fi
     echo "Unpacking nginx into build/nginx; nothing of it is installed or started"
-    rm -rf build/nginx.new
-    mkdir -p build/nginx.new
-    if (cd build/nginx.new && apt-get -qq -o Acquire::Retries=1 -o Acquire::http::Timeout=20 \
-        -o APT::Sandbox::User= download nginx && dpkg-deb -x nginx_*.deb . && usr/sbin/nginx -v) \
-        >/dev/null 2>&1; then
-        rm -rf build/nginx
-        mv build/nginx.new build/nginx
-    else
-        rm -rf build/nginx.new
+    checked="usr/sbin/nginx -v"
+    unpack nginx nginx ||
         say "Going on without nginx, which cannot be had here: the bench's own server serves the updates."
+}
+
+# A real message broker, which would be started with the machine if it were installed. Its programs are told where
+# they are.
+provide_rabbit() {
+    provide "" amqp-tools
+    if [ -x /usr/lib/rabbitmq/bin/rabbitmq-server ] || [ -x build/rabbitmq/usr/lib/rabbitmq/bin/rabbitmq-server ]; then
+        return 0
     fi
+    echo "Unpacking rabbitmq-server into build/rabbitmq; nothing of it is installed or started"
+    erlang=$(apt-cache depends --recurse --no-recommends --no-suggests --no-conflicts --no-breaks --no-replaces \
+        --no-enhances rabbitmq-server 2>/dev/null | grep '^erlang' || true)
+    place="s|=/usr/lib/erlang\$|=$PWD/build/rabbitmq/usr/lib/erlang|"
+    checked="sed -i $place usr/lib/erlang/bin/erl usr/lib/erlang/erts-*/bin/erl"
+    # shellcheck disable=SC2086
+    unpack rabbitmq rabbitmq-server $erlang ||
+        say "Going on without rabbitmq-server, which cannot be had here: what needs a broker is skipped."
 }
 
 # Two of the HL7 parsers that the benchmarks compare with run on Node; the product knows nothing of it. An npm that

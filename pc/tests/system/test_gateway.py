@@ -17,8 +17,7 @@ from bench.browser import Browser
 from bench.daemon import wait_until
 from bench.gateway import FILES, MLLP, WEB_PORT, ZELPC, Gateway
 from bench.lis import BEGIN, END, Lis, acknowledge, field
-from bench.rabbit import SERVER as RABBIT
-from bench.rabbit import Rabbit
+from bench.rabbit import Rabbit, rabbit_folder
 from bench.sandbox import PC_ADDRESS
 from bench.zelapp import CONTROL, PATIENT, PcConnection, ResultFailed, ResultSent
 
@@ -201,7 +200,7 @@ def test_a_lis_by_tls_must_be_the_right_one(analyzer: Analyzer) -> None:
     assert gateway.stop() == 0, gateway.log()
 
 
-@pytest.mark.skipif(not Path(RABBIT).exists(), reason="needs rabbitmq-server and amqp-tools")
+@pytest.mark.skipif(not rabbit_folder(), reason="needs rabbitmq-server and amqp-tools")
 def test_a_broker_that_is_killed_has_every_result_in_the_end(analyzer: Analyzer) -> None:
     gateway = Gateway(analyzer.sandbox, PASSWORD, BROKER)
     gateway.start()
