@@ -16,6 +16,8 @@ namespace ZELPC {
 
 namespace {
 
+constexpr std::size_t kOverhead = 512;  // of memory, beside the text of a result that waits
+
 std::unique_ptr<CDatabase> Open(const std::string& path) {
     try {
         if (std::filesystem::exists(path)) {
@@ -44,7 +46,8 @@ ResultFacts FactsOf(std::string_view text) {
 CStore::CStore(const StoreOptions& options)
     : options_(options), lock_(options.path + ".lock"), database_(Open(options.path)) {
     id_ = database_->Text("SELECT value FROM meta WHERE name = 'store'");
-    writer_ = std::make_unique<CWriter>(*database_, [this](const std::string& error) { SetProblem(error); });
+    writer_ = std::make_unique<CWriter>(*database_, options_.maxWaitingBytes,
+                                        [this](const std::string& error) { SetProblem(error); });
 }
 
 void CStore::SetDestinations(const std::vector<StoreDestination>& destinations) {
@@ -62,6 +65,7 @@ void CStore::SetDestinations(const std::vector<StoreDestination>& destinations) 
 void CStore::Append(NewResult result, AppendDone done) {
     const auto outcome = std::make_shared<AppendOutcome>();
     const auto content = std::make_shared<const NewResult>(std::move(result));
+    const std::size_t size = content->text.size() + kOverhead;
     writer_->SubmitUrgent([this, content, outcome](CDatabase& database) { *outcome = AppendNow(database, *content); },
                           [this, content, outcome, done = std::move(done)](const std::string* error) {
                               if (error != nullptr) {
@@ -72,7 +76,8 @@ void CStore::Append(NewResult result, AppendDone done) {
                               if (outcome->status == AppendStatus::kStored && stored_) {
                                   stored_(outcome->id, content->serial);
                               }
-                          });
+                          },
+                          size);
 }
 
 AppendOutcome CStore::AppendNow(CDatabase& database, const NewResult& result) {

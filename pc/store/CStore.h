@@ -21,6 +21,9 @@ struct StoreOptions {
     std::int64_t minFreeBytes = 64 << 20;
     /// Days that a result is kept after its last delivery; 0: for ever.
     int keepDays = 0;
+    /// Results are refused while so many bytes of them wait to be written: a disk that stands still must not fill the
+    /// memory. Each is in memory a second time with whoever brought it.
+    std::size_t maxWaitingBytes = 64 << 20;
 };
 
 /// A destination that results are queued for.

@@ -17,8 +17,8 @@ constexpr auto kQuick = std::chrono::milliseconds(2);
 
 }  // namespace
 
-CWriter::CWriter(CDatabase& database, Health health)
-    : database_(database), health_(std::move(health)), thread_([this] { Loop(); }) {}
+CWriter::CWriter(CDatabase& database, std::size_t maxWaitingBytes, Health health)
+    : database_(database), maxWaitingBytes_(maxWaitingBytes), health_(std::move(health)), thread_([this] { Loop(); }) {}
 
 CWriter::~CWriter() {
     {
@@ -29,13 +29,19 @@ CWriter::~CWriter() {
     thread_.join();
 }
 
+bool CWriter::HasRoom(const Job& job) const {
+    return waiting_.size() < kMaxWaiting && (job.bytes == 0 || bytes_ + job.bytes <= maxWaitingBytes_);
+}
+
 void CWriter::Submit(Job job, bool urgent) {
     {
         const std::lock_guard lock(mutex_);
         urgent = urgent && quick_ && !writing_ && waiting_.empty();
+        const bool taken = urgent || HasRoom(job);
+        bytes_ += taken ? job.bytes : 0;
         if (urgent) {
             writing_ = true;
-        } else if (waiting_.size() < kMaxWaiting) {
+        } else if (taken) {
             waiting_.push_back(std::move(job));
             if (!writing_) {
                 wake_.notify_one();
@@ -79,10 +85,14 @@ void CWriter::Write(Jobs& jobs) {
     const auto begin = std::chrono::steady_clock::now();
     Commit(jobs);
     const bool quick = std::chrono::steady_clock::now() - begin < kQuick;
+    std::size_t bytes = 0;
     for (Job& job : jobs) {
         job.done(job.error.empty() ? nullptr : &job.error);
+        bytes += job.bytes;
     }
+    jobs.clear();
     const std::lock_guard lock(mutex_);
+    bytes_ -= bytes;
     quick_ = quick;
 }
 

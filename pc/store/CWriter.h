@@ -25,19 +25,24 @@ public:
     /// Told after each transaction whether it failed, and why; the empty text: it did not.
     using Health = std::function<void(const std::string& error)>;
 
-    CWriter(CDatabase& database, Health health);
+    /// `maxWaitingBytes`: how much of what is to be written is held in memory.
+    CWriter(CDatabase& database, std::size_t maxWaitingBytes, Health health);
     /// Ends after all work that was submitted.
     ~CWriter();
 
     /// Hands work over; it is done in this order. Refused at once, on the caller's thread, when too much waits.
-    void Submit(Work work, Done done) { Submit({std::move(work), std::move(done), {}}, false); }
-    /// The same for work that somebody waits for: it may be done, and reported, before this returns.
-    void SubmitUrgent(Work work, Done done) { Submit({std::move(work), std::move(done), {}}, true); }
+    void Submit(Work work, Done done) { Submit({std::move(work), std::move(done), 0, {}}, false); }
+    /// The same for work that somebody waits for and that holds so many `bytes`: it may be done, and reported, before
+    /// this returns. Only such work is refused because of its bytes.
+    void SubmitUrgent(Work work, Done done, std::size_t bytes) {
+        Submit({std::move(work), std::move(done), bytes, {}}, true);
+    }
 
 private:
     struct Job {
         Work work;
         Done done;
+        std::size_t bytes;
         std::string error;
     };
     using Jobs = std::vector<Job>;
@@ -45,6 +50,7 @@ private:
     static constexpr std::size_t kMaxWaiting = 20000;
 
     void Submit(Job job, bool urgent);
+    bool HasRoom(const Job& job) const;
     void Loop();
     void Write(Jobs& jobs);
     void Commit(Jobs& jobs);
@@ -53,12 +59,14 @@ private:
     void RollBack();
 
     CDatabase& database_;
+    const std::size_t maxWaitingBytes_;
     const Health health_;
     std::mutex mutex_;
     std::condition_variable wake_;
     Jobs waiting_;
-    bool writing_ = false;  // somebody does, and has the database for itself
-    bool quick_ = false;    // the last commit was
+    std::size_t bytes_ = 0;  // of all that waits or is being written
+    bool writing_ = false;   // somebody does, and has the database for itself
+    bool quick_ = false;     // the last commit was
     bool ending_ = false;
     std::thread thread_;
 };
