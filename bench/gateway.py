@@ -26,6 +26,7 @@ push_directory = "{state}/releases"
 [store]
 path = "{store}"
 min_free_mb = 0
+keep_days = {keep_days}
 [pc]
 address = "{pc}"
 [scan]
@@ -76,7 +77,8 @@ class Gateway:
     _listener: socket.socket | None = None
 
     def __init__(self, sandbox: Sandbox, password: str, destinations: str = MLLP + FILES, more: str = "",
-                 scan: bool = True, name: str = "gateway", store: str | None = None, program: str = ZELPC):
+                 scan: bool = True, name: str = "gateway", store: str | None = None, program: str = ZELPC,
+                 keep_days: int = 0):
         self.stop_listening()
         self.sandbox, self.program = sandbox, program
         self.state = sandbox.root / name
@@ -86,7 +88,8 @@ class Gateway:
         (self.state / "token").write_text(TOKEN + "\n")
         target = lab_address(255) if ENGINE.OWN_NETWORK else ANALYZER_ADDRESS  # loopback has no broadcast
         text = (CONFIG + destinations).format(target=target, state=self.state, store=store or self.state / "store.db",
-                                              pc=PC_ADDRESS, scan=str(scan).lower(), host=PC_ADDRESS, port=LIS_PORT)
+                                              pc=PC_ADDRESS, scan=str(scan).lower(), host=PC_ADDRESS, port=LIS_PORT,
+                                              keep_days=keep_days)
         self.config.write_text(text + more)
         self._process: Process | None = None
 
@@ -133,9 +136,11 @@ class Gateway:
         return sorted((self.state / "results").glob("[!.]*"))
 
     def rows(self, statement: str) -> list[Any]:
+        """What the store answers, or after a change nothing."""
         database = sqlite3.connect(self.state / "store.db")
         try:
-            return database.execute(statement).fetchall()
+            with database:
+                return database.execute(statement).fetchall()
         finally:
             database.close()
 

@@ -136,6 +136,32 @@ def test_who_may_ask_for_what(analyzer: Analyzer, gateway: Gateway) -> None:
 
 
 def test_a_full_disk_acknowledges_nothing_and_says_so(analyzer: Analyzer) -> None:
+def test_what_was_delivered_long_ago_goes(analyzer: Analyzer) -> None:
+    """Catches a limit in days that is another one, and a result that goes though the LIS has not got it."""
+    gateway = Gateway(analyzer.sandbox, PASSWORD, MLLP, keep_days=30)
+    gateway.start()
+    analyzer.zelapp.expect(PcConnection, 30)
+    lis = Lis(gateway.listen(), lambda message: acknowledge(message, "AR" if "Rex" in message else "AA"))
+    for result in (PATIENT_ID, ANIMAL_ID, CONTROL_ID):
+        send(analyzer, result)
+    wait_until(lambda: len(lis.received) == 3, 20, "all at the LIS")
+    assert gateway.stop() == 0, gateway.log()
+    days = 86_400_000
+    for patient, age in (("P-4711", 31), ("Rex", 31), ("QC-1", 29)):
+        which = f"SELECT id FROM result WHERE patient = '{patient}'"
+        gateway.rows(f"UPDATE delivery SET queued = queued - {age * days}, changed = changed - {age * days} "
+                     f"WHERE result = ({which})")
+        gateway.rows(f"UPDATE result SET received = received - {age * days} WHERE id = ({which})")
+    gateway.start()
+    gateway.wait_for_log("the gateway runs", count=2)
+    wait_until(lambda: "zelpc_results_removed_total 1" in gateway.request("GET", "/metrics")[1], 20, "one goes")
+    assert {result["patient"] for result in gateway.get("/api/results")} == {"Rex", "QC-1"}
+    lis.answer = acknowledge
+    assert gateway.post("/api/queues/lis/again", patient="Rex")["count"] == 1
+    wait_until(lambda: lis.accepted[-1:] and "Rex" in lis.accepted[-1], 20, "what was rejected, a month later")
+    assert gateway.stop() == 0, gateway.log()
+
+
     pc, small = analyzer.sandbox.pc, analyzer.sandbox.root / "small"
     small.mkdir()
     pc.run("mount", "-t", "tmpfs", "-o", "size=2m", "none", str(small))

@@ -182,6 +182,58 @@ TEST_F(StoreTest, OfManyAnalyzersAtOnceTheStoreHoldsNoMoreThanItMayAndKeepsAllTh
     EXPECT_EQ(CStoreReader(store.Path()).Waiting("lis", "B", 100).size(), 60U);
 }
 
+/// Catches a result that is removed though somebody has not got it, or has only just got it, one that stays for ever,
+/// and a search that ends after its first step.
+TEST_F(StoreTest, OnlyWhatWasDeliveredLongAgoIsRemoved) {
+    constexpr std::int64_t kLongAgo = 1'700'000'000'000;
+    auto store = Open();
+    const std::vector<std::string> kept{"waiting", "held", "dropped", "recent", "half", "again", "nowhere"};
+    for (const std::string& patient : kept) {
+        AppendNow(*store, "A1", ResultMessage(patient, "20231114", patient == "half" ? "Q" : "P"));
+    }
+    for (int number = 0; number < 449; ++number) {
+        store->Append({"A2", ResultMessage(std::to_string(number)), kLongAgo}, [](const AppendOutcome&) {});
+    }
+    AppendNow(*store, "A2", ResultMessage("449"));
+    // The clock is set in the database: all this was long ago.
+    const auto set = [this](const std::string& values, const std::string& where) {
+        CDatabase(Options().path, CDatabase::Access::kCreate)
+            .Execute(("UPDATE delivery SET " + values + " WHERE result IN (SELECT id FROM result WHERE " + where + ")")
+                         .c_str());
+    };
+    set("state = 2", "patient NOT IN ('waiting', 'again')");
+    set("state = 1", "patient = 'held'");
+    set("state = 3", "patient = 'dropped'");
+    set("state = CASE destination WHEN 1 THEN 2 ELSE 0 END", "patient = 'half'");
+    set("changed = changed + 2", "patient = 'recent'");
+    CDatabase(Options().path, CDatabase::Access::kCreate)
+        .Execute(
+            "DELETE FROM delivery WHERE result = (SELECT id FROM result WHERE patient = 'nowhere');"
+            "INSERT INTO delivery (destination, result, serial, state, queued, changed) SELECT 1, id, serial, 2, 1, 1 "
+            "FROM result WHERE patient = 'again'");
+
+    const auto left = [&store](std::int64_t before) {
+        for (bool more = true; more;) {
+            std::promise<bool> promise;
+            store->RemoveOld(before, [&](bool value) { promise.set_value(value); });
+            more = promise.get_future().get();
+        }
+        ResultFilter all;
+        all.limit = 1000;
+        std::vector<std::string> patients;
+        for (const StoredResult& result : CStoreReader(store->Path()).Results(all)) {
+            patients.insert(patients.begin(), result.facts.patient);
+        }
+        return patients;
+    };
+    EXPECT_EQ(left(kLongAgo + 1), kept);
+    EXPECT_EQ(store->Health().removed, 450);
+    // Delivered at last, and looked at from the first one on.
+    set("state = 2", "patient IN ('waiting', 'held', 'half', 'again')");
+    EXPECT_EQ(left(kLongAgo), (std::vector<std::string>(kept)));
+    EXPECT_EQ(left(kLongAgo + 1), (std::vector<std::string>{"dropped", "recent", "nowhere"}));
+}
+
 TEST_F(StoreTest, DeliveriesAreSentAgainAndDropped) {
     auto store = Open();
     for (const char* patient : {"Rex", "Tom", "Rex2"}) {
