@@ -10,13 +10,14 @@ import pytest
 
 from bench.analyzer import ANIMAL_ID, CONTROL_ID, PASSWORD, PATIENT_ID, Analyzer
 from bench.daemon import wait_until
-from bench.gateway import FILES, LIS_PORT, MLLP, ZELPC, Gateway
+from bench.gateway import FILES, LIS_PORT, MLLP, WEB_PORT, ZELPC, Gateway
 from bench.image import APP, file_name
 from bench.machine import PROJECT
-from bench.sandbox import ENGINE, lab_address
+from bench.sandbox import ANALYZER_ADDRESS, ENGINE, lab_address
 from bench.updates import FROM_PC, NEW, release, start
 from bench.zelapp import CONTROL, PATIENT, PcConnection, ResultSent, UpdateComplete, UpdateFailed, UpdateRequested
 from benchmarks.npm_packages import DIRECTORY, NoPackages, install
+from zelpc import Tool
 
 pytestmark = pytest.mark.skipif(not Path(ZELPC).exists(), reason="zelpc is not built (./zel test pc does)")
 RECEIVERS = {"python-hl7": ["/usr/bin/python3", f"{PROJECT}/benchmarks/gateway_peers.py"],
@@ -116,6 +117,52 @@ def test_updates_by_the_api(analyzer: Analyzer, begin: Callable[..., Gateway]) -
     analyzer.zelapp.expect(UpdateFailed, 30)
     assert wait_until(lambda: update_of(gateway).get("over"), 20, "its end")
     assert "cancel" in update_of(gateway)["step"], update_of(gateway)
+
+
+def test_the_tool_through_a_gateway(analyzer: Analyzer, begin: Callable[..., Gateway]) -> None:
+    """Catches a tool that takes the analyzer away from the gateway, misses or repeats a result, follows another update
+    than its own, ends its watch when the gateway does, and a Ctrl-C that calls nothing off."""
+    gateway = begin(FILES)
+    put_release(gateway, "good", sizes={APP: 3_000_000})
+    put_release(gateway, "large", sizes={APP: 80_000_000})
+    through = ("--json", "--gateway", f"127.0.0.1:{WEB_PORT}", "--token-file", str(gateway.state / "token"))
+    send(analyzer, PATIENT_ID)  # what was there before is not shown
+    watch = Tool(analyzer.sandbox, "watch", analyzer.serial, *through, address=None)
+    watch.expect("status", state="registered")
+    send(analyzer, ANIMAL_ID)
+    shown = watch.expect("result", patient="Rex", acknowledged=True)
+    assert (shown["id"], shown["serial"], shown["host"]) == (2, analyzer.serial, ANALYZER_ADDRESS)
+
+    def push(host: str, release: str) -> Tool:
+        return Tool(analyzer.sandbox, "push", host, release, *through, address=None)
+
+    assert push("N62A9", "good").wait() != 0 and push(analyzer.serial, "none").wait() != 0
+    tool = push(ANALYZER_ADDRESS, "good")
+    analyzer.zelapp.expect(UpdateRequested, 20)
+    analyzer.zelapp.answer_update_request(True)
+    start(analyzer, FROM_PC)
+    analyzer.zelapp.expect(UpdateComplete, 30)
+    assert tool.wait() == 0, tool.errors()
+    done = tool.events("push", step="installed")[0]["images"]
+    assert done.keys() == {"SYS", "APP", "XML", "DSP"} and all(image["stored"] for image in done.values())
+    watch.expect("update")
+
+    tool = push(analyzer.serial, "large")
+    analyzer.zelapp.expect(UpdateRequested, 20)
+    tool.process.signal(signal.SIGINT)
+    assert tool.wait() == 6 and tool.events("push", step="cancelled"), tool.output() + tool.errors()
+    analyzer.zelapp.answer_update_request(True)
+    start(analyzer, FROM_PC)
+    analyzer.zelapp.expect(UpdateFailed, 30)
+
+    assert gateway.stop() == 0, gateway.log()
+    wait_until(lambda: "127.0.0.1" in watch.errors(), 20, "the watch says that the gateway is gone")
+    gateway.start()
+    while not analyzer.zelapp.expect(PcConnection, 30).connected:
+        pass
+    send(analyzer, CONTROL_ID)
+    assert watch.expect("result", count=2)["kind"] == "control"
+    assert watch.interrupt() == 0 and len(watch.events("result")) == 2
 
 
 def test_ending_with_everything_under_way(analyzer: Analyzer, begin: Callable[..., Gateway]) -> None:

@@ -25,11 +25,11 @@ def written(file: IO[str]) -> str:
 class Tool:
     """One run of zelpc. Its output goes to a file, so that it can be looked at while it runs."""
 
-    def __init__(self, sandbox: Sandbox, *arguments: str, address: str = PC_ADDRESS,
+    def __init__(self, sandbox: Sandbox, *arguments: str, address: str | None = PC_ADDRESS,
                  env: dict[str, str] | None = None):
         self._output = tempfile.TemporaryFile("w+")
         self._errors = tempfile.TemporaryFile("w+")
-        network = [] if arguments[0] == "decode" else ["--from", address]
+        network = [] if arguments[0] == "decode" or address is None else ["--from", address]
         command = [*RUNNERS.get(preset(), []), str(PROGRAM), *arguments, *network]
         self.process = sandbox.pc.spawn(command, self._output, self._errors, ENVIRONMENT if env is None else env)
 
