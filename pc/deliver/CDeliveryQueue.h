@@ -53,6 +53,8 @@ public:
     void Wake(const std::string& serial);
     /// Something was sent again or dropped.
     void WakeAll();
+    /// Returns when the store has been given all that was accepted so far: what it is asked for next knows of it.
+    asio::awaitable<void> TellStore();
     /// Takes up nothing more, gives what is under way a few seconds, and returns when all is at rest.
     asio::awaitable<void> Stop();
 
@@ -100,6 +102,7 @@ private:
     enum class Next { kGoOn, kLater, kLeave, kPause };
 
     asio::awaitable<void> StopInTurn();
+    asio::awaitable<void> TellStoreInTurn();
     asio::awaitable<void> Work(CDestination& destination);
     asio::awaitable<void> ServeLane(CDestination& destination, const std::string& serial);
     asio::awaitable<Next> ServeBatch(CDestination& destination, const std::string& serial, Lane& lane);
@@ -118,6 +121,7 @@ private:
     void Leave(const std::string& serial, Lane& lane);
     void NoteAccepted(const std::string& serial, std::int64_t delivery);
     asio::awaitable<void> MarkSoon();
+    void MarkAccepted();
     void Mark(std::vector<Accepted> accepted);
     void Marked(const std::vector<Accepted>& accepted);
     asio::awaitable<void> MarkAgain(std::vector<Accepted> accepted);

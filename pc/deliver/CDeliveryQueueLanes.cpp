@@ -58,7 +58,7 @@ void CDeliveryQueue::NoteAccepted(const std::string& serial, std::int64_t delive
     accepted_.push_back({lane, delivery});
     ++unmarked_;
     if (accepted_.size() >= kMarkedTogether) {
-        Mark(std::exchange(accepted_, {}));
+        MarkAccepted();
     } else if (!std::exchange(markingSoon_, true)) {
         asio::co_spawn(
             strand_, [self = shared_from_this()] { return self->MarkSoon(); }, asio::detached);
@@ -69,6 +69,19 @@ void CDeliveryQueue::NoteAccepted(const std::string& serial, std::int64_t delive
 asio::awaitable<void> CDeliveryQueue::MarkSoon() {
     co_await Sleep(kMarkPause);
     markingSoon_ = false;
+    MarkAccepted();
+}
+
+asio::awaitable<void> CDeliveryQueue::TellStore() {
+    co_await asio::co_spawn(strand_, TellStoreInTurn(), asio::use_awaitable);
+}
+
+asio::awaitable<void> CDeliveryQueue::TellStoreInTurn() {
+    MarkAccepted();
+    co_return;
+}
+
+void CDeliveryQueue::MarkAccepted() {
     if (!accepted_.empty()) {
         Mark(std::exchange(accepted_, {}));
     }

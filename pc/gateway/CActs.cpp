@@ -44,6 +44,9 @@ asio::awaitable<ActResult> CActs::Change(Start start, const char* what) const {
             then(error == nullptr ? ActResult{200, count, {}} : ActResult{409, 0, *error});
         });
     };
+    for (const auto& queue : gateway_.Queues()) {
+        co_await queue->TellStore();  // what has just been delivered does not wait any more
+    }
     ActResult result = co_await AwaitCallback<ActResult>(begin);
     if (result.status == 200) {
         result.text = fmt::format("{} {}", result.count, what);
