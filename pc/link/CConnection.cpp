@@ -3,6 +3,7 @@
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
 #include <boost/asio/write.hpp>
+#include <utility>
 
 #include "link/LinkError.h"
 #include "link/LinkSettings.h"
@@ -59,10 +60,23 @@ asio::awaitable<void> CConnection::Open(asio::ip::address_v4 local, asio::ip::ad
 asio::awaitable<Packet> CConnection::Receive() {
     const auto self = shared_from_this();
     Packet packet;
+    bool waiting = false;
     while (open_) {
         const auto space = reader_.Space();
-        const bool inside = reader_.IsInside();
-        const auto [error, size] = co_await socket_.async_read_some(asio::buffer(space.data(), space.size()), kNoThrow);
+        const auto buffer = asio::buffer(space.data(), space.size());
+        error_code error = asio::error::would_block;
+        std::size_t size = 0;
+        if (reader_.IsInside()) {
+            size = socket_.read_some(buffer, error);  // mostly the rest is there already
+            if (error == asio::error::would_block && !std::exchange(waiting, true)) {
+                CloseAfter(kPacketPatience, "a packet stayed incomplete");
+            }
+        }
+        if (error == asio::error::would_block) {
+            const auto [failed, count] = co_await socket_.async_read_some(buffer, kNoThrow);
+            error = failed;
+            size = count;
+        }
         if (error) {
             Close(error == asio::error::eof ? "the analyzer closed the connection" : error.message());
         }
@@ -77,9 +91,6 @@ asio::awaitable<Packet> CConnection::Receive() {
         if (state == CPacketReader::State::kBroken) {
             Close("what came is no packet of an analyzer");
             break;
-        }
-        if (!inside) {
-            CloseAfter(kPacketPatience, "a packet stayed incomplete");
         }
     }
     throw LinkError(reason_);

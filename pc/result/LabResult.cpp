@@ -116,6 +116,10 @@ Place BuildTime(std::string_view text) {
     return {begin, std::min(header.find('|', begin), header.size()) - begin};
 }
 
+bool DecodeResult(std::string_view text, ZELHL7::COUL_R22Wrap& message, ZELHL7::Specimen& specimen) {
+    return HoldsResult(text) && message.Decode(text) == 1 && message.GetSpecimen(specimen) != 0;
+}
+
 }  // namespace
 
 std::string LabResult::Measured() const {
@@ -137,14 +141,30 @@ std::string WithoutBuildTime(std::string_view text) {
     return same;
 }
 
-std::optional<LabResult> ReadLabResult(std::string_view text) {
-    if (!HoldsResult(text)) {
-        return std::nullopt;
-    }
+std::optional<LabSummary> ReadLabSummary(std::string_view text) {
     ZELHL7::COUL_R22Wrap message;
     ZELHL7::Specimen specimen;
-    std::string_view rest = text;
-    if (message.Decode(rest) != 1 || message.GetSpecimen(specimen) == 0) {
+    if (!DecodeResult(text, message, specimen)) {
+        return std::nullopt;
+    }
+    ZELHL7::Patient patient;
+    (void)message.GetPatient(patient);
+    ZELHL7::Order order;
+    (void)message.GetOrder(order);
+    LabSummary summary{specimen.specimenRole == "Q", Plain(patient.patientId), Plain(order.serviceText), {}};
+    ZELHL7::Observation observation;
+    for (int i = 0; summary.measured.empty() && message.GetObservation(i, observation) != 0; ++i) {
+        if (!Plain(observation.subId).empty() || !Plain(observation.value).empty()) {
+            summary.measured = Plain(observation.analysisTime);
+        }
+    }
+    return summary;
+}
+
+std::optional<LabResult> ReadLabResult(std::string_view text) {
+    ZELHL7::COUL_R22Wrap message;
+    ZELHL7::Specimen specimen;
+    if (!DecodeResult(text, message, specimen)) {
         return std::nullopt;
     }
     LabResult result;

@@ -53,6 +53,14 @@ struct LabResult {
     std::string Measured() const;
 };
 
+/// What a result is searched by: the same as LabResult tells.
+struct LabSummary {
+    bool control = false;
+    std::string patient;
+    std::string panel;
+    std::string measured;
+};
+
 /// Whether a result's text holds a result: a message header and something behind it. A header alone and an empty text
 /// are what an analyzer sends when it cannot read its own database; acknowledged, they would mark a result that nobody
 /// has.
@@ -64,5 +72,8 @@ struct LabResult {
 /// Reads a result's text. None when it is not an OUL^R22 that holds something: another message, a header alone,
 /// nothing, or garbage. Texts hold no control characters.
 [[nodiscard]] std::optional<LabResult> ReadLabResult(std::string_view text);
+
+/// The same for the summary alone, in a third of the time: an analyzer waits meanwhile.
+[[nodiscard]] std::optional<LabSummary> ReadLabSummary(std::string_view text);
 
 }  // namespace ZELPC

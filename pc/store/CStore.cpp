@@ -34,11 +34,11 @@ std::unique_ptr<CDatabase> Open(const std::string& path) {
 }
 
 ResultFacts FactsOf(std::string_view text) {
-    const auto result = ReadLabResult(text);
+    const auto result = ReadLabSummary(text);
     if (!result.has_value()) {
         return {};
     }
-    return {result->control ? "Q" : "P", result->patient, result->panel, result->Measured()};
+    return {result->control ? "Q" : "P", result->patient, result->panel, result->measured};
 }
 
 }  // namespace

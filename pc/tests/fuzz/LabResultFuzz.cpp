@@ -24,7 +24,12 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string_view text = Fuzz::Text({data, size});
     const auto result = ReadLabResult(text);
     Require(!result || HoldsResult(text), "what is read as a result holds one");
+    const auto summary = ReadLabSummary(text);
+    Require(summary.has_value() == result.has_value(), "a summary is read of what is read");
     if (result) {
+        Require(summary->control == result->control && summary->patient == result->patient &&
+                    summary->panel == result->panel && summary->measured == result->Measured(),
+                "a summary says the same");
         Require(IsPlain(result->patient + result->panel + result->built), "a result is plain text");
         for (const LabValue& value : result->values) {
             Require(IsPlain(value.analyte + value.value + value.range + value.dynamicRange), "a value is plain text");
