@@ -28,6 +28,7 @@ from bench.zelapp import ResultFailed, ResultSent
 
 FIRST_RESULT = 1000
 RUNS = "the gateway runs"  # log line
+BETWEEN = {"gateway": (0.2, 5.0), "analyzers": (0.05, 0.4)}  # seconds from one kill to the next, at random
 PATIENCE = 60.0  # seconds until everything that is stored has reached a LIS that stays
 
 
@@ -151,8 +152,10 @@ def laboratory(count: int) -> Iterator[list[Analyzer]]:
         yield analyzers
 
 
-def run(who: str, kills: int, analyzers: list[Analyzer], results: int, seed: int = 20261121) -> Count:
-    """Kills so many times while at least so many results flow from each analyzer, if there is time for them."""
+def run(who: str, kills: int, analyzers: list[Analyzer], results: int, wanted: int = 0, pace: float = 1,
+        seed: int = 20261121) -> Count:
+    """Kills so many times, and goes on until so many results are `wanted` in all; each analyzer has `results` at most.
+    `pace`: what the time between two kills is multiplied with."""
     chance = random.Random(seed)
     for place, analyzer in enumerate(analyzers):
         fill_database(analyzer, place, results)
@@ -164,17 +167,19 @@ def run(who: str, kills: int, analyzers: list[Analyzer], results: int, seed: int
     for thread in (weather, *operators):
         thread.start()
     count, lives = Count(), 0
-    while count.kills < kills and any(operator.is_alive() for operator in operators):
+    while (count.kills < kills or count.results < wanted) and any(operator.is_alive() for operator in operators):
+        pause = chance.uniform(*BETWEEN[who]) * pace
         if who == "gateway":
-            time.sleep(chance.uniform(0.2, 5))
+            time.sleep(pause)
             gateway.kill()
             lives = gateway.log().count(RUNS)
             gateway.start()
             count.kills += 1
         else:
-            time.sleep(chance.uniform(0.05, 0.4) * 10 / len(operators))
+            time.sleep(pause * 10 / len(operators))
             chance.choice(operators).kill.set()
             count.kills = sum(operator.kills for operator in operators)
+        count.results = sum(operator.sent for operator in operators)
     for operator in operators:
         operator.ending.set()
     for operator in operators:
@@ -220,13 +225,15 @@ def main() -> int:
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--who", choices=("gateway", "analyzers"), default="gateway", help="who is killed")
     parser.add_argument("--kills", type=int, default=300)
-    parser.add_argument("--analyzers", type=int, default=min(10, ENGINE.MOST_ANALYZERS))
+    parser.add_argument("--analyzers", type=int, default=10 if ENGINE.OWN_NETWORK else 1)
     parser.add_argument("--results", type=int, default=3000, help="at most, of each analyzer")
+    parser.add_argument("--wanted", type=int, default=2000, help="in all, at least")
+    parser.add_argument("--pace", type=float, default=1, help="of the time between two kills; more of it, more results")
     options = parser.parse_args()
     with laboratory(options.analyzers) as analyzers:
-        count = run(options.who, options.kills, analyzers, options.results)
+        count = run(options.who, options.kills, analyzers, options.results, options.wanted, options.pace)
     print(count)
-    return 1 if count.wrong or count.kills < options.kills else 0
+    return 1 if count.wrong or count.kills < options.kills or count.results < options.wanted else 0
 
 
 if __name__ == "__main__":
