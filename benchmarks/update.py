@@ -238,6 +238,8 @@ class Updates:
         # The archive of analytes is unpacked, not copied: it stays small.
         files = self.release({image: RELEASE_PART for image in range(SYS) if image != XML}, 1000)
         self.put_on_stick(files)
+        for left in (*self.path("/tmp").glob("zel_*"), *self.path("/data/device/images").glob("*")):
+            left.unlink()
         return self.update(USB)
 
     def recording(self) -> float:
