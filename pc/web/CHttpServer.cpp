@@ -21,12 +21,13 @@ namespace http = boost::beast::http;
 constexpr auto kAsTuple = asio::as_tuple(asio::use_awaitable);
 constexpr auto kPatience = std::chrono::seconds(30);
 
-/// Nothing is loaded from elsewhere, and no other page can frame this one or send its forms.
+/// Nothing is loaded from elsewhere, and no other page can frame this one, load parts of it or send its forms.
 constexpr std::pair<const char*, const char*> kHeaders[] = {
     {"Content-Security-Policy",
-     "default-src 'none'; style-src 'self'; script-src 'self'; connect-src 'self'; img-src 'self'; form-action 'self'; "
+     "default-src 'none'; style-src 'self'; script-src 'self'; connect-src 'self'; img-src data:; form-action 'self'; "
      "frame-ancestors 'none'; base-uri 'none'"},
     {"X-Content-Type-Options", "nosniff"},
+    {"Cross-Origin-Resource-Policy", "same-origin"},
     {"Referrer-Policy", "same-origin"},
     {"Cache-Control", "no-store"},
 };
@@ -73,9 +74,7 @@ asio::awaitable<void> CHttpServer::Accept() {
             continue;
         }
         auto stream = std::make_shared<Stream>(std::move(socket));
-        const std::lock_guard lock(mutex_);
-        if (!stopping_ && streams_.size() < kMostConnections) {
-            streams_.insert(stream);
+        if (Keep(stream)) {
             asio::co_spawn(
                 stream->get_executor(), [self = shared_from_this(), stream] { return self->Serve(stream); },
                 asio::detached);
@@ -86,7 +85,8 @@ asio::awaitable<void> CHttpServer::Accept() {
 asio::awaitable<void> CHttpServer::Serve(std::shared_ptr<Stream> stream) {
     beast::flat_buffer buffer(kLongestHeader + kLongestBody);
     try {
-        while (co_await ServeOne(*stream, buffer)) {
+        while (co_await ServeOne(stream, buffer)) {
+            Await(stream);
         }
     } catch (const std::exception& error) {
         spdlog::debug("web: {}", error.what());
@@ -97,11 +97,15 @@ asio::awaitable<void> CHttpServer::Serve(std::shared_ptr<Stream> stream) {
 }
 
 /// One request and its answer; false when the connection is at its end.
-asio::awaitable<bool> CHttpServer::ServeOne(Stream& stream, beast::flat_buffer& buffer) {
+asio::awaitable<bool> CHttpServer::ServeOne(const std::shared_ptr<Stream>& kept, beast::flat_buffer& buffer) {
+    Stream& stream = *kept;
     HttpRequestParser parser;
     LimitRequest(parser);
     stream.expires_after(kPatience);
     const auto [error, size] = co_await http::async_read(stream, buffer, parser, kAsTuple);
+    if (!TakeUp(kept)) {
+        co_return false;
+    }
     if (error) {
         if (error == http::error::header_limit || error == http::error::body_limit ||
             error.category() == http::make_error_code(http::error::bad_method).category()) {
@@ -114,7 +118,7 @@ asio::awaitable<bool> CHttpServer::ServeOne(Stream& stream, beast::flat_buffer& 
     HttpRequest& request = parser.get();
     WebRequest web = ToWebRequest(request);
     const WebResponse answer = co_await routes_.Handle(access_, web);
-    if (answer.eventStream) {
+    if (answer.eventStream && request.method() != http::verb::head) {
         co_await StreamEvents(stream);
         co_return false;
     }
@@ -159,9 +163,38 @@ asio::awaitable<void> CHttpServer::StreamEvents(Stream& stream) {
     }
 }
 
+/// Whether there is room for a new connection, which then awaits its first request.
+bool CHttpServer::Keep(const std::shared_ptr<Stream>& stream) {
+    const std::lock_guard lock(mutex_);
+    if (streams_.size() >= kMostConnections && !awaiting_.empty()) {
+        const std::shared_ptr<Stream> oldest = awaiting_.front();
+        awaiting_.pop_front();
+        streams_.erase(oldest);
+        asio::post(oldest->get_executor(), [oldest] { oldest->close(); });
+    }
+    if (stopping_ || streams_.size() >= kMostConnections) {
+        return false;
+    }
+    streams_.insert(stream);
+    awaiting_.push_back(stream);
+    return true;
+}
+
+void CHttpServer::Await(const std::shared_ptr<Stream>& stream) {
+    const std::lock_guard lock(mutex_);
+    awaiting_.push_back(stream);
+}
+
+/// Whether the request that was read is to be answered: its connection has not made room for another one meanwhile.
+bool CHttpServer::TakeUp(const std::shared_ptr<Stream>& stream) {
+    const std::lock_guard lock(mutex_);
+    return awaiting_.remove(stream) > 0;
+}
+
 void CHttpServer::Forget(const std::shared_ptr<Stream>& stream) {
     const std::lock_guard lock(mutex_);
     streams_.erase(stream);
+    awaiting_.remove(stream);
 }
 
 }  // namespace ZELPC

@@ -7,6 +7,7 @@
 #include <boost/beast/core/tcp_stream.hpp>
 #include <boost/beast/http/message.hpp>
 #include <boost/beast/http/string_body.hpp>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -19,6 +20,8 @@
 namespace ZELPC {
 
 /// Serves HTTP/1.1 within bounds: a hundred connections, 8 KiB of header, 64 KiB of body, half a minute a request.
+/// When all are taken, the one whose next request has been awaited longest makes room, so that who says nothing, or
+/// says it slowly, keeps nobody out.
 class CHttpServer : public std::enable_shared_from_this<CHttpServer> {
 public:
     /// Binds; throws boost::system::system_error when that is not possible.
@@ -38,9 +41,12 @@ private:
 
     asio::awaitable<void> Accept();
     asio::awaitable<void> Serve(std::shared_ptr<Stream> stream);
-    asio::awaitable<bool> ServeOne(Stream& stream, boost::beast::flat_buffer& buffer);
+    asio::awaitable<bool> ServeOne(const std::shared_ptr<Stream>& stream, boost::beast::flat_buffer& buffer);
     asio::awaitable<void> StreamEvents(Stream& stream);
     static Response MakeResponse(const WebResponse& answer, const HttpRequest& request);
+    bool Keep(const std::shared_ptr<Stream>& stream);
+    void Await(const std::shared_ptr<Stream>& stream);
+    bool TakeUp(const std::shared_ptr<Stream>& stream);
     void Forget(const std::shared_ptr<Stream>& stream);
 
     asio::io_context& context_;
@@ -50,8 +56,9 @@ private:
     const CRoutes routes_;
     CEventHub& events_;
     std::mutex mutex_;
-    std::set<std::shared_ptr<Stream>> streams_;
-    bool stopping_ = false;  // under mutex_
+    std::set<std::shared_ptr<Stream>> streams_;    // under mutex_, as what follows
+    std::list<std::shared_ptr<Stream>> awaiting_;  // those without a whole request, the oldest first
+    bool stopping_ = false;
 };
 
 }  // namespace ZELPC

@@ -6,6 +6,8 @@ namespace ZELPC {
 
 namespace {
 
+const std::string kGet = "GET";
+
 std::vector<std::string> Split(std::string_view path) {
     std::vector<std::string> parts;
     while (!path.empty()) {
@@ -50,9 +52,11 @@ void CRoutes::Add(std::string method, std::string path, Need need, Answer answer
 const CRoutes::Route* CRoutes::Find(const WebRequest& request, std::vector<std::string>& parts,
                                     bool& otherMethod) const {
     const std::vector<std::string> path = Split(request.path);
+    // What watches over a service often asks for the head alone.
+    const std::string& method = request.method == "HEAD" ? kGet : request.method;
     for (const Route& route : routes_) {
         if (Matches(route.path, path, parts)) {
-            if (route.method == request.method) {
+            if (route.method == method) {
                 return &route;
             }
             otherMethod = true;

@@ -108,7 +108,7 @@ def test_who_may_ask_for_what(analyzer: Analyzer, gateway: Gateway) -> None:
     body = "delivery=1&back=/results/1"
     cases = [
         ("GET", "/", {}, 200), ("GET", "/results/1", {}, 200), ("GET", "/results/99", {}, 404), ("GET", "/none", {}, 404),
-        ("POST", "/", {}, 405), ("GET", "/api/results?since=x", {}, 400), ("GET", "/", {"Host": "evil.example"}, 421),
+        ("POST", "/", {}, 405), ("HEAD", "/api/events", {}, 200), ("GET", "/api/results?since=x", {}, 400), ("GET", "/", {"Host": "evil.example"}, 421),
         ("POST", "/act/again", own, 403), ("POST", "/act/again", own | {"Authorization": "Bearer wrong"}, 403),
         ("POST", "/api/queues/lis/again", {}, 403), ("GET", "/" + "x" * 9000, {}, 400),
     ]
@@ -128,12 +128,17 @@ def test_who_may_ask_for_what(analyzer: Analyzer, gateway: Gateway) -> None:
     assert answer.status == 400 and "say which" in text, "everything is sent again only when that is said"
     assert gateway.post("/api/queues/lis/again", patient="P-4711")["count"] == 1
     assert 'zelpc_results_total{outcome="stored"} 1' in gateway.request("GET", "/metrics")[1]
-    # Requests that are none, and connections that say nothing, do not hold anybody up.
-    silent = [analyzer.sandbox.socket(socket.SOCK_STREAM) for _ in range(60)]
+    # More connections than there may be, with half requests, keep nobody out, and take no place from who was answered.
+    page = gateway.open_page("/api/events")
+    assert b"200 OK" in page.recv(1 << 16)
+    silent = [analyzer.sandbox.socket(socket.SOCK_STREAM) for _ in range(150)]
     for number, connection in enumerate(silent):
         connection.connect(("127.0.0.1", WEB_PORT))
-        connection.sendall(b"\xff" * number)
+        connection.sendall(b"GET /" + b"x" * number)
     assert gateway.request("GET", "/healthz")[1] == "ok\n"
+    gateway.post("/api/queues/lis/again", patient="P-4711")
+    page.settimeout(10)
+    assert b"event:" in page.recv(1 << 16)
 
 
 def test_what_was_delivered_long_ago_goes(analyzer: Analyzer) -> None:
