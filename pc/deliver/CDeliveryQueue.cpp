@@ -274,7 +274,13 @@ asio::awaitable<CDeliveryQueue::Next> CDeliveryQueue::NotAccepted(const std::str
                                                                   const DeliveryOutcome& outcome) {
     const bool answered = outcome.verdict == Verdict::kTryAgain || outcome.verdict == Verdict::kRejected;
     spdlog::warn("{}: result {} of {} was not delivered: {}", options_.name, delivery.result, serial, outcome.reason);
-    if (!answered) {
+    if (answered) {
+        // Whoever refuses is there: what kept results from getting through is over.
+        const std::lock_guard lock(mutex_);
+        pause_.Reset();
+        status_.problem.clear();
+        ++status_.failed;
+    } else {
         NoteProblem(outcome.reason);
         notBefore_ = std::chrono::steady_clock::now() + pause_.Next();
     }

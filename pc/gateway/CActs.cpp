@@ -11,10 +11,20 @@
 #include "base/AwaitCallback.h"
 #include "gateway/CGateway.h"
 #include "link/CRelease.h"
+#include "link/LinkError.h"
+#include "wire/PCCommand.h"
 
 namespace ZELPC {
 
 namespace {
+
+asio::awaitable<void> AskVersions(const CGateway::Held& of) {
+    try {
+        of.analyzer->OnInfo(co_await of.link->GetInfo(kItemActivity | kItemAnyVersion));
+    } catch (const LinkError&) {
+        // One that restarts tells its versions when it is registered again.
+    }
+}
 
 asio::awaitable<void> PushRelease(CGateway::Held to, std::shared_ptr<const CRelease> release, PushMethod method,
                                   std::string serial) {
@@ -22,12 +32,20 @@ asio::awaitable<void> PushRelease(CGateway::Held to, std::shared_ptr<const CRele
     try {
         const PushProgress end = co_await to.link->Push(release, method);
         spdlog::info("{}: update {}{}{}", serial, TextOf(end.step), end.reason.empty() ? "" : ": ", end.reason);
+        if (end.step == PushStep::kInstalled) {
+            co_await AskVersions(to);
+        }
         co_return;
     } catch (const std::exception& error) {
         failure = error.what();
     }
     spdlog::error("{}: no update: {}", serial, failure);
     to.analyzer->OnPush({.step = PushStep::kFailed, .images = {}, .reason = failure});
+}
+
+/// An act on one thing that did nothing did not find it.
+ActResult OrNone(ActResult result, const char* none) {
+    return result.status == 200 && result.count == 0 ? ActResult{404, 0, none} : result;
 }
 
 std::shared_ptr<const CRelease> ReadFor(const std::filesystem::path& folder, const LinkStatus& analyzer) {
@@ -75,13 +93,14 @@ asio::awaitable<ActResult> CActs::AgainOne(std::int64_t delivery) const {
     const Start start = [this, delivery](CStore::CountDone done) {
         gateway_.Store().AgainOne(delivery, std::move(done));
     };
-    co_return co_await Change(start, "results are sent again");
+    co_return OrNone(co_await Change(start, "results are sent again"),
+                     "there is no such delivery, or it waits already");
 }
 
 asio::awaitable<ActResult> CActs::Drop(std::int64_t delivery) const {
     spdlog::warn("asked to drop delivery {}", delivery);
     const Start start = [this, delivery](CStore::CountDone done) { gateway_.Store().Drop(delivery, std::move(done)); };
-    co_return co_await Change(start, "deliveries are dropped");
+    co_return OrNone(co_await Change(start, "deliveries are dropped"), "no such delivery waits or is held");
 }
 
 ActResult CActs::Push(const std::string& serial, const std::string& release, bool whenAsked) const {

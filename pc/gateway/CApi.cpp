@@ -1,5 +1,6 @@
 #include "gateway/CApi.h"
 
+#include <algorithm>
 #include <charconv>
 #include <stdexcept>
 
@@ -222,7 +223,12 @@ WebResponse CApi::Queues() const {
 WebResponse CApi::Queue(const WebRequest& request) const {
     const DeliveryState state = request.Get("state") == "waiting" ? DeliveryState::kWaiting : DeliveryState::kHeld;
     const auto limit = static_cast<int>(std::min<std::int64_t>(NumberOf(request.Get("limit"), 50), kMostAnswered));
-    return Answer(ListJson(gateway_.Reader().Deliveries(request.parts[0], state, limit)));
+    const std::string& name = request.parts[0];
+    const std::vector<QueueCount> queues = gateway_.Reader().Queues();
+    if (std::ranges::find(queues, name, &QueueCount::destination) == queues.end()) {
+        return Problem(404, "there is no destination " + name);
+    }
+    return Answer(ListJson(gateway_.Reader().Deliveries(name, state, limit)));
 }
 
 WebResponse CApi::Aside() const {

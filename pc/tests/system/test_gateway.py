@@ -201,8 +201,11 @@ def test_an_alarm_begins_and_ends(analyzer: Analyzer) -> None:
     wait_until(lambda: alarms.exists() and "begins down lis" in alarms.read_text(), 20, "the alarm")
     wait_until(lambda: "begins behind lis" in alarms.read_text(), 20, "the other one")
     assert {alarm["kind"] for alarm in gateway.get("/api/status")["alarms"]} == {"down", "behind"}
-    lis = Lis(gateway.listen())
-    wait_until(lambda: alarms.read_text().count("ends") == 2, 20, "their end")
+    lis = Lis(gateway.listen(), lambda message: acknowledge(message, "AE"))
+    wait_until(lambda: "ends down lis" in alarms.read_text(), 20, "whoever refuses is there")
+    assert {alarm["kind"] for alarm in gateway.get("/api/status")["alarms"]} == {"behind"}
+    lis.answer = acknowledge
+    wait_until(lambda: alarms.read_text().count("ends") == 2, 20, "the other one's end")
     assert len(lis.accepted) == 1
     # Ended in the middle of everything: in order and at once.
     gateway.process.signal(signal.SIGTERM)
