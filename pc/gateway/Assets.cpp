@@ -40,7 +40,8 @@ footer { padding-top: 1.5rem; padding-bottom: 1.5rem; font-size: .875rem; }
 .alarm ul { margin: .25rem 0; padding-left: 1.25rem; }
 form.search { display: flex; flex-wrap: wrap; gap: .5rem .75rem; align-items: end; margin-bottom: .75rem; }
 form.search label { display: grid; font-size: .875rem; color: var(--quiet); }
-form.act { display: inline-flex; flex-wrap: wrap; gap: .25rem .5rem; align-items: center; margin: .1rem .5rem .1rem 0; }
+form#acts label { display: grid; width: 18rem; max-width: 100%; font-size: .875rem; color: var(--quiet); }
+td button { margin: .1rem .25rem .1rem 0; }
 input, select, button { font: inherit; color: inherit; background: var(--back); border: 1px solid var(--line);
   border-radius: 4px; padding: .25rem .5rem; max-width: 100%; min-height: 2rem; }
 button { cursor: pointer; background: var(--card); border-color: var(--link); }
@@ -50,8 +51,10 @@ pre { background: var(--card); border: 1px solid var(--line); padding: .6rem; ov
   overflow-wrap: anywhere; font-size: .8125rem; margin: 0; }
 dl { display: grid; grid-template-columns: max-content 1fr; gap: .1rem 1rem; margin: 0 0 .75rem; }
 dt { color: var(--quiet); } dd { margin: 0; overflow-wrap: anywhere; }
-form.act input { width: 9rem; }
-progress { width: 8rem; max-width: 100%; }
+pre span { display: block; padding-left: 1.5em; text-indent: -1.5em; }
+.line { display: block; white-space: nowrap; }
+.image { display: inline-block; width: 2.5rem; }
+progress { width: 6rem; max-width: 100%; }
 @media (max-width: 44rem) {
   thead { display: none; }
   table, tbody, tr, td { display: block; }
@@ -81,7 +84,10 @@ async function show() {
     const fresh = page.querySelector("main");
     if (answer.ok && fresh && fresh.innerHTML !== main.innerHTML) {
       const link = main.contains(document.activeElement) ? document.activeElement.getAttribute("href") : null;
+      const typed = main.querySelector("[name=token]")?.value;
       main.replaceChildren(...fresh.childNodes);
+      const token = main.querySelector("[name=token]");
+      if (typed && token) token.value = typed;
       if (link) [...main.querySelectorAll("a")].find((a) => a.getAttribute("href") === link)?.focus();
     }
   } catch { news = true; } finally { busy = false; }

@@ -104,6 +104,8 @@ WebResponse CPages::Page(const WebRequest& request, const std::string& title, co
             fmt::format("<a href=\"{}\"{}>{}</a>", path, request.path == path ? " aria-current=\"page\"" : "", name);
     }
     const std::string problem = gateway_.Store().Health().problem;
+    const bool hasActs = main.find(kOfActForm) != main.npos;
+    const std::string acts = hasActs ? ActForm(request.path, guard_, !request.authenticated) : "";
     WebResponse response;
     response.body = fmt::format(
         "<!doctype html>\n<html lang=\"en\"><head><meta charset=\"utf-8\"><title>{} - zelpc</title>"
@@ -112,9 +114,9 @@ WebResponse CPages::Page(const WebRequest& request, const std::string& title, co
         "<script src=\"/page.js\" defer></script></head>\n"
         "<body><a class=\"skip\" href=\"#main\">To the content</a>"
         "<header><strong>zelpc gateway</strong><nav aria-label=\"Pages\">{}</nav></header>\n"
-        "<main id=\"main\"><h1>{}</h1>\n{}{}</main>\n"
+        "<main id=\"main\"><h1>{}</h1>\n{}{}{}</main>\n"
         "<footer>{}Times are this gateway's local time.</footer></body></html>\n",
-        Escape(title), places, Escape(title), AlarmBox(gateway_), main,
+        Escape(title), places, Escape(title), AlarmBox(gateway_), acts, main,
         problem.empty() ? "" : "Results are not stored and not acknowledged: " + Escape(problem) + ". ");
     return response;
 }
@@ -123,7 +125,7 @@ WebResponse CPages::Overview(const WebRequest& request) const {
     ResultFilter latest;
     latest.limit = 15;
     return Page(request, "Overview",
-                "<h2>Analyzers</h2>\n" + AnalyzersTable(request) + "<h2>Queues</h2>\n" + QueuesTable() +
+                "<h2>Analyzers</h2>\n" + AnalyzersTable() + "<h2>Queues</h2>\n" + QueuesTable() +
                     "<h2>Latest results</h2>\n" + ResultRows(gateway_.Reader().Results(latest), "None came yet."));
 }
 
@@ -150,7 +152,7 @@ WebResponse CPages::Result(const WebRequest& request) const {
         return response;
     }
     std::string sendings = "<h2>Where it went</h2>\n" + DeliveriesTable(gateway_.Reader().DeliveriesOf(result->id),
-                                                                        request, "It is not for any destination.");
+                                                                        "It is not for any destination.");
     return Page(request, fmt::format("Result {}", result->id), ResultHtml(*result) + sendings);
 }
 
@@ -163,8 +165,8 @@ WebResponse CPages::Queue(const WebRequest& request) const {
     const auto held = gateway_.Reader().Deliveries(name, DeliveryState::kHeld, kShown);
     const auto waiting = gateway_.Reader().Deliveries(name, DeliveryState::kWaiting, kShown);
     return Page(request, "Queue " + name,
-                "<h2>Held</h2>\n" + DeliveriesTable(held, request, "Nothing is held.") + "<h2>Waiting</h2>\n" +
-                    DeliveriesTable(waiting, request, "Nothing waits."));
+                "<h2>Held</h2>\n" + DeliveriesTable(held, "Nothing is held.") + "<h2>Waiting</h2>\n" +
+                    DeliveriesTable(waiting, "Nothing waits."));
 }
 
 WebResponse CPages::Aside(const WebRequest& request) const {

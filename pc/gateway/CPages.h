@@ -29,14 +29,11 @@ private:
     WebResponse Aside(const WebRequest& request) const;
     void AddActs(CRoutes& routes) const;
 
-    std::string AnalyzersTable(const WebRequest& request) const;
-    std::string UpdateCell(const AnalyzerView& analyzer, const WebRequest& request) const;
+    std::string AnalyzersTable() const;
+    std::string UpdateCell(const AnalyzerView& analyzer) const;
     std::string QueuesTable() const;
-    std::string DeliveriesTable(const std::vector<Delivery>& deliveries, const WebRequest& request,
-                                const char* nothing) const;
-    std::string Form(const WebRequest& request, std::string_view action,
-                     std::initializer_list<std::pair<std::string_view, std::string>> fields,
-                     std::string_view button) const;
+    std::string DeliveriesTable(const std::vector<Delivery>& deliveries, const char* nothing) const;
+    std::string StateOf(const QueueCount& queue) const;
     WebResponse Page(const WebRequest& request, const std::string& title, const std::string& main) const;
 
     CGateway& gateway_;

@@ -17,7 +17,8 @@ WebResponse After(const WebRequest& request, const ActResult& result) {
         return WebResponse::Text(result.status, result.text + "\n");
     }
     const std::string& back = request.Get("back");
-    const bool own = back.starts_with('/') && !back.starts_with("//") && back.find_first_of("\r\n\\") == back.npos;
+    // Browsers leave tabs and line ends out of an address, and take a backslash for a slash.
+    const bool own = back.starts_with('/') && !back.starts_with("//") && back.find_first_of("\t\r\n\\") == back.npos;
     return WebResponse::SeeOther(own ? back : "/");
 }
 
@@ -51,7 +52,7 @@ std::string Versions(const AnalyzerView& analyzer) {
     for (const auto& [name, version] : {std::pair("SYS", info.sysVersion), std::pair("APP", info.appVersion),
                                         std::pair("DSP", info.dspVersion), std::pair("XML", info.xmlVersion)}) {
         if (version.has_value() && !version->empty()) {
-            text += fmt::format("{}{} {}", text.empty() ? "" : "<br>", name, Escape(*version));
+            text += fmt::format("<span class=\"line\">{} {}</span>", name, Escape(*version));
         }
     }
     return text;
@@ -60,8 +61,11 @@ std::string Versions(const AnalyzerView& analyzer) {
 std::string Progress(const PushProgress& push) {
     std::string html = Escape(TextOf(push.step)) + (push.reason.empty() ? "" : ": " + Escape(push.reason));
     for (const auto& [image, progress] : push.images) {
-        html += fmt::format("<br>{} <progress value=\"{}\" max=\"{}\">{} of {}</progress>", NameOf(image),
-                            progress.sent, progress.size, progress.sent, progress.size);
+        const std::int64_t percent = progress.size == 0 ? 0 : progress.sent * 100 / progress.size;
+        html += fmt::format(
+            "<span class=\"line\"><span class=\"image\">{0}</span> <progress aria-label=\"{0}\" value=\"{1}\" "
+            "max=\"100\"></progress> {2}</span>",
+            NameOf(image), percent, progress.stored ? "stored" : fmt::format("{} %", percent));
     }
     return html;
 }
@@ -73,13 +77,7 @@ const char* KindOf(DeliveryState state) {
 
 }  // namespace
 
-std::string CPages::Form(const WebRequest& request, std::string_view action,
-                         std::initializer_list<std::pair<std::string_view, std::string>> fields,
-                         std::string_view button) const {
-    return canAct_ ? ButtonForm(action, fields, button, guard_, !request.authenticated) : std::string();
-}
-
-std::string CPages::AnalyzersTable(const WebRequest& request) const {
+std::string CPages::AnalyzersTable() const {
     CHtmlTable table("Analyzers", {"Analyzer", "State", "Registered PC", "Versions", "Last result", "Update"});
     for (const auto& held : gateway_.Analyzers()) {
         const AnalyzerView view = held.analyzer->View();
@@ -88,35 +86,53 @@ std::string CPages::AnalyzersTable(const WebRequest& request) const {
                                status.address.is_unspecified() ? "" : status.address.to_string()),
                    Badge(TextOf(status.state), KindOf(status.state)) +
                        (status.reason.empty() ? "" : "<br>" + Escape(status.reason)),
-                   Registrant(view), Versions(view), TimeText(view.lastResult), UpdateCell(view, request)});
+                   Registrant(view), Versions(view), TimeText(view.lastResult), UpdateCell(view)});
     }
     return table.Html("None was found yet.");
 }
 
-std::string CPages::UpdateCell(const AnalyzerView& analyzer, const WebRequest& request) const {
+std::string CPages::UpdateCell(const AnalyzerView& analyzer) const {
     const std::string& serial = analyzer.status.serial;
-    std::string html = analyzer.push.has_value() ? Progress(*analyzer.push) : "";
-    if (analyzer.push.has_value() && !analyzer.push->IsOver()) {
-        return html + Form(request, "/act/cancel", {{"serial", serial}, {"back", "/"}}, "Call off");
+    const auto& push = analyzer.push;
+    std::string html = push.has_value() ? Progress(*push) : "";
+    if (!canAct_) {
+        return html;
+    }
+    if (push.has_value() && !push->IsOver()) {
+        // An analyzer that has everything cannot be stopped any more.
+        const bool stoppable = push->step != PushStep::kInstalling;
+        return html + (stoppable ? ActButton("/act/cancel", {{"serial", serial}}, "Call off", serial) : "");
     }
     if (analyzer.status.state == LinkState::kRegistered) {
         for (const std::string& release : acts_.Releases()) {
-            html += Form(request, "/act/push", {{"serial", serial}, {"release", release}, {"back", "/"}},
-                         "Send " + release);
+            html += ActButton("/act/push", {{"serial", serial}, {"release", release}}, "Send " + release, serial);
         }
     }
     return html;
+}
+
+/// How a queue is, the worst first.
+std::string CPages::StateOf(const QueueCount& queue) const {
+    const auto status = gateway_.QueueStatus(queue.destination);
+    if (!status.has_value()) {
+        return Badge("not configured", "wait");
+    }
+    if (!status->problem.empty()) {
+        return Badge("nothing gets through", "bad") + "<br>" + Escape(status->problem);
+    }
+    for (const Alarm& alarm : gateway_.Alarms().Current()) {
+        if (alarm.kind == "behind" && alarm.name == queue.destination) {
+            return Badge("behind", "bad");
+        }
+    }
+    return queue.held > 0 ? Badge("some are held", "wait") : Badge("well", "good");
 }
 
 std::string CPages::QueuesTable() const {
     CHtmlTable table("Queues", {"Destination", "State", "Waiting", "Oldest", "Held", "Last delivered"});
     for (const QueueCount& count : gateway_.Reader().Queues()) {
         const auto status = gateway_.QueueStatus(count.destination);
-        const std::string state = !status.has_value() ? Badge("not configured", "wait")
-                                  : status->problem.empty()
-                                      ? Badge("well", "good")
-                                      : Badge("nothing gets through", "bad") + "<br>" + Escape(status->problem);
-        table.Add({fmt::format("<a href=\"/queues/{0}\">{0}</a>", Escape(count.destination)), state,
+        table.Add({fmt::format("<a href=\"/queues/{0}\">{0}</a>", Escape(count.destination)), StateOf(count),
                    std::to_string(count.waiting), TimeText(count.oldest),
                    count.held == 0 ? "0" : Badge(std::to_string(count.held), "bad"),
                    status.has_value() ? TimeText(status->lastDelivered) : ""});
@@ -124,18 +140,17 @@ std::string CPages::QueuesTable() const {
     return table.Html("There is no destination.");
 }
 
-std::string CPages::DeliveriesTable(const std::vector<Delivery>& deliveries, const WebRequest& request,
-                                    const char* nothing) const {
+std::string CPages::DeliveriesTable(const std::vector<Delivery>& deliveries, const char* nothing) const {
     CHtmlTable table("Deliveries", {"Result", "Destination", "State", "Since", "Attempts", "Why", "Act"});
     for (const Delivery& delivery : deliveries) {
-        const std::initializer_list<std::pair<std::string_view, std::string>> fields = {
-            {"delivery", std::to_string(delivery.id)}, {"back", request.path}};
+        const std::string id = std::to_string(delivery.id);
+        const std::string what = fmt::format("result {} to {}", delivery.result, delivery.destination);
         std::string acts;
-        if (delivery.state != DeliveryState::kWaiting) {
-            acts += Form(request, "/act/again", fields, "Send again");
+        if (canAct_ && delivery.state != DeliveryState::kWaiting) {
+            acts += ActButton("/act/again", {{"delivery", id}}, "Send again", what);
         }
-        if (delivery.state == DeliveryState::kWaiting || delivery.state == DeliveryState::kHeld) {
-            acts += Form(request, "/act/drop", fields, "Drop");
+        if (canAct_ && (delivery.state == DeliveryState::kWaiting || delivery.state == DeliveryState::kHeld)) {
+            acts += ActButton("/act/drop", {{"delivery", id}}, "Drop", what);
         }
         table.Add({fmt::format("<a href=\"/results/{}\">{}</a> {} {}", delivery.result, delivery.result,
                                Escape(delivery.serial), Escape(delivery.patient)),

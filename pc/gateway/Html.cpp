@@ -5,6 +5,8 @@
 
 #include <ctime>
 
+#include "web/WebMessage.h"
+
 namespace ZELPC {
 
 std::string Escape(std::string_view text) {
@@ -57,18 +59,28 @@ std::string Badge(std::string_view text, std::string_view kind) {
     return fmt::format("<span class=\"badge {}\">{}</span>", kind, Escape(text));
 }
 
-std::string ButtonForm(std::string_view action, std::initializer_list<std::pair<std::string_view, std::string>> fields,
-                       std::string_view button, const std::string& guard, bool askToken) {
-    std::string html = fmt::format("<form class=\"act\" method=\"post\" action=\"{}\">", Escape(action));
-    for (const auto& [name, value] : fields) {
-        html += fmt::format("<input type=\"hidden\" name=\"{}\" value=\"{}\">", Escape(name), Escape(value));
-    }
-    html += fmt::format("<input type=\"hidden\" name=\"guard\" value=\"{}\">", Escape(guard));
+std::string ActForm(const std::string& back, const std::string& guard, bool askToken) {
+    // The first button is what Enter presses: one that does nothing, lest it be that of some row.
+    std::string html = fmt::format(
+        "<form id=\"acts\" method=\"post\"><button disabled hidden></button>"
+        "<input type=\"hidden\" name=\"back\" value=\"{}\"><input type=\"hidden\" name=\"guard\" value=\"{}\">",
+        Escape(back), Escape(guard));
     if (askToken) {
         html +=
-            "<label>Token <input type=\"password\" name=\"token\" required autocomplete=\"current-password\"></label> ";
+            "<label>Token, for the buttons below <input type=\"password\" name=\"token\" required "
+            "autocomplete=\"current-password\"></label>";
     }
-    return html + fmt::format("<button>{}</button></form>", Escape(button));
+    return html + "</form>\n";
+}
+
+std::string ActButton(std::string_view action, std::initializer_list<std::pair<std::string_view, std::string>> fields,
+                      std::string_view button, std::string_view what) {
+    std::string target(action);
+    for (const auto& [name, value] : fields) {
+        target += fmt::format("{}{}={}", target.size() == action.size() ? "?" : "&", name, PercentEncode(value));
+    }
+    return fmt::format("<button {} formaction=\"{}\" aria-label=\"{}: {}\">{}</button> ", kOfActForm, Escape(target),
+                       Escape(button), Escape(what), Escape(button));
 }
 
 std::string TimeText(std::int64_t milliseconds) {

@@ -29,9 +29,13 @@ private:
 
 /// A word in a coloured frame: "good", "bad", "wait" or "".
 std::string Badge(std::string_view text, std::string_view kind);
-/// A form with one button, which sends hidden fields; `token` adds a field for the token.
-std::string ButtonForm(std::string_view action, std::initializer_list<std::pair<std::string_view, std::string>> fields,
-                       std::string_view button, const std::string& guard, bool askToken);
+/// What all buttons of a page send beside their own: where to go on, the guard, and the token when it is asked for.
+std::string ActForm(const std::string& back, const std::string& guard, bool askToken);
+/// How a button says that it belongs to the page's ActForm.
+inline constexpr std::string_view kOfActForm = "form=\"acts\"";
+/// A button of the page's ActForm. `what` is said of it where it is heard and not seen.
+std::string ActButton(std::string_view action, std::initializer_list<std::pair<std::string_view, std::string>> fields,
+                      std::string_view button, std::string_view what);
 /// Local time for people; empty for 0.
 std::string TimeText(std::int64_t milliseconds);
 /// "20261121103637" as "2026-11-21 10:36:37"; other texts as they are.

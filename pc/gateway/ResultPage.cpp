@@ -58,9 +58,14 @@ std::string Values(const LabResult& result) {
 }  // namespace
 
 std::string RawText(const std::string& text) {
-    std::string lines = text;
-    std::ranges::replace(lines, '\r', '\n');
-    return Escape(lines);
+    // A block for each segment: where one goes on in a second line it is seen that it does.
+    std::string html;
+    for (std::size_t begin = 0; begin < text.size();) {
+        const std::size_t end = std::min(text.find_first_of("\r\n", begin), text.size());
+        html += "<span>" + Escape(std::string_view(text).substr(begin, end - begin)) + "</span>\n";
+        begin = end + 1;
+    }
+    return html;
 }
 
 std::string ResultHtml(const StoredResult& stored) {

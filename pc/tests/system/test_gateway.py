@@ -277,7 +277,7 @@ def test_the_page(analyzer: Analyzer, gateway: Gateway) -> None:
         browser.show(url + "/queues/lis")
         assert "AR: <b>who?</b>" in browser.text("table")
         lis.answer = acknowledge
-        browser.type("form[action='/act/again'] input[name=token]", (gateway.state / "token").read_text().strip())
-        browser.click("form[action='/act/again'] button")
+        browser.type("#acts [name=token]", (gateway.state / "token").read_text().strip())
+        browser.click("button[formaction^='/act/again']")
         wait_until(lambda: lis.accepted, 10, "the result that was sent again")
         assert "Nothing is held." in browser.text()
