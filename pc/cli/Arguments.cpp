@@ -5,6 +5,7 @@
 #include "cli/Commands.h"
 #include "cli/ExitStatus.h"
 #include "cli/GatewayCommands.h"
+#include "cli/Output.h"
 #include "link/LinkSettings.h"
 
 namespace ZELPC {
@@ -75,6 +76,7 @@ void AddNetwork(CLI::App* command, NetworkOptions& options, std::uint16_t port) 
         ->capture_default_str();
     command->add_option("--name", options.name, "Name that analyzers show for this PC, at most 10 characters")
         ->type_name("NAME")
+        ->check([](const std::string& name) { return name.size() > 10 ? "at most 10 characters" : std::string(); })
         ->capture_default_str();
 }
 
@@ -115,7 +117,8 @@ void AddScan(CLI::App& app, ScanOptions& options, int& status) {
     CLI::App* command = Add(app, "scan", "Find analyzers on the network", kScanEnd);
     command->add_option("--to", options.to, "Address to ask instead of every network")->type_name("ADDRESS");
     command->add_option("--seconds", options.seconds, "How long to wait for answers")
-        ->check(CLI::Range(0.1, 3600.0))
+        ->check(CLI::Range(0.1, 3600.0).description(""))
+        ->type_name("SECONDS")
         ->capture_default_str();
     AddNetwork(command, options.network, 0);
     AddJson(command, options.json);
@@ -217,6 +220,11 @@ int RunArguments(int argc, const char* const* argv) {
     AddDecode(app, arguments.decode, status);
     std::function<int()> gateway;
     AddGatewayCommands(app, gateway);
+    const auto isMeant = [&](const CLI::App* command) { return command->get_name() == argv[1]; };
+    if (argc > 1 && *argv[1] != '-' && app.get_subcommands(isMeant).empty()) {
+        PrintProblem("there is no command \"" + std::string(argv[1]) + "\"; --help shows those that there are");
+        return kUsage;
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -60,6 +60,15 @@ void CPushView::Show(const PushProgress& progress) {
     step_ = progress.step;
 }
 
+bool CPushView::IsTooLateToCancel() {
+    if (step_ != PushStep::kInstalling) {
+        return false;
+    }
+    barLines_ = 0;
+    PrintProblem("the analyzer has everything and goes on by itself; Ctrl-C once more ends only the looking on");
+    return true;
+}
+
 void CPushView::ShowLines(const PushProgress& progress) {
     for (const auto& [image, state] : progress.images) {
         if (state.stored && !stored_[image]) {
@@ -99,11 +108,11 @@ void CPushView::ShowJson(const PushProgress& progress) const {
 }
 
 int StatusOf(const PushProgress& progress) {
-    if (progress.step == PushStep::kInstalled) {
-        return kDone;
+    if (!progress.reason.empty()) {
+        PrintProblem(progress.reason);
     }
-    PrintProblem(progress.reason);
     switch (progress.step) {
+        case PushStep::kInstalled:
         case PushStep::kNotNeeded:
             return kDone;
         case PushStep::kCancelled:

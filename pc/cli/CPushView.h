@@ -14,6 +14,8 @@ public:
     CPushView(std::string host, bool json) : host_(std::move(host)), json_(json) {}
 
     void Show(const PushProgress& progress);
+    /// Says that an update is not called off any more, when that is so.
+    [[nodiscard]] bool IsTooLateToCancel();
 
 private:
     void ShowLines(const PushProgress& progress);

@@ -20,6 +20,8 @@ namespace {
 int StatusOf(const std::exception_ptr& thrown) {
     try {
         std::rethrow_exception(thrown);
+    } catch (const CalledOff&) {
+        return kInterrupted;
     } catch (const LinkError& error) {
         PrintProblem(error.what());
         return kUnreachable;

@@ -31,7 +31,7 @@ GatewayConfig ReadConfig(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     const std::string text{std::istreambuf_iterator<char>(file), {}};
     if (!file) {
-        throw std::runtime_error(path + ": cannot be read");
+        throw CConfigError(path + ": cannot be read");
     }
     return ReadGatewayConfig(text, path);
 }

@@ -55,6 +55,9 @@ std::string AskFor(const std::string& host) {
         }
     }
     std::fputc('\n', terminal.get());
+    if (std::ferror(terminal.get()) != 0) {
+        throw CalledOff();  // a signal was waited for elsewhere, and broke off the reading here
+    }
     return password;
 }
 

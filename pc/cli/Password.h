@@ -13,8 +13,11 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// The question for the password was answered with Ctrl-C.
+struct CalledOff {};
+
 /// The administrator password: the first line of the file, or else the environment's ZELPC_PASSWORD, or else asked for
-/// on the terminal, unseen. Throws PasswordError.
+/// on the terminal, unseen. Throws PasswordError and CalledOff.
 [[nodiscard]] std::string ReadPassword(const PasswordOptions& options, const std::string& host);
 
 }  // namespace ZELPC

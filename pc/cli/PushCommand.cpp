@@ -48,6 +48,8 @@ public:
         }
     }
 
+    CPushView& View() { return view_; }
+
 private:
     asio::steady_timer changed_;
     CPushView& view_;
@@ -73,7 +75,11 @@ asio::awaitable<int> PushOver(CRunner& runner, std::shared_ptr<IAnalyzerLink> li
         co_return Hindered(status);
     }
     release->RequireFor(status.model);
-    runner.OnInterrupt([link] { link->CancelPush(); });
+    runner.OnInterrupt([&events, link] {
+        if (!events.View().IsTooLateToCancel()) {
+            link->CancelPush();
+        }
+    });
     const PushProgress progress = co_await link->Push(release, method);
     co_return StatusOf(progress);
 }

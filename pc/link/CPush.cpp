@@ -40,9 +40,9 @@ std::optional<std::string> InstalledVersion(const DeviceInfo& info, ImageId imag
     }
 }
 
-/// Whether an analyzer has the versions that it was sent, as far as it tells them: it does not tell that of DSP.
-bool HasInstalled(const DeviceInfo& info, const CRelease& release, const PushProgress& progress) {
-    return std::ranges::all_of(progress.images, [&](const auto& image) {
+/// Whether an analyzer has the versions of these images, as far as it tells them: it does not tell that of DSP.
+bool HasInstalled(const DeviceInfo& info, const CRelease& release, const auto& images) {
+    return std::ranges::all_of(images, [&](const auto& image) {
         const std::string installed = InstalledVersion(info, image.first).value_or("");
         return installed.empty() || SameVersion(installed, release.Files().at(image.first).version);
     });
@@ -59,6 +59,8 @@ asio::awaitable<PushProgress> CPush::Run(std::shared_ptr<CLinkSession> session) 
     bool callOff = false;
     try {
         if (method_ == PushMethod::kOffer) {
+            const auto before = co_await AskState();
+            looksInstalled_ = before && HasInstalled(*before, *release_, release_->Files());
             co_await Offer();
         } else {
             co_await ServeRequests();
@@ -215,10 +217,13 @@ asio::awaitable<void> CPush::FollowInstallation() {
     while (Clock::now() < deadline && failure_.empty()) {
         const auto info = co_await AskState();
         if (info && info->activity != static_cast<std::uint8_t>(Activity::kUpdating)) {
-            if (!HasInstalled(*info, *release_, progress_)) {
+            if (!HasInstalled(*info, *release_, progress_.images)) {
                 throw End{PushStep::kFailed, "the analyzer has not installed it", false};
             }
             progress_.step = PushStep::kInstalled;
+            if (looksInstalled_) {
+                progress_.reason = "it tells no other versions than before: its screen tells whether they were written";
+            }
             co_return;
         }
         // Nothing the analyzer says meanwhile matters, and it cannot be called off any more.

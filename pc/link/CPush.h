@@ -72,6 +72,7 @@ private:
     PushProgress progress_;
     Clock::time_point told_;
     bool cancelled_ = false;
+    bool looksInstalled_ = false;  ///< before anything was sent
     std::string failure_;
 };
 

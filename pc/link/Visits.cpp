@@ -36,8 +36,12 @@ asio::awaitable<Outcome> Visit(CLinkHub& hub, address_v4 analyzer, const Errand&
         }
         co_return outcome;
     };
-    // What the errand refers to lives as long as this coroutine waits for it.
-    co_return co_await asio::co_spawn(strand, visit, asio::use_awaitable);
+    try {
+        // What the errand refers to lives as long as this coroutine waits for it.
+        co_return co_await asio::co_spawn(strand, visit, asio::use_awaitable);
+    } catch (const LinkError& error) {
+        throw LinkError(analyzer.to_string() + ": " + error.what());
+    }
 }
 
 /// The analyzer is done with a registration when it answers again, or has closed the connection, as it does when a PC

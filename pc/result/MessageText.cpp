@@ -37,6 +37,7 @@ constexpr Name kNames[] = {
     {"PID-8", "sex"},
     {"PID-21", "client"},
     {"PID-35", "species"},
+    {"SPM-1", "number"},
     {"SPM-4", "specimen type"},
     {"SPM-11", "P patient, Q control"},
     {"SAC-32", "hemolysis index"},
