@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import re
 import shutil
-from datetime import datetime, timedelta
+from datetime import UTC, datetime, timedelta
 from typing import Any
 
 from bench import pc as pc_program
@@ -174,7 +174,8 @@ def check_updated(analyzer: Analyzer, files: dict[int, bytes], method: str) -> N
         == [(DISPLAY_NAMES[image], ("0.00.00.0000" if image == DSP else OLD, NEW, method)) for image in images]
     for _, time, elapsed, *_ in rows:
         # The sandbox knows no time zone.
-        assert abs(datetime.strptime(time, "%Y-%m-%d %H:%M:%S") - datetime.utcnow()) < timedelta(minutes=1)
+        told = datetime.strptime(time, "%Y-%m-%d %H:%M:%S").replace(tzinfo=UTC)
+        assert abs(told - datetime.now(UTC)) < timedelta(minutes=1)
         assert re.fullmatch(r"0m [0-9]{1,2}s\.(0|[1-9][0-9]{0,2})", elapsed), elapsed
 
 
