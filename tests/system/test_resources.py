@@ -62,6 +62,13 @@ def is_served(pc: Pc) -> bool:
     return False
 
 
+def is_registered(pc: Pc) -> bool:
+    """A PC that asks while a result's transfer ends gets no answer."""
+    with suppress(TimeoutError):
+        return bool(pc.register(PASSWORD))
+    return False
+
+
 def fill(directory: Path) -> Path:
     """Takes all the space that is left."""
     filler = directory / "filler"
@@ -82,7 +89,7 @@ def test_a_full_data_partition(analyzer: Analyzer, connected_pc: Pc, make_pc: Ca
     connected_pc.stop_heartbeat()
     other = make_pc(udp_port=9100, name="Other", peer_id="2")
     other.start_heartbeat()
-    other.register(PASSWORD)
+    wait_until(lambda: is_registered(other), 30, "the other PC is registered")
     wait_until(lambda: (status := analyzer.zelapp.expect(PcConnection)).connected and status.name == "Other", 40,
                "the new PC is connected")
     transfer(analyzer, other)
