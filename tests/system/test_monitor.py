@@ -58,6 +58,9 @@ def test_only_the_registered_pcs_heartbeats_count(analyzer: Analyzer, pc: Pc, ma
     pc.send_heartbeat(mask=0x2000, rest=b"N62A0001234".ljust(15, b"\0"))
     assert pc.heartbeat_answered.wait(5)
     assert analyzer.zelapp.expect(PcConnection).connected
+    for _ in range(120):
+        pc.send_heartbeat()
+    analyzer.daemon.wait_for_log(f"UDP Server is working well with IP: {PC_ADDRESS}, Port: 9036")
 
 
 def test_the_pc_is_told_of_a_new_address_until_it_acknowledges(analyzer: Analyzer, connected_pc: Pc) -> None:

@@ -25,7 +25,7 @@ def identity(analyzer: Analyzer) -> tuple[str | None, ...]:
 
 def test_a_registered_pc_is_stored_and_reported(analyzer: Analyzer, make_pc: Any) -> None:
     pc = make_pc(udp_port=9036, name="TenLetters", peer_id="7")
-    pc.start_heartbeat()
+    pc.start_heartbeat(0.1)
     answer = pc.register(PASSWORD, tag=0x33)
     answered = time.monotonic()
     assert answer == Packet(Command.REGISTER_RESPONSE, 0x33, ord("7"), b"7")

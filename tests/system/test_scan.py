@@ -21,13 +21,11 @@ def test_the_answer_goes_to_the_address_in_the_request(analyzer: Analyzer, pc: P
         payload = struct.pack(">H4s4s", 7777, socket.inet_aton(PC_ADDRESS), b"\xde\xad\xbe\xef")
         pc.send_datagram(Packet(Command.SCAN, 0x5A, 0x11, payload).encode())
         data, sender = other.recvfrom(4096)
-    assert sender[1] == 9035
     packet = decode(data)
-    assert (packet.tag, packet.sub_tag, packet.version, packet.flag) == (0x5A, 0xFF, 1, False)
+    assert (sender[1], packet.tag, packet.sub_tag, packet.version, packet.flag) == (9035, 0x5A, 0xFF, 1, False)
     assert ScanResponse.decode(packet) == ScanResponse("N62A0001234", False, 9034, ANALYZER_ADDRESS, "0.0.0.0", "",
                                                        "N62")
-    reserved = packet.payload[22:32] + packet.payload[46:60]
-    assert reserved == bytes(24) and packet.payload[15] == 0
+    assert packet.payload[22:32] + packet.payload[46:60] == bytes(24) and packet.payload[15] == 0
     assert pc.datagrams.empty()
 
 
@@ -38,8 +36,7 @@ def test_the_registered_pc_is_named(analyzer: Analyzer, connected_pc: Pc) -> Non
 
 
 def test_over_the_usb_network_link_its_own_address_is_given(analyzer: Analyzer, make_pc: Any) -> None:
-    found = make_pc(address=USB_PC_ADDRESS, analyzer=USB_ANALYZER_ADDRESS).scan()
-    assert found.address == USB_ANALYZER_ADDRESS
+    assert make_pc(address=USB_PC_ADDRESS, analyzer=USB_ANALYZER_ADDRESS).scan().address == USB_ANALYZER_ADDRESS
 
 
 @pytest.mark.parametrize("model", ["Veterinary"])

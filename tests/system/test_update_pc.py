@@ -56,6 +56,7 @@ def test_a_push(analyzer: Analyzer, connected_pc: Pc) -> None:
     """Catches images that are mixed up, lost or answered wrongly on their way, and progress that is not complete."""
     files = release()
     begin_push(analyzer, connected_pc, (SYS, APP, XML, DSP))
+    assert connected_pc.scan().active
     push(connected_pc, files[XML], files[SYS], files[DSP], files[APP])
     messages, progress = succeed(analyzer)
     assert not any(isinstance(message, UpdateStarts) for message in messages)

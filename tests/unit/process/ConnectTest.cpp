@@ -120,8 +120,7 @@ TEST_F(ConnectTest, RefusesRegistrations) {
         CPCMsg request = Registration("pass", peerID);
         EXPECT_EQ(CConnect(Service()).ProcessRegisterDevice(request, session), -1);
     }
-    EXPECT_TRUE(session->errors.empty());
-    EXPECT_TRUE(session->sent.empty());
+    EXPECT_TRUE(session->errors.empty() && session->sent.empty());
     EXPECT_EQ(device->GetSession(), nullptr);
     EXPECT_EQ(ReadFile(kOwnConfigFile), kSettings);
 }
@@ -168,6 +167,7 @@ TEST_F(ConnectTest, ARegistrationIsStoredWholeOrNotAtAll) {
         const RegisteredPC pc = CConfigMgr::GetInstance()->GetRegisteredPC();
         EXPECT_TRUE((status != 0 && pc == before) || pc == (RegisteredPC{"127.0.0.1", 40123, 0, "NewPC", 'K'}))
             << step << ": " << ReadFile(kOwnConfigFile);
+        EXPECT_EQ(pc != before, ReadFile(kOwnConfigFile).find("IPChanged=0") != std::string::npos);
         WriteFile(kOwnConfigFile, kSettings);
     }
 }
