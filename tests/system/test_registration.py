@@ -53,6 +53,7 @@ def test_the_previous_pc_is_told_first(analyzer: Analyzer, connected_pc: Pc, oth
     assert notice == Packet(Command.NOTICE, 5, ord("1"), b"\x04\x00" + field + b"OtherPC\0\0\0")
     assert identity(analyzer) == (other_pc.address, "OtherPC", "2", "9036")
     log = analyzer.daemon.log()
+    assert re.search(r"INFO 0A 03 05( {1,2}[0-9A-F]{2}){21} $", log, re.MULTILINE), "a whole row of a packet"
     assert log.find("Change device info request making start") < log.rfind("Register device response making start")
 
 

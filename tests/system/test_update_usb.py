@@ -173,7 +173,7 @@ def test_bad_sticks(analyzer: Analyzer) -> None:
         ("no files", {}, USB_ERROR, "Update file does not exist."),
         *((f"without {image}", release(without=(image,)), USB_ERROR, together) for image in (APP, XML, SYS)),
         ("XML of another release", good | {XML: release(NEWER)[XML]}, PACKAGE_ERROR, unfit),
-        ("a header cut short", good | {SYS: good[SYS][:39]}, USB_ERROR, together),
+        ("a header cut short", good | {SYS: good[SYS][:39]}, USB_ERROR, "Retry reading usb file(3 time(s))."),
         ("another model's APP", good | {APP: release(model="veterinary")[APP]}, USB_ERROR, "(ZV6A) compare failed"),
         ("a negative size", good | {XML: header_with(good[XML], -1)}, USB_ERROR, together),
         ("no package block", good | {APP: good[APP][:-100]}, USB_ERROR, "4 retry, but file read error occured"),
