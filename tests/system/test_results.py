@@ -136,7 +136,7 @@ def test_empty_columns_and_what_means_something_in_values(analyzer: Analyzer, co
     """Catches a text of the database that is changed, or that begins a segment of its own."""
     with analyzer.database() as database:
         insert(database, "Tb_Result_Summary", {"ResultID": 20, "PatientID": "a^b&c|d'\";--%s%n\x7fé\rZZZ|x\n\t\x01",
-                                               "Birth": "1975", "Date": "2023-05-17"})
+                                               "Birth": "1975", "Date": "2023-05-17 14:03:5"})
         insert(database, "Tb_Result_Data", {"ResultID": 20, "QCFlag": "0\rOBX"})
     sent = segments(transfer(analyzer, connected_pc, PATIENT_KIND, 20))
     assert sent[1] == "PID|||a^b&c|d'\";--%s%n\x7fé ZZZ|x   ||^^^^^^L"
