@@ -18,6 +18,24 @@ public:
 
     static bool Came() { return came_ != 0; }
 
+    /// Lets neither come while it lives, for a request of which it must be known what became of it. The only thread.
+    class Hold {
+    public:
+        Hold() {
+            sigset_t both;
+            sigemptyset(&both);
+            sigaddset(&both, SIGINT);
+            sigaddset(&both, SIGTERM);
+            ::sigprocmask(SIG_BLOCK, &both, &before_);
+        }
+        ~Hold() { ::sigprocmask(SIG_SETMASK, &before_, nullptr); }
+        Hold(const Hold&) = delete;
+        Hold& operator=(const Hold&) = delete;
+
+    private:
+        sigset_t before_;
+    };
+
     /// Ends early when one comes.
     static void Sleep(long milliseconds) {
         const timespec time{milliseconds / 1000, milliseconds % 1000 * 1'000'000};

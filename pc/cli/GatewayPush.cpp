@@ -47,6 +47,12 @@ std::string SerialOf(const CApiClient& gateway, const std::string& host) {
     throw CApiError(kUnreachable, "the gateway has no analyzer " + host);
 }
 
+/// An act of which it is known what the gateway made of it, whatever comes meanwhile.
+void Act(const CApiClient& gateway, const std::string& path, const json& body) {
+    const CInterrupt::Hold hold;
+    (void)gateway.Post(path, body);
+}
+
 /// An answer that Ctrl-C did not keep from coming.
 json Ask(const CApiClient& gateway, const std::string& path) {
     for (;;) {
@@ -63,7 +69,7 @@ json Ask(const CApiClient& gateway, const std::string& path) {
 int Follow(const CApiClient& gateway, const PushOptions& options) {
     const CInterrupt interrupt;
     const std::string path = "/api/analyzers/" + SerialOf(gateway, options.host);
-    (void)gateway.Post(path + "/push", {{"release", options.folder}, {"when_asked", options.whenAsked}});
+    Act(gateway, path + "/push", {{"release", options.folder}, {"when_asked", options.whenAsked}});
     CPushView view(options.host, options.json);
     bool calledOff = false;
     std::string shown;
@@ -79,7 +85,7 @@ int Follow(const CApiClient& gateway, const PushOptions& options) {
         }
         if (interrupt.Came() && !calledOff) {
             calledOff = true;
-            (void)gateway.Post(path + "/cancel", json::object());
+            Act(gateway, path + "/cancel", json::object());
         }
         CInterrupt::Sleep(kLookPause);
     }

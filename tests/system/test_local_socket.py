@@ -8,7 +8,7 @@ import time
 from bench.analyzer import PATIENT_ID, Analyzer
 from bench.daemon import wait_until
 from bench.pc import Pc
-from bench.pcpacket import Command
+from bench.pcpacket import Command, Info
 from bench.zelapp import PATIENT, ResultSent, frame
 
 SEND_RESULT = frame(0x0510, b"\0\1")
@@ -62,6 +62,7 @@ def test_a_finished_transfer_status_falls_back_when_the_link_is_idle(analyzer: A
     analyzer.zelapp.send_result(PATIENT, f"ResultID = {PATIENT_ID}", set_registered=False)
     connected_pc.receive_result()
     analyzer.zelapp.expect(ResultSent)
+    connected_pc.get_info(Info.SERIAL)  # by then a status that changed at once is in the log
     registered = 'Status changed to "Registered"'
     before = analyzer.daemon.log().count(registered)
     analyzer.daemon.wait_for_log(registered, 20, count=before + 1)

@@ -10,7 +10,7 @@ from collections.abc import Iterator
 
 import pytest
 
-from bench.daemon import wait_until
+from bench.daemon import preset, wait_until
 from bench.pcpacket import Command
 from bench.sandbox import ANALYZER_ADDRESS, PC_ADDRESS, Sandbox, lab_address
 from fakeanalyzer import FakeAnalyzer, receive, result
@@ -83,7 +83,8 @@ def test_a_flood(sandbox: Sandbox) -> None:
         stranger.sendto(struct.pack(">HBBBHHBBBB", Command.NOTICE, 1, 49, 1, 13 << 1, 8, 192, 168, 41, number),
                         (PC_ADDRESS, 9036))
     tool.expect("result", count=results, timeout=80)
-    assert memory(sandbox, tool.process.pid) < 64 * 1024
+    # AddressSanitizer keeps what was given back, which says nothing of the tool.
+    assert preset() == "pc-asan" or memory(sandbox, tool.process.pid) < 64 * 1024
     assert len(list((sandbox.root / "results").iterdir())) == 3
     assert tool.interrupt() == 0
     analyzer.close()
