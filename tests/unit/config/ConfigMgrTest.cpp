@@ -29,7 +29,7 @@ TEST_F(ConfigMgrTest, NumbersThatAreNoneReadAsTheirDefault) {
     EXPECT_EQ(config_.GetNumber(ConfigKey::kPCUDPPort), 65535);
     config_.SetContents(ConfigKey::kPCUDPPort, "0");
     EXPECT_EQ(config_.GetNumber(ConfigKey::kPCUDPPort), 0);
-    EXPECT_EQ(config_.GetNumber(ConfigKey::kAdminPW), 0);
+    EXPECT_EQ(config_.GetContents(ConfigKey::kAdminPW), "secret");
 }
 
 // Faults: a PC of which the file keeps a part, a peer ID that does not come back and is not known for it, a PC that is
