@@ -85,7 +85,9 @@ int Follow(const CApiClient& gateway, const PushOptions& options) {
         }
         if (interrupt.Came() && !calledOff) {
             calledOff = true;
-            Act(gateway, path + "/cancel", json::object());
+            if (!view.IsTooLateToCancel()) {
+                Act(gateway, path + "/cancel", json::object());
+            }
         }
         CInterrupt::Sleep(kLookPause);
     }
