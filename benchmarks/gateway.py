@@ -10,11 +10,12 @@ import json
 import os
 import select
 import shutil
+import sqlite3
 import subprocess
 import sys
 import time
 from collections.abc import Callable, Iterator
-from contextlib import contextmanager
+from contextlib import closing, contextmanager
 from functools import partial
 from pathlib import Path
 from typing import Any
@@ -31,6 +32,7 @@ HERE = Path(__file__).resolve().parent
 TEXT = WORK / "result.hl7"
 
 ACKNOWLEDGED = 200  # results, or bare commits, a turn
+BEFORE = 1000  # of either, until the journal does not grow any more and everything is in its place
 ANALYZERS, RATE, LASTING = 50, 2000, 30
 IDLE, IDLE_SECONDS = 1000, 20
 SETTLED = 10  # seconds after which what registering took is over
@@ -142,11 +144,15 @@ SENDERS: dict[str, list[str | Path]] = {
 def acknowledged() -> float:
     """Seconds from a result to its acknowledgement, of one analyzer that sends as fast as it gets them; median."""
     with gateway(1) as (_, analyzers):
+        analyzers.obey(f"count {BEFORE}")
         return analyzers.obey(f"count {ACKNOWLEDGED}")["p50"]
 
 
 def committed() -> float:
+    for file in WORK.glob("bare.db*"):
+        file.unlink()
     with Peer(PEERS, "commit", WORK / "bare.db", TEXT) as commits:
+        commits.obey(f"count {BEFORE}")
         return commits.obey(f"count {ACKNOWLEDGED}")["p50"]
 
 
@@ -164,8 +170,18 @@ def delivered(receiver: str) -> float:
     command, count = RECEIVERS[receiver]
     with gateway(10) as (_, analyzers):
         analyzers.obey(f"count {count}")
+        wait_until_queued(count)
         with Peer(*command, LIS_PORT) as taker:
             return taker.obey(f"count {count}")["seconds"] / count
+
+
+def wait_until_queued(count: int) -> None:
+    end = time.monotonic() + PATIENCE
+    with closing(sqlite3.connect(WORK / "gateway/store.db")) as store:
+        while store.execute("SELECT count(*) FROM delivery").fetchone()[0] < count:
+            if time.monotonic() > end:
+                raise RuntimeError("results are kept and not queued")
+            time.sleep(0.05)
 
 
 def sent(receiver: str, sender: str) -> float:

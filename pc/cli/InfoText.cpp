@@ -11,27 +11,6 @@ using nlohmann::json;
 
 namespace {
 
-struct Activities {
-    Activity activity;
-    const char* word;  ///< for programs
-    const char* text;  ///< for people
-};
-
-constexpr Activities kActivities[] = {
-    {Activity::kAnalyzing, "analyzing", "measuring"},
-    {Activity::kUpdating, "updating", "updating its software"},
-    {Activity::kOther, "ready", "ready"},
-};
-
-std::string ActivityText(std::uint8_t activity, const char* Activities::*which) {
-    for (const Activities& known : kActivities) {
-        if (static_cast<std::uint8_t>(known.activity) == activity) {
-            return known.*which;
-        }
-    }
-    return "unknown (" + std::to_string(activity) + ")";
-}
-
 std::string RegistrationText(const DeviceInfo& info) {
     if (info.registered.value_or(false)) {
         return "this PC";
@@ -64,7 +43,7 @@ std::vector<std::string> InfoText(const DeviceInfo& info) {
         add("TCP port", std::to_string(*info.tcpPort));
     }
     if (info.activity) {
-        add("activity", ActivityText(*info.activity, &Activities::text));
+        add("activity", ActivityText(*info.activity));
     }
     if (info.registered) {
         add("registered PC", RegistrationText(info));
@@ -97,7 +76,7 @@ json InfoJson(const DeviceInfo& info) {
         object["address"] = DottedAddress(*info.address);
     }
     if (info.activity) {
-        object["activity"] = ActivityText(*info.activity, &Activities::word);
+        object["activity"] = ActivityWord(*info.activity);
     }
     if (info.registered) {
         object["registered"] = *info.registered;

@@ -77,6 +77,9 @@ std::optional<CMllpDestination::Answer> CMllpDestination::ExchangeAtOnce(const O
     if (options_.connections > 1) {
         return std::nullopt;
     }
+    if (answersAtOnce_) {
+        stream_->LeaveReactor();
+    }
     sent = stream_->WriteAtOnce(frame_);
     std::optional<Answer> answer;
     if (sent == frame_.size()) {

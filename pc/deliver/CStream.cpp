@@ -1,12 +1,15 @@
 #include "deliver/CStream.h"
 
 #include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <boost/asio/as_tuple.hpp>
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/ssl/host_name_verification.hpp>
 #include <boost/asio/use_awaitable.hpp>
 #include <boost/asio/write.hpp>
+#include <cerrno>
 
 namespace ZELPC {
 
@@ -34,6 +37,12 @@ std::unique_ptr<asio::ssl::context> MakeContext(const DestinationOptions& option
 
 }  // namespace
 
+CStream::~CStream() {
+    if (aside_ >= 0) {
+        ::close(aside_);
+    }
+}
+
 asio::awaitable<std::string> CStream::Connect(const DestinationOptions& options) {
     const std::string where = options.host + ":" + options.port;
     asio::ip::tcp::resolver resolver(plain_.get_executor());
@@ -46,9 +55,9 @@ asio::awaitable<std::string> CStream::Connect(const DestinationOptions& options)
     if (refused) {
         co_return where + ": " + (refused == kTimeout ? "no connection in time" : refused.message());
     }
+    protocol_ = endpoint.protocol();
     Error ignored;
     plain_.socket().set_option(asio::ip::tcp::no_delay(true), ignored);
-    plain_.socket().non_blocking(true, ignored);
     plain_.socket().set_option(asio::socket_base::keep_alive(true), ignored);
     if (!options.tls) {
         co_return std::string();
@@ -69,7 +78,24 @@ asio::awaitable<std::string> CStream::ShakeHands(const DestinationOptions& optio
     co_return error ? error.message() : std::string();
 }
 
+void CStream::LeaveReactor() {
+    if (!tls_ && aside_ < 0) {
+        Error error;
+        aside_ = plain_.socket().release(error);
+    }
+}
+
+/// When the reactor cannot take it, what follows fails as on a connection that is broken.
+void CStream::JoinReactor() {
+    if (aside_ >= 0) {
+        Error error;
+        plain_.socket().assign(protocol_, aside_, error);
+        aside_ = error ? aside_ : -1;
+    }
+}
+
 asio::awaitable<CStream::Error> CStream::Write(std::string_view bytes) {
+    JoinReactor();
     const asio::const_buffer buffer(bytes.data(), bytes.size());
     if (tls_) {
         const auto [error, size] = co_await asio::async_write(*tls_, buffer, kAsTuple);
@@ -80,6 +106,7 @@ asio::awaitable<CStream::Error> CStream::Write(std::string_view bytes) {
 }
 
 asio::awaitable<std::pair<CStream::Error, std::size_t>> CStream::ReadSome(std::span<char> bytes) {
+    JoinReactor();
     const asio::mutable_buffer buffer(bytes.data(), bytes.size());
     if (tls_) {
         const auto [error, size] = co_await tls_->async_read_some(buffer, kAsTuple);
@@ -90,31 +117,33 @@ asio::awaitable<std::pair<CStream::Error, std::size_t>> CStream::ReadSome(std::s
 }
 
 std::size_t CStream::WriteAtOnce(std::string_view bytes) {
-    Error error;
-    return tls_ ? 0 : plain_.socket().send(asio::buffer(bytes.data(), bytes.size()), 0, error);
+    const ssize_t sent = tls_ ? 0 : ::send(Descriptor(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    return sent > 0 ? static_cast<std::size_t>(sent) : 0;
 }
 
 std::size_t CStream::ReadAtOnce(std::span<char> bytes, std::chrono::microseconds patience) {
-    if (tls_) {
-        return 0;
-    }
-    auto& socket = plain_.socket();
-    pollfd one{socket.native_handle(), POLLIN, 0};
+    pollfd one{Descriptor(), POLLIN, 0};
     const timespec limit{0, std::chrono::nanoseconds(patience).count()};
-    if (::ppoll(&one, 1, &limit, nullptr) != 1) {
+    if (tls_ || ::ppoll(&one, 1, &limit, nullptr) != 1) {
         return 0;
     }
-    Error error;
-    return socket.receive(asio::buffer(bytes.data(), bytes.size()), 0, error);
+    const ssize_t size = ::recv(one.fd, bytes.data(), bytes.size(), MSG_DONTWAIT);
+    return size > 0 ? static_cast<std::size_t>(size) : 0;
 }
 
 bool CStream::HasInput() {
     char byte = 0;
-    Error error;
-    auto& socket = Lowest().socket();
-    const std::size_t size = socket.receive(asio::buffer(&byte, 1), asio::socket_base::message_peek, error);
+    const ssize_t size = ::recv(Descriptor(), &byte, 1, MSG_PEEK | MSG_DONTWAIT);
     // TLS sends records of its own; only an end says something there.
-    return size > 0 ? !tls_ : error != asio::error::would_block;
+    return size > 0 ? !tls_ : size == 0 || errno != EAGAIN;
+}
+
+void CStream::Cancel() {
+    if (aside_ >= 0) {
+        ::shutdown(aside_, SHUT_RDWR);
+    } else {
+        Lowest().close();
+    }
 }
 
 }  // namespace ZELPC

@@ -56,18 +56,20 @@ std::shared_ptr<const CRelease> ReadFor(const std::filesystem::path& folder, con
 
 }  // namespace
 
-asio::awaitable<ActResult> CActs::Change(Start start, const char* what) const {
+asio::awaitable<ActResult> CActs::Change(Start start, const Told& told) const {
     const auto begin = [&start](auto then) {
         start([then](std::int64_t count, const std::string* error) {
             then(error == nullptr ? ActResult{200, count, {}} : ActResult{409, 0, *error});
         });
     };
+    const auto file = [this](auto then) { gateway_.Store().File([then](const std::string*) { then(true); }); };
+    co_await AwaitCallback<bool>(file);  // what has just come is found, too
     for (const auto& queue : gateway_.Queues()) {
         co_await queue->TellStore();  // what has just been delivered does not wait any more
     }
     ActResult result = co_await AwaitCallback<ActResult>(begin);
     if (result.status == 200) {
-        result.text = fmt::format("{} {}", result.count, what);
+        result.text = result.count == 1 ? told.one : fmt::format("{} {}", result.count, told.many);
         WakeAll();
     }
     co_return result;
@@ -85,7 +87,7 @@ asio::awaitable<ActResult> CActs::Again(std::string destination, ResultFilter fi
     const Start start = [this, &destination, &filter](CStore::CountDone done) {
         gateway_.Store().Again(destination, filter, std::move(done));
     };
-    co_return co_await Change(start, "results are sent again");
+    co_return co_await Change(start, kSentAgain);
 }
 
 asio::awaitable<ActResult> CActs::AgainOne(std::int64_t delivery) const {
@@ -93,14 +95,13 @@ asio::awaitable<ActResult> CActs::AgainOne(std::int64_t delivery) const {
     const Start start = [this, delivery](CStore::CountDone done) {
         gateway_.Store().AgainOne(delivery, std::move(done));
     };
-    co_return OrNone(co_await Change(start, "results are sent again"),
-                     "there is no such delivery, or it waits already");
+    co_return OrNone(co_await Change(start, kSentAgain), "there is no such delivery, or it waits already");
 }
 
 asio::awaitable<ActResult> CActs::Drop(std::int64_t delivery) const {
     spdlog::warn("asked to drop delivery {}", delivery);
     const Start start = [this, delivery](CStore::CountDone done) { gateway_.Store().Drop(delivery, std::move(done)); };
-    co_return OrNone(co_await Change(start, "deliveries are dropped"), "no such delivery waits or is held");
+    co_return OrNone(co_await Change(start, kDropped), "no such delivery waits or is held");
 }
 
 ActResult CActs::Push(const std::string& serial, const std::string& release, bool whenAsked) const {
@@ -122,7 +123,7 @@ ActResult CActs::Push(const std::string& serial, const std::string& release, boo
         if (!held->analyzer->BeginPush()) {
             return {409, 0, "another update of " + serial + " is under way"};
         }
-        asio::co_spawn(gateway_.Context(),
+        asio::co_spawn(gateway_.Executor(),
                        PushRelease(*held, read, whenAsked ? PushMethod::kWhenAsked : PushMethod::kOffer, serial),
                        asio::detached);
     } catch (const ReleaseError& error) {

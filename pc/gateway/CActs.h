@@ -36,8 +36,15 @@ public:
 
 private:
     using Start = std::function<void(CStore::CountDone)>;
+    /// What is said of one, and behind any other number.
+    struct Told {
+        const char* one;
+        const char* many;
+    };
+    static constexpr Told kSentAgain{"one result is sent again", "results are sent again"};
+    static constexpr Told kDropped{"one delivery is dropped", "deliveries are dropped"};
 
-    asio::awaitable<ActResult> Change(Start start, const char* what) const;
+    asio::awaitable<ActResult> Change(Start start, const Told& told) const;
     void WakeAll() const;
 
     CGateway& gateway_;

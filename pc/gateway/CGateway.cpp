@@ -33,22 +33,24 @@ std::vector<StoreDestination> StoreDestinations(const GatewayConfig& config) {
 
 }  // namespace
 
-CGateway::CGateway(asio::io_context& context, const GatewayConfig& config)
-    : context_(context),
+CGateway::CGateway(asio::any_io_executor executor, asio::io_context& network, const GatewayConfig& config)
+    : executor_(std::move(executor)),
       config_(config),
       store_(config.store),
       reader_(config.store.path),
-      hub_(context, config.pc),
-      findAgain_(context),
-      lookAgain_(context),
+      hub_(network, config.pc),
+      findAgain_(executor_),
+      lookAgain_(executor_),
       alarms_(config.alarmCommand) {
-    store_.SetDestinations(StoreDestinations(config));
     for (const DestinationOptions& destination : config.destinations) {
         queues_.push_back(std::make_shared<CDeliveryQueue>(
-            context.get_executor(), store_, destination,
-            [destination](const asio::any_io_executor& executor) { return MakeDestination(executor, destination); }));
+            executor_, store_, destination,
+            [destination](const asio::any_io_executor& strand) { return MakeDestination(strand, destination); }));
     }
     store_.OnStored([this](std::int64_t result, const std::string& serial) {
+        if (Stopping()) {
+            return;  // it is delivered after the next start
+        }
         if (events_.HasListeners()) {
             events_.Publish("result", Dump({{"id", result}, {"serial", serial}}));
         }
@@ -56,6 +58,7 @@ CGateway::CGateway(asio::io_context& context, const GatewayConfig& config)
             queue->Wake(serial);
         }
     });
+    store_.SetDestinations(StoreDestinations(config));
 }
 
 void CGateway::Start() {
@@ -65,9 +68,9 @@ void CGateway::Start() {
     for (const LinkSettings& analyzer : config_.analyzers) {
         Hold(analyzer);
     }
-    asio::co_spawn(context_, Monitor(), asio::detached);
+    asio::co_spawn(executor_, Monitor(), asio::detached);
     if (config_.scan.enabled) {
-        asio::co_spawn(context_, Seek(), asio::detached);
+        asio::co_spawn(executor_, Seek(), asio::detached);
     }
 }
 
@@ -82,9 +85,9 @@ asio::awaitable<void> CGateway::Stop() {
     hub_.Stop();
     const auto left = std::make_shared<std::atomic<std::size_t>>(queues_.size());
     for (const auto& queue : queues_) {
-        asio::co_spawn(context_, queue->Stop(), [left](const std::exception_ptr&) { --*left; });
+        asio::co_spawn(executor_, queue->Stop(), [left](const std::exception_ptr&) { --*left; });
     }
-    asio::steady_timer look(context_);
+    asio::steady_timer look(executor_);
     while (*left > 0) {
         look.expires_after(kLookAtEnd);
         co_await look.async_wait(asio::as_tuple(asio::use_awaitable));

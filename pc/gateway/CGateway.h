@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <boost/asio/any_io_executor.hpp>
 #include <boost/asio/awaitable.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/steady_timer.hpp>
@@ -25,7 +26,9 @@ namespace ZELPC {
 class CGateway {
 public:
     /// Opens store, destinations and the UDP port; throws std::exception with the reason when one cannot be had.
-    CGateway(asio::io_context& context, const GatewayConfig& config);
+    /// `network` serves the analyzers, and nothing else, so that no acknowledgement waits for a page or a delivery; all
+    /// else is done by `executor`.
+    CGateway(asio::any_io_executor executor, asio::io_context& network, const GatewayConfig& config);
 
     ~CGateway() { store_.Close(); }  // what it still writes tells the rest, which must be there
     CGateway(const CGateway&) = delete;
@@ -47,7 +50,7 @@ public:
     const GatewayConfig& Config() const { return config_; }
     const CAlarms& Alarms() const { return alarms_; }
     CEventHub& Events() { return events_; }
-    asio::io_context& Context() { return context_; }
+    const asio::any_io_executor& Executor() const { return executor_; }
 
     /// How the way to a destination is; nothing when it is not configured any more.
     std::optional<DeliveryStatus> QueueStatus(const std::string& destination) const;
@@ -64,7 +67,7 @@ private:
     bool IsHeld(const ScanAnswer& answer) const;
     bool Stopping() const;
 
-    asio::io_context& context_;
+    const asio::any_io_executor executor_;
     const GatewayConfig config_;
     CStore store_;
     CStoreReader reader_;

@@ -8,12 +8,11 @@
 #include <boost/asio/detached.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
+#include <boost/asio/thread_pool.hpp>
 #include <boost/asio/use_awaitable.hpp>
 #include <csignal>
 #include <filesystem>
 #include <memory>
-#include <thread>
-#include <vector>
 
 #include "gateway/CApi.h"
 #include "gateway/CGateway.h"
@@ -59,7 +58,7 @@ public:
         const asio::ip::tcp::endpoint endpoint(asio::ip::make_address(gateway.Config().web.address),
                                                gateway.Config().web.port);
         server_ =
-            std::make_shared<CHttpServer>(gateway.Context(), endpoint, access_, std::move(routes), gateway.Events());
+            std::make_shared<CHttpServer>(gateway.Executor(), endpoint, access_, std::move(routes), gateway.Events());
     }
 
     void Start() {
@@ -101,18 +100,13 @@ int RunGateway(const GatewayConfig& config) {
     SetUpLog(config.logLevel);
     MakeFolders(config);
     CLastResort lastResort;  // outlives everything that may hang
-    asio::io_context context(config.threads);
-    CGateway gateway(context, config);
+    asio::io_context network(1);
+    asio::thread_pool pool(static_cast<std::size_t>(config.threads));
+    CGateway gateway(pool.get_executor(), network, config);
     const std::unique_ptr<CWeb> web = config.web.enabled ? std::make_unique<CWeb>(gateway) : nullptr;
-    asio::co_spawn(context, Serve(gateway, web.get(), lastResort), asio::detached);
-    std::vector<std::thread> pool;
-    for (int count = 1; count < config.threads; ++count) {
-        pool.emplace_back([&context] { context.run(); });
-    }
-    context.run();
-    for (std::thread& thread : pool) {
-        thread.join();
-    }
+    asio::co_spawn(pool, Serve(gateway, web.get(), lastResort), asio::detached);
+    network.run();
+    pool.join();
     spdlog::info("ended");
     return 0;
 }

@@ -262,7 +262,7 @@ void CLinkSession::TakeResult(Packet packet) {
             }
         });
     };
-    std::string text(packet.payload.begin(), packet.payload.end());
+    std::string text(reinterpret_cast<const char*>(packet.payload.data()), packet.payload.size());
     auto result =
         std::make_shared<CReceivedResult>(serial_, std::move(text), held_, std::move(send), std::move(release));
     latest_ = result;

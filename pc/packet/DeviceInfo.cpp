@@ -63,7 +63,36 @@ bool TakeRegistration(DeviceInfo& info, Field& rest) {
     return true;
 }
 
+struct ActivityRow {
+    Activity activity;
+    const char* word;
+    const char* text;
+};
+
+constexpr ActivityRow kActivities[] = {
+    {Activity::kAnalyzing, "analyzing", "measuring"},
+    {Activity::kUpdating, "updating", "updating its software"},
+    {Activity::kOther, "ready", "ready"},
+};
+
+std::string Find(std::uint8_t activity, const char* ActivityRow::*which) {
+    for (const ActivityRow& row : kActivities) {
+        if (static_cast<std::uint8_t>(row.activity) == activity) {
+            return row.*which;
+        }
+    }
+    return "unknown (" + std::to_string(activity) + ")";
+}
+
 }  // namespace
+
+std::string ActivityText(std::uint8_t activity) {
+    return Find(activity, &ActivityRow::text);
+}
+
+std::string ActivityWord(std::uint8_t activity) {
+    return Find(activity, &ActivityRow::word);
+}
 
 std::optional<DeviceInfo> ParseDeviceInfo(std::span<const std::uint8_t> payload) {
     if (payload.size() < kMaskSize) {

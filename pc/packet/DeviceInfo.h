@@ -34,6 +34,10 @@ struct DeviceInfo {
     bool operator==(const DeviceInfo&) const = default;
 };
 
+/// An activity in words for people, and as a word for programs.
+[[nodiscard]] std::string ActivityText(std::uint8_t activity);
+[[nodiscard]] std::string ActivityWord(std::uint8_t activity);
+
 /// Reads the payload of a response. None when an item is cut short, something is left over, or an item is marked of
 /// which nobody knows the length.
 [[nodiscard]] std::optional<DeviceInfo> ParseDeviceInfo(std::span<const std::uint8_t> payload);

@@ -129,7 +129,7 @@ void Told(Payload payload, Lines& lines) {
         }
     };
     if (info->activity) {
-        lines.push_back("activity " + std::to_string(*info->activity));
+        lines.push_back("activity: " + ActivityText(*info->activity));
     }
     if (info->address) {
         lines.push_back("address " + DottedAddress(*info->address));

@@ -32,9 +32,10 @@ public:
     /// A statement made for this one use.
     CStatement Prepare(std::string_view sql) { return CStatement(database_, sql); }
 
-    std::int64_t LastRowId() const { return sqlite3_last_insert_rowid(database_); }
     /// Rows that the last statement changed.
     std::int64_t Changes() const { return sqlite3_changes64(database_); }
+    /// By all statements since it was opened.
+    std::int64_t AllChanges() const { return sqlite3_total_changes64(database_); }
     /// Whether a transaction is open; some errors end it by themselves.
     bool InTransaction() const { return sqlite3_get_autocommit(database_) == 0; }
     bool ReadOnly() const { return sqlite3_db_readonly(database_, "main") == 1; }

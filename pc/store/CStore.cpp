@@ -3,11 +3,11 @@
 #include <fmt/format.h>
 #include <sys/statvfs.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <stdexcept>
 
 #include "base/Clock.h"
-#include "result/LabResult.h"
 #include "store/CDatabaseError.h"
 #include "store/ResultIdentity.h"
 #include "store/Schema.h"
@@ -15,8 +15,6 @@
 namespace ZELPC {
 
 namespace {
-
-constexpr std::size_t kOverhead = 512;  // of memory, beside the text of a result that waits
 
 std::unique_ptr<CDatabase> Open(const std::string& path) {
     try {
@@ -33,14 +31,6 @@ std::unique_ptr<CDatabase> Open(const std::string& path) {
     }
 }
 
-ResultFacts FactsOf(std::string_view text) {
-    const auto result = ReadLabSummary(text);
-    if (!result.has_value()) {
-        return {};
-    }
-    return {result->control ? "Q" : "P", result->patient, result->panel, result->measured};
-}
-
 }  // namespace
 
 CStore::CStore(const StoreOptions& options)
@@ -48,6 +38,12 @@ CStore::CStore(const StoreOptions& options)
     id_ = database_->Text("SELECT value FROM meta WHERE name = 'store'");
     writer_ = std::make_unique<CWriter>(*database_, options_.maxWaitingBytes,
                                         [this](const std::string& error) { SetProblem(error); });
+    LoadArrivals();
+}
+
+void CStore::Close() {
+    closing_ = true;
+    writer_->End();
 }
 
 void CStore::SetDestinations(const std::vector<StoreDestination>& destinations) {
@@ -60,50 +56,71 @@ void CStore::SetDestinations(const std::vector<StoreDestination>& destinations) 
         targets_.push_back({find.Int(0), destination.kind});
         find.Reset();
     }
+    if (!arrivals_.empty()) {
+        FileAfter({});
+    }
 }
 
 void CStore::Append(NewResult result, AppendDone done) {
-    const auto outcome = std::make_shared<AppendOutcome>();
-    const auto content = std::make_shared<const NewResult>(std::move(result));
-    const std::size_t size = content->text.size() + kOverhead;
-    writer_->SubmitUrgent([this, content, outcome](CDatabase& database) { *outcome = AppendNow(database, *content); },
-                          [this, content, outcome, done = std::move(done)](const std::string* error) {
-                              if (error != nullptr) {
-                                  *outcome = {AppendStatus::kFailed, 0, *error};
-                              }
-                              Count(*outcome);
-                              done(*outcome);
-                              if (outcome->status == AppendStatus::kStored && stored_) {
-                                  stored_(outcome->id, content->serial);
-                              }
-                          },
-                          size);
+    struct Appended {
+        std::shared_ptr<const NewResult> content;
+        std::string digest;
+        AppendOutcome outcome;
+    };
+    const auto appended = std::make_shared<Appended>();
+    appended->content = std::make_shared<const NewResult>(std::move(result));
+    writer_->Submit(
+        [this, appended](CDatabase& database) {
+            appended->outcome = AppendNow(database, *appended->content, appended->digest);
+        },
+        [this, appended, done = std::move(done)](const std::string* error) {
+            AppendOutcome& outcome = appended->outcome;
+            if (error != nullptr) {
+                outcome = {AppendStatus::kFailed, 0, *error};
+            }
+            Count(outcome);
+            done(outcome);
+            if (outcome.status == AppendStatus::kStored) {
+                TakeArrival({outcome.id, appended->content, std::move(appended->digest)});
+            }
+        },
+        appended->content->Memory(), ComesAlone(appended->content->serial));
 }
 
-AppendOutcome CStore::AppendNow(CDatabase& database, const NewResult& result) {
+/// Of several analyzers that send at the same time, each would wait for all the others' transactions.
+bool CStore::ComesAlone(const std::string& serial) {
+    constexpr std::chrono::milliseconds kSameTime{5};
+    const auto now = std::chrono::steady_clock::now();
+    const std::lock_guard lock(mutex_);
+    const bool alone = serial == lastSerial_ || now - lastAppend_ > kSameTime;
+    lastSerial_ = serial;
+    lastAppend_ = now;
+    return alone;
+}
+
+AppendOutcome CStore::AppendNow(CDatabase& database, const NewResult& result, std::string& digest) {
     if (const std::string reason = WhyNoResult(result.text); !reason.empty()) {
         return KeepAside(database, result, reason);
     }
-    const std::string digest = ResultDigest(result.text);
-    CStatement& repeat =
-        database.Prepared("UPDATE result SET repeats = repeats + 1 WHERE serial = ? AND digest = ? RETURNING id");
-    if (repeat.Bind(result.serial, digest).Step()) {
-        const std::int64_t id = repeat.Int(0);
-        repeat.Run();
+    digest = ResultDigest(result.text);
+    const auto known = std::ranges::find_if(arrivals_, [&](const Arrival& arrival) {
+        return arrival.digest == digest && arrival.content->serial == result.serial;
+    });
+    if (known != arrivals_.end()) {
+        ++known->repeats;
+        return {AppendStatus::kRepeated, known->id, {}};
+    }
+    if (const std::int64_t id = CountRepeats(database, result, digest, 1); id != 0) {
         return {AppendStatus::kRepeated, id, {}};
     }
     RequireRoom();
-    const ResultFacts facts = FactsOf(result.text);
-    database
-        .Prepared(
-            "INSERT INTO result (serial, digest, received, kind, patient, panel, measured, text) "
-            "VALUES (?, ?, ?, ?, ?, ?, ?, ?)")
-        .Bind(result.serial, digest, result.received, facts.kind, facts.patient, facts.panel, facts.measured,
-              result.text)
+    if (arrivedBytes_ + result.Memory() > options_.maxWaitingBytes) {
+        throw std::runtime_error("too much waits to be filed");
+    }
+    database.Prepared("INSERT INTO original (id, serial, received, text) VALUES (?, ?, ?, ?)")
+        .Bind(++lastId_, result.serial, result.received, result.text)
         .Run();
-    const std::int64_t id = database.LastRowId();
-    Queue(database, id, result, facts.kind);
-    return {AppendStatus::kStored, id, {}};
+    return {AppendStatus::kStored, lastId_, {}};
 }
 
 AppendOutcome CStore::KeepAside(CDatabase& database, const NewResult& result, const std::string& reason) {
@@ -117,17 +134,6 @@ AppendOutcome CStore::KeepAside(CDatabase& database, const NewResult& result, co
     // Nobody acknowledges these, so an analyzer may send them for ever.
     database.Prepared("DELETE FROM aside WHERE id <= (SELECT max(id) FROM aside) - 1000").Bind().Run();
     return {AppendStatus::kAside, 0, reason};
-}
-
-void CStore::Queue(CDatabase& database, std::int64_t result, const NewResult& content, const std::string& kind) {
-    for (const Target& target : targets_) {
-        if (target.kind.empty() || target.kind == kind) {
-            database
-                .Prepared("INSERT INTO delivery (destination, result, serial, queued, changed) VALUES (?, ?, ?, ?, ?)")
-                .Bind(target.id, result, content.serial, content.received, content.received)
-                .Run();
-        }
-    }
 }
 
 std::string CStore::WhyNoRoom() const {

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -49,22 +52,27 @@ public:
     using AppendDone = std::function<void(const AppendOutcome&)>;
     using Done = std::function<void(const std::string* error)>;
     using CountDone = std::function<void(std::int64_t count, const std::string* error)>;
-    /// Called when a new result is on the disk and who brought it has been told, on the thread that wrote it.
+    /// Called when a new result can be found and is queued, on the thread that wrote it.
     using Stored = std::function<void(std::int64_t result, const std::string& serial)>;
 
     /// Opens the store, or makes it. Throws std::runtime_error with the reason when it is in use, cannot be written to,
     /// is damaged or not a store; such a file stays as it is.
     explicit CStore(const StoreOptions& options);
+    ~CStore() { Close(); }
 
+    /// Before SetDestinations.
+    void OnStored(Stored stored) { stored_ = std::move(stored); }
     /// Sets where results go from now on. Before the first Append.
     void SetDestinations(const std::vector<StoreDestination>& destinations);
-    void OnStored(Stored stored) { stored_ = std::move(stored); }
 
     /// Ends after all that was handed over; nothing can be handed over any more.
-    void Close() { writer_.reset(); }
+    void Close();
 
-    /// Keeps a result and queues it for every destination, or finds that it is there already.
+    /// Keeps a result, or finds that it is there already. `done` is told when its text is on the disk; a moment later
+    /// it can be found and is queued for every destination, however this program ends meanwhile.
     void Append(NewResult result, AppendDone done);
+    /// `done` is told when all results that were kept before can be found and are queued.
+    void File(Done done);
 
     /// Records that these were delivered, whatever else was decided about them meanwhile.
     void MarkDelivered(std::vector<std::int64_t> deliveries, Done done);
@@ -98,8 +106,32 @@ private:
         std::string kind;
     };
 
-    AppendOutcome AppendNow(CDatabase& database, const NewResult& result);
+    /// A result whose text is on the disk, and that is to be filed.
+    struct Arrival {
+        std::int64_t id;
+        std::shared_ptr<const NewResult> content;
+        std::string digest;
+        std::int64_t repeats = 0;
+    };
+    /// What a transaction files.
+    struct Filing {
+        std::size_t arrivals = 0;
+        std::int64_t repeated = 0;
+        std::vector<std::pair<std::int64_t, std::string>> stored;  // results and their analyzers
+    };
+
+    AppendOutcome AppendNow(CDatabase& database, const NewResult& result, std::string& digest);
     AppendOutcome KeepAside(CDatabase& database, const NewResult& result, const std::string& reason);
+    bool ComesAlone(const std::string& serial);
+    void LoadArrivals();
+    void TakeArrival(Arrival arrival);
+    void FileAfter(std::chrono::milliseconds pause);
+    void FileSome(CDatabase& database, Filing& filing);
+    bool FileOne(CDatabase& database, const Arrival& arrival);
+    void Filed(const Filing& filing);
+    void TellFilers(const std::string* error);
+    static std::int64_t CountRepeats(CDatabase& database, const NewResult& result, const std::string& digest,
+                                     std::int64_t times);
     void Queue(CDatabase& database, std::int64_t result, const NewResult& content, const std::string& kind);
     bool RemoveSome(CDatabase& database, std::int64_t before, std::int64_t& removed);
     std::string WhyNoRoom() const;
@@ -112,10 +144,20 @@ private:
     std::unique_ptr<CDatabase> database_;
     std::string id_;
     std::vector<Target> targets_;
-    std::int64_t lookedAt_ = 0;  // the last result that RemoveOld has seen; of the writer's thread
+    // These are of whoever writes.
+    std::int64_t lookedAt_ = 0;  // the last result that RemoveOld has seen
+    std::int64_t lastId_ = 0;    // of all results that ever were
+    std::deque<Arrival> arrivals_;
+    std::size_t arrivedBytes_ = 0;
+    bool filingSoon_ = false;
+    std::vector<std::pair<std::int64_t, Done>> filers_;  // who waits until the results to this one are filed
+
+    std::atomic<bool> closing_ = false;
     Stored stored_;
     mutable std::mutex mutex_;
     StoreHealth health_;
+    std::string lastSerial_;
+    std::chrono::steady_clock::time_point lastAppend_;
     // Last: its thread uses everything above.
     std::unique_ptr<CWriter> writer_;
 };

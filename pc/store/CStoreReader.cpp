@@ -66,8 +66,8 @@ std::optional<StoredResult> CStoreReader::Result(std::int64_t id) {
     database_.LimitTime(kLongestQuery);
     CStatement& row = database_
                           .Prepared(
-                              "SELECT id, serial, received, kind, patient, panel, measured, repeats, text "
-                              "FROM result WHERE id = ?")
+                              "SELECT id, r.serial, r.received, kind, patient, panel, measured, repeats, text "
+                              "FROM result r JOIN original USING (id) WHERE id = ?")
                           .Bind(id);
     std::optional<StoredResult> result;
     if (row.Step()) {
@@ -127,8 +127,8 @@ std::vector<Delivery> CStoreReader::Waiting(const std::string& destination, cons
     database_.LimitTime(kLongestQuery);
     CStatement& rows = database_
                            .Prepared(
-                               "SELECT d.id, d.result, d.attempts, r.text, r.received, r.patient FROM delivery d "
-                               "JOIN result r ON r.id = d.result WHERE d.state = 0 AND d.serial = ?2 AND "
+                               "SELECT d.id, d.result, d.attempts, o.text, o.received FROM delivery d "
+                               "JOIN original o ON o.id = d.result WHERE d.state = 0 AND d.serial = ?2 AND "
                                "d.destination = (SELECT id FROM destination WHERE name = ?1) AND d.id > ?3 "
                                "ORDER BY d.id LIMIT ?4")
                            .Bind(destination, serial, after, limit);
@@ -142,7 +142,6 @@ std::vector<Delivery> CStoreReader::Waiting(const std::string& destination, cons
         delivery.destination = destination;
         delivery.text = rows.Text(3);
         delivery.received = rows.Int(4);
-        delivery.patient = rows.Text(5);
         deliveries.push_back(std::move(delivery));
     }
     return deliveries;

@@ -43,6 +43,7 @@ bool CStore::RemoveSome(CDatabase& database, std::int64_t before, std::int64_t& 
         if (received < before && MayGo(database, result, before)) {
             database.Prepared("DELETE FROM delivery WHERE result = ?").Bind(result).Run();
             database.Prepared("DELETE FROM result WHERE id = ?").Bind(result).Run();
+            database.Prepared("DELETE FROM original WHERE id = ?").Bind(result).Run();
             ++removed;
         }
     }

@@ -20,36 +20,36 @@ constexpr auto kQuick = std::chrono::milliseconds(2);
 CWriter::CWriter(CDatabase& database, std::size_t maxWaitingBytes, Health health)
     : database_(database), maxWaitingBytes_(maxWaitingBytes), health_(std::move(health)), thread_([this] { Loop(); }) {}
 
-CWriter::~CWriter() {
+void CWriter::End() {
     {
         const std::lock_guard lock(mutex_);
         ending_ = true;
     }
     wake_.notify_one();
-    thread_.join();
+    if (thread_.joinable()) {
+        thread_.join();
+    }
 }
 
 bool CWriter::HasRoom(const Job& job) const {
     return waiting_.size() < kMaxWaiting && (job.bytes == 0 || bytes_ + job.bytes <= maxWaitingBytes_);
 }
 
-void CWriter::Submit(Job job, bool urgent) {
+void CWriter::SubmitJob(Job job, bool atOnce) {
     {
         const std::lock_guard lock(mutex_);
-        urgent = urgent && quick_ && !writing_ && waiting_.empty();
-        const bool taken = urgent || HasRoom(job);
+        atOnce = atOnce && quick_ && !writing_ && !blocked_ && waiting_.empty();
+        const bool taken = atOnce || HasRoom(job);
         bytes_ += taken ? job.bytes : 0;
-        if (urgent) {
+        if (atOnce) {
             writing_ = true;
         } else if (taken) {
             waiting_.push_back(std::move(job));
-            if (!writing_) {
-                wake_.notify_one();
-            }
+            wake_.notify_one();
             return;
         }
     }
-    if (!urgent) {
+    if (!atOnce) {
         const std::string error = "too much waits to be written";
         job.done(&error);
         return;
@@ -59,26 +59,50 @@ void CWriter::Submit(Job job, bool urgent) {
     Write(jobs);
     const std::lock_guard lock(mutex_);
     writing_ = false;
-    if (ending_ || !waiting_.empty()) {
+    if (blocked_) {
         wake_.notify_one();
     }
+}
+
+void CWriter::SubmitLater(Work work, Done done, std::chrono::milliseconds pause) {
+    const std::lock_guard lock(mutex_);
+    later_.emplace(Job{std::move(work), std::move(done), 0, {}});
+    laterAt_ = std::chrono::steady_clock::now() + pause;
+    wake_.notify_one();
 }
 
 void CWriter::Loop() {
     pthread_setname_np(pthread_self(), "store");
     std::unique_lock lock(mutex_);
     for (;;) {
-        wake_.wait(lock, [this] { return !writing_ && (ending_ || !waiting_.empty()); });
-        if (waiting_.empty()) {
+        WaitForWork(lock);
+        Jobs jobs = std::exchange(waiting_, {});
+        if (later_.has_value() && (ending_ || std::chrono::steady_clock::now() >= laterAt_)) {
+            jobs.push_back(std::move(*later_));
+            later_.reset();
+        }
+        if (jobs.empty() && ending_) {
             return;
         }
-        Jobs jobs = std::exchange(waiting_, {});
         writing_ = true;
         lock.unlock();
         Write(jobs);
         lock.lock();
         writing_ = false;
     }
+}
+
+void CWriter::WaitForWork(std::unique_lock<std::mutex>& lock) {
+    while (!ending_ && waiting_.empty() && (!later_.has_value() || std::chrono::steady_clock::now() < laterAt_)) {
+        if (later_.has_value()) {
+            wake_.wait_until(lock, laterAt_);
+        } else {
+            wake_.wait(lock);
+        }
+    }
+    blocked_ = true;
+    wake_.wait(lock, [this] { return !writing_; });
+    blocked_ = false;
 }
 
 void CWriter::Write(Jobs& jobs) {
@@ -97,6 +121,7 @@ void CWriter::Write(Jobs& jobs) {
 }
 
 void CWriter::Commit(Jobs& jobs) {
+    const std::int64_t before = database_.AllChanges();
     std::string error;
     try {
         database_.Prepared("BEGIN IMMEDIATE").Bind().Run();
@@ -113,7 +138,10 @@ void CWriter::Commit(Jobs& jobs) {
             job.error = error;
         }
     }
-    health_(error);
+    // A transaction that wrote nothing says nothing of the disk.
+    if (!error.empty() || database_.AllChanges() != before) {
+        health_(error);
+    }
 }
 
 /// Work that fails by itself is undone by itself; one that takes the transaction along fails everything. What is alone

@@ -12,6 +12,9 @@ struct NewResult {
     std::string serial;  ///< the analyzer
     std::string text;
     std::int64_t received = 0;
+
+    /// Roughly the bytes that it takes.
+    std::size_t Memory() const { return text.size() + 512; }
 };
 
 enum class AppendStatus {

@@ -43,6 +43,11 @@ constexpr std::array kSteps{
        CREATE INDEX delivery_waiting ON delivery (destination, serial, id) WHERE state = 0;
        CREATE INDEX delivery_held ON delivery (destination, serial, id) WHERE state = 1;
        CREATE INDEX delivery_result ON delivery (result, destination);)",
+
+    // A result's text in a table without any index, so that to keep it is one short write; what it is found by follows.
+    R"(CREATE TABLE original (id INTEGER PRIMARY KEY, serial TEXT NOT NULL, received INTEGER NOT NULL, text BLOB NOT NULL);
+       INSERT INTO original SELECT id, serial, received, text FROM result;
+       ALTER TABLE result DROP COLUMN text;)",
 };
 
 void Upgrade(CDatabase& database, std::size_t version) {

@@ -34,10 +34,10 @@ constexpr std::pair<const char*, const char*> kHeaders[] = {
 
 }  // namespace
 
-CHttpServer::CHttpServer(asio::io_context& context, const asio::ip::tcp::endpoint& endpoint, CAccess access,
+CHttpServer::CHttpServer(asio::any_io_executor executor, const asio::ip::tcp::endpoint& endpoint, CAccess access,
                          CRoutes routes, CEventHub& events)
-    : context_(context),
-      acceptor_(asio::make_strand(context), endpoint),
+    : executor_(std::move(executor)),
+      acceptor_(asio::make_strand(executor_), endpoint),
       endpoint_(acceptor_.local_endpoint()),
       access_(std::move(access)),
       routes_(std::move(routes)),
@@ -63,7 +63,7 @@ void CHttpServer::Stop() {
 
 asio::awaitable<void> CHttpServer::Accept() {
     while (acceptor_.is_open()) {
-        auto [error, socket] = co_await acceptor_.async_accept(asio::make_strand(context_), kAsTuple);
+        auto [error, socket] = co_await acceptor_.async_accept(asio::make_strand(executor_), kAsTuple);
         if (error == asio::error::operation_aborted) {
             co_return;
         }

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <atomic>
-#include <boost/asio/io_context.hpp>
+#include <boost/asio/any_io_executor.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/core/tcp_stream.hpp>
@@ -25,7 +25,7 @@ namespace ZELPC {
 class CHttpServer : public std::enable_shared_from_this<CHttpServer> {
 public:
     /// Binds; throws boost::system::system_error when that is not possible.
-    CHttpServer(asio::io_context& context, const asio::ip::tcp::endpoint& endpoint, CAccess access, CRoutes routes,
+    CHttpServer(asio::any_io_executor executor, const asio::ip::tcp::endpoint& endpoint, CAccess access, CRoutes routes,
                 CEventHub& events);
 
     void Start();
@@ -49,7 +49,7 @@ private:
     bool TakeUp(const std::shared_ptr<Stream>& stream);
     void Forget(const std::shared_ptr<Stream>& stream);
 
-    asio::io_context& context_;
+    const asio::any_io_executor executor_;
     asio::ip::tcp::acceptor acceptor_;
     const asio::ip::tcp::endpoint endpoint_;
     const CAccess access_;

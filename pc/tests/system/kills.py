@@ -193,7 +193,8 @@ def run(who: str, kills: int, analyzers: list[Analyzer], results: int, wanted: i
     weather.ending.set()
     weather.join()
     lis = Lis(gateway.listen())
-    wait_until(lambda: not gateway.rows("SELECT 1 FROM delivery WHERE state = 0 LIMIT 1"), PATIENCE, "empty queues")
+    wait_until(lambda: not gateway.rows("SELECT 1 FROM delivery WHERE state = 0 UNION ALL SELECT 1 FROM original WHERE "
+                                        "id NOT IN (SELECT id FROM result) LIMIT 1"), PATIENCE, "empty queues")
     gateway.wait_for_log(RUNS, count=lives + 1)  # only then does it end in order
     if status := gateway.stop():
         count.wrong.append(f"the gateway ended with {status}: {gateway.log()[-1000:]}")

@@ -95,7 +95,7 @@ def test_a_lis_that_misbehaves_gets_everything_in_the_end(analyzer: Analyzer, ga
     wait_until(lambda: "the page is" in gateway.log().split("ended")[-1], 20, "the gateway runs again")
     output = analyzer.sandbox.pc.run(ZELPC, "queue", "again", "lis", "--delivery", str(queue[0]["id"]), "--token-file",
                                   str(gateway.state / "token"))
-    assert output == "1 results are sent again\n"
+    assert output == "one result is sent again\n"
     wait_until(lambda: len(lis.accepted) == 3, 20, "the held one")
     assert "QC-1" in lis.accepted[-1]
 

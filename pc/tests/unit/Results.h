@@ -22,10 +22,19 @@ inline std::string ResultMessage(const std::string& patient, const std::string& 
         built, patient, role);
 }
 
+/// Until everything that was kept can be found.
+inline void File(CStore& store) {
+    std::promise<void> promise;
+    store.File([&](const std::string*) { promise.set_value(); });
+    promise.get_future().get();
+}
+
 inline AppendOutcome AppendNow(CStore& store, const std::string& serial, const std::string& text) {
     std::promise<AppendOutcome> promise;
     store.Append({serial, text, 1'700'000'000'000}, [&](const AppendOutcome& outcome) { promise.set_value(outcome); });
-    return promise.get_future().get();
+    const AppendOutcome outcome = promise.get_future().get();
+    File(store);
+    return outcome;
 }
 
 /// Waits for a change that answers with a count; -1: it failed.
