@@ -67,9 +67,9 @@ def test_receivers_of_others_take_every_result(name: str, text: str, analyzer: A
     for result in SENT:
         send(analyzer, result)
     wait_until(lambda: "seconds" in told.read_text(), 30, "all results at the receiver")
-    queue = wait_until(lambda: [one for one in gateway.get("/api/queues") if one["delivered"] == len(SENT)], 10,
-                       "its answers")[0]
-    assert (queue["waiting"], queue["held"]) == (0, 0), gateway.log()
+    queue = wait_until(lambda: [one for one in gateway.get("/api/queues")
+                                if (one["delivered"], one["waiting"]) == (len(SENT), 0)], 10, "its answers")[0]
+    assert queue["held"] == 0, gateway.log()
 
 
 def put_release(gateway: Gateway, name: str, **values: object) -> None:

@@ -266,6 +266,7 @@ TEST_F(StoreTest, OnlyWhatWasDeliveredLongAgoIsRemoved) {
     set("state = 2", "patient IN ('waiting', 'held', 'half', 'again')");
     EXPECT_EQ(left(kLongAgo), (std::vector<std::string>(kept)));
     EXPECT_EQ(left(kLongAgo + 1), (std::vector<std::string>{"dropped", "recent", "nowhere"}));
+    EXPECT_EQ(CDatabase(Options().path, CDatabase::Access::kRead).Number("SELECT count(*) FROM original"), 3);
 }
 
 TEST_F(StoreTest, DeliveriesAreSentAgainAndDropped) {
