@@ -186,7 +186,7 @@ def test_a_full_disk_acknowledges_nothing_and_says_so(analyzer: Analyzer) -> Non
     pc.run("rm", f"{small}/filler")
     wait_until(lambda: gateway.request("GET", "/healthz")[0].status == 200, 20, "room again")
     send(analyzer, ANIMAL_ID)
-    assert [result["patient"] for result in gateway.get("/api/results")] == ["Rex", "P-4711"]
+    wait_until(lambda: [result["patient"] for result in gateway.get("/api/results")] == ["Rex", "P-4711"], 10, "both")
     assert gateway.stop() == 0, gateway.log()
 
 
