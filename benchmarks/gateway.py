@@ -258,7 +258,7 @@ def measure(name: str) -> Callable[[Peer], float]:
 
 ACKNOWLEDGE_FLOOR = (
     "The text is committed as the bare one is, and filed later. Around the commit a packet comes and one goes, each "
-    "waking a program, and the text's digest is made and looked for, 15 µs.")
+    "waking a program.")
 DELIVERY_FLOOR = (
     "For each message the gateway also takes it from the store, looks at its answer, and notes it there, on two threads "
     "that share two processors with the sending one and the receiver; it looks whether the other side has closed before "

@@ -38,11 +38,9 @@ void CAnalyzer::OnResult(std::shared_ptr<CReceivedResult> result) {
 
 void CAnalyzer::Kept(CReceivedResult& result, const AppendOutcome& outcome) {
     switch (outcome.status) {
-        case AppendStatus::kStored:
-        case AppendStatus::kRepeated: {
+        case AppendStatus::kStored: {
             const bool acknowledged = result.Acknowledge();
-            spdlog::info("{}: result {} {}{}", result.Serial(), outcome.id,
-                         outcome.status == AppendStatus::kStored ? "stored" : "came again",
+            spdlog::info("{}: result {} stored{}", result.Serial(), outcome.id,
                          acknowledged ? "" : "; too late to acknowledge it, it will come once more");
             break;
         }

@@ -47,9 +47,12 @@ CGateway::CGateway(asio::any_io_executor executor, asio::io_context& network, co
             executor_, store_, destination,
             [destination](const asio::any_io_executor& strand) { return MakeDestination(strand, destination); }));
     }
-    store_.OnStored([this](std::int64_t result, const std::string& serial) {
-        if (Stopping()) {
-            return;  // it is delivered after the next start
+    store_.OnStored([this](std::int64_t result, const std::string& serial, bool again) {
+        if (again) {
+            spdlog::info("{}: result {} came again", serial, result);
+        }
+        if (again || Stopping()) {
+            return;  // it is known, or is delivered after the next start
         }
         if (events_.HasListeners()) {
             events_.Publish("result", Dump({{"id", result}, {"serial", serial}}));

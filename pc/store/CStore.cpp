@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 #include <sys/statvfs.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <stdexcept>
 
@@ -64,15 +63,12 @@ void CStore::SetDestinations(const std::vector<StoreDestination>& destinations) 
 void CStore::Append(NewResult result, AppendDone done) {
     struct Appended {
         std::shared_ptr<const NewResult> content;
-        std::string digest;
         AppendOutcome outcome;
     };
     const auto appended = std::make_shared<Appended>();
     appended->content = std::make_shared<const NewResult>(std::move(result));
     writer_->Submit(
-        [this, appended](CDatabase& database) {
-            appended->outcome = AppendNow(database, *appended->content, appended->digest);
-        },
+        [this, appended](CDatabase& database) { appended->outcome = AppendNow(database, *appended->content); },
         [this, appended, done = std::move(done)](const std::string* error) {
             AppendOutcome& outcome = appended->outcome;
             if (error != nullptr) {
@@ -81,7 +77,7 @@ void CStore::Append(NewResult result, AppendDone done) {
             Count(outcome);
             done(outcome);
             if (outcome.status == AppendStatus::kStored) {
-                TakeArrival({outcome.id, appended->content, std::move(appended->digest)});
+                TakeArrival({outcome.id, appended->content});
             }
         },
         appended->content->Memory(), ComesAlone(appended->content->serial));
@@ -98,20 +94,9 @@ bool CStore::ComesAlone(const std::string& serial) {
     return alone;
 }
 
-AppendOutcome CStore::AppendNow(CDatabase& database, const NewResult& result, std::string& digest) {
+AppendOutcome CStore::AppendNow(CDatabase& database, const NewResult& result) {
     if (const std::string reason = WhyNoResult(result.text); !reason.empty()) {
         return KeepAside(database, result, reason);
-    }
-    digest = ResultDigest(result.text);
-    const auto known = std::ranges::find_if(arrivals_, [&](const Arrival& arrival) {
-        return arrival.digest == digest && arrival.content->serial == result.serial;
-    });
-    if (known != arrivals_.end()) {
-        ++known->repeats;
-        return {AppendStatus::kRepeated, known->id, {}};
-    }
-    if (const std::int64_t id = CountRepeats(database, result, digest, 1); id != 0) {
-        return {AppendStatus::kRepeated, id, {}};
     }
     RequireRoom();
     if (arrivedBytes_ + result.Memory() > options_.maxWaitingBytes) {
@@ -203,7 +188,7 @@ StoreHealth CStore::Health() const {
 
 void CStore::Count(const AppendOutcome& outcome) {
     const std::lock_guard lock(mutex_);
-    std::int64_t* const counters[] = {&health_.stored, &health_.repeated, &health_.aside, &health_.failed};
+    std::int64_t* const counters[] = {&health_.stored, &health_.aside, &health_.failed};
     ++*counters[static_cast<int>(outcome.status)];
 }
 

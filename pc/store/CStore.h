@@ -52,8 +52,9 @@ public:
     using AppendDone = std::function<void(const AppendOutcome&)>;
     using Done = std::function<void(const std::string* error)>;
     using CountDone = std::function<void(std::int64_t count, const std::string* error)>;
-    /// Called when a new result can be found and is queued, on the thread that wrote it.
-    using Stored = std::function<void(std::int64_t result, const std::string& serial)>;
+    /// Called when a new result can be found and is queued, or, `again`, when one was there already because its
+    /// acknowledgement was lost; on the thread that wrote it.
+    using Stored = std::function<void(std::int64_t result, const std::string& serial, bool again)>;
 
     /// Opens the store, or makes it. Throws std::runtime_error with the reason when it is in use, cannot be written to,
     /// is damaged or not a store; such a file stays as it is.
@@ -68,8 +69,8 @@ public:
     /// Ends after all that was handed over; nothing can be handed over any more.
     void Close();
 
-    /// Keeps a result, or finds that it is there already. `done` is told when its text is on the disk; a moment later
-    /// it can be found and is queued for every destination, however this program ends meanwhile.
+    /// Keeps a result. `done` is told when its text is on the disk; a moment later it can be found and is queued for
+    /// every destination, or is known as one that came before, however this program ends meanwhile.
     void Append(NewResult result, AppendDone done);
     /// `done` is told when all results that were kept before can be found and are queued.
     void File(Done done);
@@ -110,28 +111,20 @@ private:
     struct Arrival {
         std::int64_t id;
         std::shared_ptr<const NewResult> content;
-        std::string digest;
-        std::int64_t repeats = 0;
     };
-    /// What a transaction files.
-    struct Filing {
-        std::size_t arrivals = 0;
-        std::int64_t repeated = 0;
-        std::vector<std::pair<std::int64_t, std::string>> stored;  // results and their analyzers
-    };
+    /// For each that a transaction files, the result that it is: itself, or one that came before.
+    using Filing = std::vector<std::int64_t>;
 
-    AppendOutcome AppendNow(CDatabase& database, const NewResult& result, std::string& digest);
+    AppendOutcome AppendNow(CDatabase& database, const NewResult& result);
     AppendOutcome KeepAside(CDatabase& database, const NewResult& result, const std::string& reason);
     bool ComesAlone(const std::string& serial);
     void LoadArrivals();
     void TakeArrival(Arrival arrival);
     void FileAfter(std::chrono::milliseconds pause);
     void FileSome(CDatabase& database, Filing& filing);
-    bool FileOne(CDatabase& database, const Arrival& arrival);
+    std::int64_t FileOne(CDatabase& database, const Arrival& arrival);
     void Filed(const Filing& filing);
     void TellFilers(const std::string* error);
-    static std::int64_t CountRepeats(CDatabase& database, const NewResult& result, const std::string& digest,
-                                     std::int64_t times);
     void Queue(CDatabase& database, std::int64_t result, const NewResult& content, const std::string& kind);
     bool RemoveSome(CDatabase& database, std::int64_t before, std::int64_t& removed);
     std::string WhyNoRoom() const;

@@ -1,5 +1,5 @@
-// Making results that are on the disk findable and queuing them. An analyzer does not wait for it, and many results share
-// the writing of the tables and their indexes.
+// Making results that are on the disk findable and queuing them. An analyzer does not wait for it, and many results
+// share the writing of the tables and their indexes.
 #include <algorithm>
 #include <memory>
 #include <utility>
@@ -33,10 +33,9 @@ void CStore::LoadArrivals() {
     rows.Bind(lastId_);
     while (rows.Step()) {
         auto content = std::make_shared<NewResult>(NewResult{rows.Text(1), rows.Text(3), rows.Int(2)});
-        std::string digest = ResultDigest(content->text);
         lastId_ = rows.Int(0);
         arrivedBytes_ += content->Memory();
-        arrivals_.push_back({lastId_, std::move(content), std::move(digest)});
+        arrivals_.push_back({lastId_, std::move(content)});
     }
 }
 
@@ -88,34 +87,33 @@ void CStore::TellFilers(const std::string* error) {
 }
 
 void CStore::FileSome(CDatabase& database, Filing& filing) {
-    filing.arrivals = closing_ ? arrivals_.size() : std::min(arrivals_.size(), kFiledTogether);
-    for (std::size_t index = 0; index < filing.arrivals; ++index) {
-        const Arrival& arrival = arrivals_[index];
-        if (FileOne(database, arrival)) {
-            filing.stored.emplace_back(arrival.id, arrival.content->serial);
-        } else {
-            ++filing.repeated;
-        }
+    const std::size_t count = closing_ ? arrivals_.size() : std::min(arrivals_.size(), kFiledTogether);
+    for (std::size_t index = 0; index < count; ++index) {
+        filing.push_back(FileOne(database, arrivals_[index]));
     }
 }
 
-/// Whether it is a new one: two that came at the same time were both kept.
-bool CStore::FileOne(CDatabase& database, const Arrival& arrival) {
+std::int64_t CStore::FileOne(CDatabase& database, const Arrival& arrival) {
     const NewResult& content = *arrival.content;
-    if (CountRepeats(database, content, arrival.digest, arrival.repeats + 1) != 0) {
+    const std::string digest = ResultDigest(content.text);
+    CStatement& find = database.Prepared("SELECT id FROM result WHERE serial = ? AND digest = ?");
+    if (find.Bind(content.serial, digest).Step()) {
+        const std::int64_t id = find.Int(0);
+        find.Reset();
+        database.Prepared("UPDATE result SET repeats = repeats + 1 WHERE id = ?").Bind(id).Run();
         database.Prepared("DELETE FROM original WHERE id = ?").Bind(arrival.id).Run();
-        return false;
+        return id;
     }
     const ResultFacts facts = FactsOf(content.text);
     database
         .Prepared(
-            "INSERT INTO result (id, serial, digest, received, kind, patient, panel, measured, repeats) "
-            "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)")
-        .Bind(arrival.id, content.serial, arrival.digest, content.received, facts.kind, facts.patient, facts.panel,
-              facts.measured, arrival.repeats)
+            "INSERT INTO result (id, serial, digest, received, kind, patient, panel, measured) "
+            "VALUES (?, ?, ?, ?, ?, ?, ?, ?)")
+        .Bind(arrival.id, content.serial, digest, content.received, facts.kind, facts.patient, facts.panel,
+              facts.measured)
         .Run();
     Queue(database, arrival.id, content, facts.kind);
-    return true;
+    return arrival.id;
 }
 
 void CStore::Queue(CDatabase& database, std::int64_t result, const NewResult& content, const std::string& kind) {
@@ -130,34 +128,20 @@ void CStore::Queue(CDatabase& database, std::int64_t result, const NewResult& co
 }
 
 void CStore::Filed(const Filing& filing) {
-    for (std::size_t count = 0; count < filing.arrivals; ++count) {
-        arrivedBytes_ -= arrivals_.front().content->Memory();
+    for (const std::int64_t result : filing) {
+        const Arrival arrival = std::move(arrivals_.front());
         arrivals_.pop_front();
-    }
-    {
-        const std::lock_guard lock(mutex_);
-        health_.stored -= filing.repeated;
-        health_.repeated += filing.repeated;
-    }
-    if (stored_) {
-        for (const auto& [id, serial] : filing.stored) {
-            stored_(id, serial);
+        arrivedBytes_ -= arrival.content->Memory();
+        const bool again = result != arrival.id;
+        if (again) {
+            const std::lock_guard lock(mutex_);
+            --health_.stored;
+            ++health_.repeated;
+        }
+        if (stored_) {
+            stored_(result, arrival.content->serial, again);
         }
     }
-}
-
-/// How often a result that is filed has come. 0: there is none; or its number.
-std::int64_t CStore::CountRepeats(CDatabase& database, const NewResult& result, const std::string& digest,
-                                  std::int64_t times) {
-    // Most are new, and to look takes a fraction of an update that finds nothing.
-    CStatement& find = database.Prepared("SELECT id FROM result WHERE serial = ? AND digest = ?");
-    if (!find.Bind(result.serial, digest).Step()) {
-        return 0;
-    }
-    const std::int64_t id = find.Int(0);
-    find.Reset();
-    database.Prepared("UPDATE result SET repeats = repeats + ? WHERE id = ?").Bind(times, id).Run();
-    return id;
 }
 
 }  // namespace ZELPC

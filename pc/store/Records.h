@@ -19,9 +19,8 @@ struct NewResult {
 
 enum class AppendStatus {
     kStored,
-    kRepeated,  ///< it was there already: its acknowledgement was lost
-    kAside,     ///< nothing that could be a result; kept for people, not to be acknowledged
-    kFailed,    ///< not stored, not to be acknowledged
+    kAside,   ///< nothing that could be a result; kept for people, not to be acknowledged
+    kFailed,  ///< not stored, not to be acknowledged
 };
 
 struct AppendOutcome {
