@@ -264,8 +264,8 @@ void CDeliveryQueue::Build(Prepared& prepared) const {
     } else {
         message.text = std::move(delivery.text);
         message.controlId = ControlIdOf(message.text);
-        if (options_.type == DestinationType::kMllp && (message.text.find('\x0B') != std::string::npos ||
-                                                        message.text.find('\x1C') != std::string::npos)) {
+        if (options_.type == DestinationType::kMllp &&
+            (message.text.find('\x0B') != std::string::npos || message.text.find('\x1C') != std::string::npos)) {
             prepared.error = "the result has a byte that begins or ends a message";
         }
     }
