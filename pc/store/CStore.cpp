@@ -75,10 +75,11 @@ void CStore::Append(NewResult result, AppendDone done) {
                 outcome = {AppendStatus::kFailed, 0, *error};
             }
             Count(outcome);
-            done(outcome);
             if (outcome.status == AppendStatus::kStored) {
+                // Before anybody is told, so that nothing which is acknowledged can be left out.
                 TakeArrival({outcome.id, appended->content});
             }
+            done(outcome);
         },
         appended->content->Memory(), ComesAlone(appended->content->serial));
 }

@@ -69,7 +69,11 @@ void CStore::FileAfter(std::chrono::milliseconds pause) {
 
 void CStore::File(Done done) {
     writer_->Submit([](CDatabase&) {},
-                    [this, done = std::move(done)](const std::string*) {
+                    [this, done = std::move(done)](const std::string* error) {
+                        if (error != nullptr) {
+                            done(error);  // refused: then this is not the thread that writes
+                            return;
+                        }
                         filers_.emplace_back(lastId_, done);
                         TellFilers(nullptr);
                     });
